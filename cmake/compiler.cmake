@@ -1,0 +1,35 @@
+# What every target of this project is compiled with.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_C_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+
+add_library(perilink_warnings INTERFACE)
+target_compile_options(perilink_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+if(WIN32)
+  # The system's own headers and function-pointer idioms, not ours.
+  target_compile_options(perilink_warnings INTERFACE -Wno-unknown-pragmas)
+endif()
+
+set(PERILINK_SANITIZE "" CACHE STRING "Sanitizers for every target, for example address,undefined")
+if(PERILINK_SANITIZE)
+  add_compile_options(-fsanitize=${PERILINK_SANITIZE} -fno-omit-frame-pointer
+    -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${PERILINK_SANITIZE})
+endif()
+
+if(WIN32)
+  # The runtime is linked in: a host needs nothing but the system's own DLLs.
+  add_link_options(-static)
+  add_compile_definitions(WINVER=0x0601 _WIN32_WINNT=0x0601 WIN32_LEAN_AND_MEAN NOMINMAX UNICODE
+    _UNICODE)
+endif()
+# Entry points that do the same must still be entry points of their own.
+add_compile_options($<$<CXX_COMPILER_ID:GNU>:-fno-ipa-icf>)

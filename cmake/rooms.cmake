@@ -1,0 +1,28 @@
+# A room is a static library with its dependencies stated. Arrows go down only: beside each room
+# the build links it as a shared library against exactly the rooms that it states, with no
+# undefined symbol allowed, so that an arrow nobody stated does not link.
+#
+#   perilink_room(NAME name SOURCES file... [DEPENDS room...] [LINKS library...])
+function(perilink_room)
+  cmake_parse_arguments(ROOM "" "NAME" "SOURCES;DEPENDS;LINKS" ${ARGN})
+  set(target room_${ROOM_NAME})
+  add_library(${target} STATIC ${ROOM_SOURCES})
+  target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR}/src
+    ${PROJECT_SOURCE_DIR}/include)
+  target_link_libraries(${target} PRIVATE perilink_warnings)
+  set(below "")
+  foreach(dependency IN LISTS ROOM_DEPENDS)
+    list(APPEND below room_${dependency})
+  endforeach()
+  target_link_libraries(${target} PUBLIC ${below} ${ROOM_LINKS})
+
+  if(NOT WIN32 AND NOT PERILINK_SANITIZE)
+    file(WRITE ${CMAKE_BINARY_DIR}/arrows/empty.cpp "")
+    add_library(arrows_${ROOM_NAME} SHARED ${CMAKE_BINARY_DIR}/arrows/empty.cpp)
+    set_target_properties(arrows_${ROOM_NAME} PROPERTIES
+      LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/arrows)
+    target_link_libraries(arrows_${ROOM_NAME} PRIVATE
+      "$<LINK_LIBRARY:WHOLE_ARCHIVE,${target}>" ${below} ${ROOM_LINKS})
+    target_link_options(arrows_${ROOM_NAME} PRIVATE -Wl,--no-undefined)
+  endif()
+endfunction()

@@ -1,0 +1,8 @@
+/* Everything that perilink exports. */
+#ifndef PERILINK_PERILINK_H_
+#define PERILINK_PERILINK_H_
+
+#include "perilink/base.h"
+#include "perilink/records.h"
+
+#endif /* PERILINK_PERILINK_H_ */

@@ -1,0 +1,54 @@
+// An overlapped read that owns all that the system writes to: its buffer, its event and its
+// OVERLAPPED. Its only exits are completed, or cancelled and drained, so no memory that the system
+// may still write to ever goes away.
+#ifndef PERILINK_SRC_PLATFORM_OVERLAPPED_READ_H_
+#define PERILINK_SRC_PLATFORM_OVERLAPPED_READ_H_
+
+#include <array>
+#include <cstdint>
+#include <span>
+
+#include "platform/handles.h"
+
+namespace perilink {
+
+// One read at a time on a handle that the caller owns and keeps open longer than this object.
+// Use from one thread: CancelIo cancels what its own thread has posted.
+class OverlappedRead {
+ public:
+  static constexpr size_t kCapacity = 256;
+
+  // Creates the event; has_event() is false when that failed.
+  OverlappedRead() : event_(CreateManualResetEvent()) {}
+  ~OverlappedRead() { Cancel(); }
+  OverlappedRead(const OverlappedRead&) = delete;
+  OverlappedRead& operator=(const OverlappedRead&) = delete;
+
+  bool has_event() const { return event_.Valid(); }
+
+  // Posts a read of `length` bytes (cut to kCapacity) into the zeroed buffer and resets the event.
+  // A read that is still pending is cancelled and drained first. Nothing is posted without an
+  // event; a post that fails at once leaves the event unsignalled: every wait then runs out.
+  void Post(HANDLE file, size_t length);
+
+  // True when the posted read has completed within the timeout. A completed read is over: the
+  // buffer is the caller's until the next Post.
+  bool Wait(DWORD timeout_ms);
+
+  // What the read delivered, zeros beyond it. Meaningful after Wait has returned true.
+  std::span<uint8_t, kCapacity> buffer() { return buffer_; }
+
+  // Cancels a pending read and waits until the system has let go of the buffer.
+  void Cancel();
+
+ private:
+  std::array<uint8_t, kCapacity> buffer_{};
+  UniqueEvent event_;
+  OVERLAPPED overlapped_{};
+  HANDLE file_ = INVALID_HANDLE_VALUE;
+  bool pending_ = false;
+};
+
+}  // namespace perilink
+
+#endif  // PERILINK_SRC_PLATFORM_OVERLAPPED_READ_H_

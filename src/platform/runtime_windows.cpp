@@ -1,0 +1,32 @@
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+#include "platform/handles.h"
+#include "platform/runtime.h"
+
+namespace perilink {
+
+int64_t RuntimeClockMs() {
+  static_assert(CLOCKS_PER_SEC == 1000);
+  return clock();
+}
+
+int64_t CalendarTime() { return _time64(nullptr); }
+
+void SeedRandom(uint32_t seed) { srand(seed); }
+int NextRandom() { return rand(); }
+
+bool AppendLineShared(const char* file_name, std::string_view text) {
+  const UniqueFile file(CreateFileA(file_name, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                    nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file.Valid()) return false;
+  // One write, so that the lines of several writers do not mix.
+  const std::string line = std::string(text) + "\r\n";
+  DWORD written = 0;
+  return WriteFile(file.Get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr) !=
+             FALSE &&
+         written == line.size();
+}
+
+}  // namespace perilink
