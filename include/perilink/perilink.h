@@ -3,6 +3,7 @@
 #define PERILINK_PERILINK_H_
 
 #include "perilink/base.h"
+#include "perilink/battery.h"
 #include "perilink/records.h"
 
 #endif /* PERILINK_PERILINK_H_ */
