@@ -5,5 +5,6 @@
 #include "perilink/base.h"
 #include "perilink/battery.h"
 #include "perilink/records.h"
+#include "perilink/usb_changed.h"
 
 #endif /* PERILINK_PERILINK_H_ */

@@ -105,14 +105,16 @@ class BatteryOptimizer {
     bool operator==(const StartingPoint&) const = default;
   };
 
+  void Arm(IntervalTimer& timer, uint32_t interval_ms);
+  bool TakeSmoothing();  // disarms the smoothing timer if it has run out
+
   bool ReadDevice(CommandFrame& on_line_reply);
-  uint8_t MeasuredLevel(const BatteryLevel& reading) const;
+  uint8_t MeasuredLevel() const;
   void EstimateStart();
   StartingPoint FindStartingPoint();
   StartingPoint LoadStartingPoint(const StartingPoint& host);
-  // Both return true when the step ends with a report.
   bool StepCharging(uint32_t& next_interval_ms);
-  bool StepDischarging();
+  void StepDischarging();
 
   std::atomic<uint8_t> enabled_{1};
   std::atomic<uint8_t> jump_on_large_difference_{0};
@@ -133,11 +135,11 @@ class BatteryOptimizer {
   // The server thread's own.
   BatteryLevel last_reading_{};
   DeviceAddress device_address_{};
-  int32_t measured_level_ = 0;
+  uint8_t measured_level_ = 0;
   uint8_t reported_level_ = 0;
   bool smoothing_active_ = false;
   bool save_allowed_ = true;
-  int32_t full_count_ = 0;
+  int full_count_ = 0;
   uint8_t last_reported_ = 0xFF;
   bool last_reported_charging_ = false;
 };
