@@ -4,6 +4,7 @@
 
 #include "perilink/base.h"
 #include "perilink/battery.h"
+#include "perilink/finder.h"
 #include "perilink/records.h"
 #include "perilink/usb_changed.h"
 

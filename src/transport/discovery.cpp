@@ -1,0 +1,157 @@
+#include "transport/discovery.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <cwctype>
+#include <iterator>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "perilink/finder.h"
+#include "platform/guard.h"
+#include "platform/handles.h"
+#include "platform/text.h"
+
+namespace perilink {
+namespace {
+
+// Keys that are built from ids are formatted as narrow text of at most this length.
+constexpr size_t kKeyCapacity = 255;
+
+// Of a path that the system reports, nullopt when it can't be told.
+std::optional<std::wstring> InterfacePath(HDEVINFO set, SP_DEVICE_INTERFACE_DATA& item) {
+  using Detail = SP_DEVICE_INTERFACE_DETAIL_DATA_W;
+  DWORD size = 0;
+  // Fails by design: without a buffer it only tells the size.
+  SetupDiGetDeviceInterfaceDetailW(set, &item, nullptr, 0, &size, nullptr);
+  if (size < sizeof(Detail)) return std::nullopt;
+  std::vector<std::max_align_t> buffer(size / sizeof(std::max_align_t) + 1);
+  auto* detail = reinterpret_cast<Detail*>(buffer.data());
+  // The size of the fixed part, not of the buffer.
+  detail->cbSize = sizeof(Detail);
+  if (!SetupDiGetDeviceInterfaceDetailW(set, &item, detail, size, nullptr, nullptr))
+    return std::nullopt;
+  const wchar_t* path = detail->DevicePath;
+  const size_t capacity = (size - offsetof(Detail, DevicePath)) / sizeof(wchar_t);
+  return std::wstring(path, std::find(path, path + capacity, L'\0'));
+}
+
+std::wstring LowerCase(std::wstring text) {
+  for (wchar_t& unit : text) unit = static_cast<wchar_t>(std::towlower(static_cast<wint_t>(unit)));
+  return text;
+}
+
+// A DeviceKey as ids are inserted into it: up to a NUL, in the ANSI code page, cut to the capacity.
+// An id that the code page can't hold makes no key: a replaced character could match a stranger.
+std::optional<std::wstring> MakeKey(const std::wstring& text) {
+  std::string narrow = WideToNarrow(text);
+  if (NarrowToWide(narrow) != text) return std::nullopt;
+  if (narrow.size() <= kKeyCapacity) return text;
+  narrow.resize(kKeyCapacity);
+  return NarrowToWide(narrow);
+}
+
+std::optional<std::wstring> MakeIdKey(const std::wstring& vendor, const std::wstring& product,
+                                      std::wstring_view suffix) {
+  std::wstring key = L"vid_";
+  key.append(LowerCase(vendor).c_str()).append(L"&pid_").append(LowerCase(product).c_str());
+  return MakeKey(key.append(suffix));
+}
+
+// "mi_01&col05" for 1 and 5.
+std::wstring InterfaceKey(int32_t interface_number, int32_t collection_number) {
+  char text[40];
+  const int length =
+      std::snprintf(text, sizeof text, "mi_%02d&col%02d", interface_number, collection_number);
+  return std::wstring(text, text + length);
+}
+
+// The paths that contain the key, in order; none without a key.
+HidPathList Matching(HidPathList paths, const std::optional<std::wstring>& key) {
+  if (!key) return {};
+  std::erase_if(paths,
+                [&](const std::wstring& path) { return path.find(*key) == std::wstring::npos; });
+  return paths;
+}
+
+// The caller's list is replaced when the search is over, so that its texts may be its own elements.
+template <typename Search>
+void Replace(HidPathList& list, Search search) noexcept {
+  HidPathList found;
+  Guarded([&] { found = search(); });
+  list = std::move(found);
+}
+
+}  // namespace
+
+HidPathList EnumerateHidPaths() {
+  HidPathList paths;
+  GUID hid;
+  HidD_GetHidGuid(&hid);
+  const UniqueDeviceInfoSet set(
+      SetupDiGetClassDevsW(&hid, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
+  if (!set.Valid()) return paths;
+  for (DWORD index = 0;; ++index) {
+    SP_DEVICE_INTERFACE_DATA item{};
+    item.cbSize = sizeof item;
+    if (!SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &hid, index, &item)) return paths;
+    std::optional<std::wstring> path = InterfacePath(set.Get(), item);
+    if (!path) return paths;
+    paths.push_back(std::move(*path));
+  }
+}
+
+HidPathList FindHidPaths(const std::wstring& vendor, const std::wstring& product) {
+  return Matching(EnumerateHidPaths(), MakeIdKey(vendor, product, L""));
+}
+
+HidPathList FindHidPathsByKey(const std::wstring& key) {
+  if (key.empty()) return {};
+  return Matching(EnumerateHidPaths(), LowerCase(key));
+}
+
+HidPathList FindHidPathsByDeviceId(const std::wstring& vendor, const std::wstring& product,
+                                   int32_t interface_number, int32_t collection_number) {
+  HidPathList candidates = FindHidPaths(vendor, product);
+  const std::wstring suffix = InterfaceKey(interface_number, collection_number);
+  // Without a product the two halves of the key are apart in the path.
+  if (product.empty()) return Matching(std::move(candidates), suffix);
+  return Matching(std::move(candidates), MakeIdKey(vendor, product, L"&" + suffix));
+}
+
+}  // namespace perilink
+
+using perilink::HidPathList;
+using perilink::Replace;
+
+void UsbFinder_EnumHidDeviceList(HidPathList& list) {
+  Replace(list, perilink::EnumerateHidPaths);
+}
+
+void UsbFinder_FindHidDevices(const std::wstring& vendor_id, const std::wstring& product_id,
+                              HidPathList& list) {
+  Replace(list, [&] { return perilink::FindHidPaths(vendor_id, product_id); });
+}
+
+void UsbFinder_FindHidDevicesByKey(const std::wstring& key, HidPathList& list) {
+  Replace(list, [&] { return perilink::FindHidPathsByKey(key); });
+}
+
+void UsbFinder_FindHidDevicesByDeviceId(const std::wstring& vendor_id,
+                                        const std::wstring& product_id, int32_t interface_number,
+                                        int32_t collection_number, HidPathList& list) {
+  Replace(list, [&] {
+    return perilink::FindHidPathsByDeviceId(vendor_id, product_id, interface_number,
+                                            collection_number);
+  });
+}
+
+void UsbFinder_FindHidDevicesByDefaultDeviceId(const std::wstring& vendor_id,
+                                               const std::wstring& product_id, HidPathList& list) {
+  Replace(list, [&] {
+    return perilink::FindHidPathsByDeviceId(vendor_id, product_id, perilink::kDefaultInterface,
+                                            perilink::kDefaultCollection);
+  });
+}
