@@ -7,11 +7,19 @@
 
 namespace perilink {
 
-int64_t RuntimeClockMs() { return platform::RuntimeClockMs(); }
-int64_t CalendarTime() { return platform::CalendarTime(); }
+int64_t RuntimeClockMs() {
+  return platform::RuntimeClockMs();
+}
+int64_t CalendarTime() {
+  return platform::CalendarTime();
+}
 
-void SeedRandom(uint32_t seed) { srand(seed); }
-int NextRandom() { return rand(); }
+void SeedRandom(uint32_t seed) {
+  srand(seed);
+}
+int NextRandom() {
+  return rand();
+}
 
 bool AppendLineShared(const char* file_name, std::string_view text) {
   std::FILE* file = std::fopen(file_name, "ab");

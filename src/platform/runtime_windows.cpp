@@ -12,10 +12,16 @@ int64_t RuntimeClockMs() {
   return clock();
 }
 
-int64_t CalendarTime() { return _time64(nullptr); }
+int64_t CalendarTime() {
+  return _time64(nullptr);
+}
 
-void SeedRandom(uint32_t seed) { srand(seed); }
-int NextRandom() { return rand(); }
+void SeedRandom(uint32_t seed) {
+  srand(seed);
+}
+int NextRandom() {
+  return rand();
+}
 
 bool AppendLineShared(const char* file_name, std::string_view text) {
   const UniqueFile file(CreateFileA(file_name, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,

@@ -7,6 +7,8 @@ namespace __gnu_cxx {
 
 // Declared by the runtime, which calls it from std::terminate.
 void __verbose_terminate_handler();
-void __verbose_terminate_handler() { std::abort(); }
+void __verbose_terminate_handler() {
+  std::abort();
+}
 
 }  // namespace __gnu_cxx

@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Compiles every public header alone, as C11, C++17 and C++20, with every compiler and without a
+# warning; for Windows also after the system's own headers, whose names they share. The internal
+# headers are compiled alone once.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+# compile_one COMPILER LANGUAGE STANDARD HEADER...: the last header is the one that is tried.
+compile_one() {
+  local compiler=$1 language=$2 standard=$3
+  shift 3
+  printf '#include <%s>\n' "$@" |
+    "$compiler" -x "$language" -std="$standard" -fsyntax-only -Wall -Wextra -Wpedantic \
+      -Wconversion -Wshadow -Werror -Iinclude -Isrc -Iportable/include -Isim/include -Isim -I. - ||
+    {
+      echo "$* does not compile alone with $compiler -std=$standard" >&2
+      return 1
+    }
+}
+export -f compile_one
+
+list_compilations() {
+  local path header compiler
+  local mingw=x86_64-w64-mingw32
+  for path in include/perilink/*.h; do
+    header=perilink/${path##*/}
+    for compiler in gcc clang-14 $mingw-gcc-posix; do
+      echo "$compiler c c11 $header"
+    done
+    for compiler in g++ clang++-14 $mingw-g++-posix; do
+      echo "$compiler c++ c++17 $header"
+      echo "$compiler c++ c++20 $header"
+    done
+    echo "$mingw-gcc-posix c c11 windows.h oleauto.h $header"
+    echo "$mingw-g++-posix c++ c++17 windows.h oleauto.h $header"
+  done
+  git ls-files --cached --others --exclude-standard 'src/*.h' 'portable/*.h' 'sim/*.h' \
+    'tools/*.h' | sed 's/^/g++ c++ c++20 /'
+}
+
+# shellcheck disable=SC2016  # the inner shell expands it
+list_compilations | xargs -P "$(nproc)" -L 1 bash -c 'compile_one "$@"' compile_one
