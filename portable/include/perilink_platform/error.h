@@ -1,0 +1,66 @@
+/* The calling thread's last error, and the error codes that the platform's functions set. */
+#ifndef PERILINK_PLATFORM_ERROR_H_
+#define PERILINK_PLATFORM_ERROR_H_
+
+#include "perilink_platform/types.h"
+
+#define ERROR_SUCCESS 0u
+#define NO_ERROR 0u
+#define ERROR_INVALID_FUNCTION 1u
+#define ERROR_FILE_NOT_FOUND 2u
+#define ERROR_PATH_NOT_FOUND 3u
+#define ERROR_ACCESS_DENIED 5u
+#define ERROR_INVALID_HANDLE 6u
+#define ERROR_NOT_ENOUGH_MEMORY 8u
+#define ERROR_INVALID_DATA 13u
+#define ERROR_OUTOFMEMORY 14u
+#define ERROR_NOT_READY 21u
+#define ERROR_CRC 23u
+#define ERROR_WRITE_FAULT 29u
+#define ERROR_READ_FAULT 30u
+#define ERROR_GEN_FAILURE 31u
+#define ERROR_SHARING_VIOLATION 32u
+#define ERROR_NOT_SUPPORTED 50u
+#define ERROR_INVALID_PARAMETER 87u
+#define ERROR_SEM_TIMEOUT 121u
+#define ERROR_INSUFFICIENT_BUFFER 122u
+#define ERROR_INVALID_NAME 123u
+#define ERROR_MOD_NOT_FOUND 126u
+#define ERROR_ALREADY_EXISTS 183u
+#define ERROR_MORE_DATA 234u
+#define ERROR_NO_MORE_ITEMS 259u
+#define ERROR_OPERATION_ABORTED 995u
+#define ERROR_IO_INCOMPLETE 996u
+#define ERROR_IO_PENDING 997u
+#define ERROR_NOACCESS 998u
+#define ERROR_INVALID_FLAGS 1004u
+#define ERROR_NOT_FOUND 1168u
+#define ERROR_DEVICE_NOT_CONNECTED 1167u
+#define ERROR_INVALID_WINDOW_HANDLE 1400u
+#define ERROR_CANNOT_FIND_WND_CLASS 1407u
+#define ERROR_CLASS_ALREADY_EXISTS 1410u
+#define ERROR_NO_SYSTEM_RESOURCES 1450u
+#define ERROR_TIMEOUT 1460u
+#define ERROR_INVALID_USER_BUFFER 1784u
+#define ERROR_NOT_ENOUGH_QUOTA 1816u
+
+#define S_OK ((HRESULT)0)
+#define S_FALSE ((HRESULT)1)
+#define E_OUTOFMEMORY ((HRESULT)0x8007000Eu)
+#define E_INVALIDARG ((HRESULT)0x80070057u)
+#define E_UNEXPECTED ((HRESULT)0x8000FFFFu)
+#define DISP_E_BADINDEX ((HRESULT)0x8002000Bu)
+#define DISP_E_ARRAYISLOCKED ((HRESULT)0x8002000Du)
+#define SUCCEEDED(hr) (((HRESULT)(hr)) >= 0)
+#define FAILED(hr) (((HRESULT)(hr)) < 0)
+
+PERILINK_PLATFORM_BEGIN
+
+/* The last error of the calling thread. Functions set it when they fail; most leave it alone when
+ * they succeed, as on Windows. */
+DWORD GetLastError(void);
+void SetLastError(DWORD error);
+
+PERILINK_PLATFORM_END
+
+#endif /* PERILINK_PLATFORM_ERROR_H_ */
