@@ -4,7 +4,9 @@
 
 #include "perilink/base.h"
 #include "perilink/battery.h"
+#include "perilink/config_layout.h"
 #include "perilink/finder.h"
+#include "perilink/protocol_data.h"
 #include "perilink/records.h"
 #include "perilink/usb_changed.h"
 

@@ -106,6 +106,9 @@ typedef struct KeyEvent {
   uint32_t delay;  /* the low 16 bits travel to the device; always 0 in a shortcut */
 } KeyEvent;
 PERILINK_CHECK_LAYOUT(sizeof(KeyEvent) == 8);
+PERILINK_CHECK_LAYOUT(offsetof(KeyEvent, kind) == 0);
+PERILINK_CHECK_LAYOUT(offsetof(KeyEvent, code) == 1);
+PERILINK_CHECK_LAYOUT(offsetof(KeyEvent, keys) == 2);
 PERILINK_CHECK_LAYOUT(offsetof(KeyEvent, delay) == 4);
 
 typedef struct ShortcutKey {
@@ -114,6 +117,7 @@ typedef struct ShortcutKey {
   KeyEvent events[6];
 } ShortcutKey;
 PERILINK_CHECK_LAYOUT(sizeof(ShortcutKey) == 52);
+PERILINK_CHECK_LAYOUT(offsetof(ShortcutKey, count) == 0);
 PERILINK_CHECK_LAYOUT(offsetof(ShortcutKey, events) == 4);
 
 typedef struct MacroKey {
@@ -123,6 +127,8 @@ typedef struct MacroKey {
   KeyEvent events[70];
 } MacroKey;
 PERILINK_CHECK_LAYOUT(sizeof(MacroKey) == 592);
+PERILINK_CHECK_LAYOUT(offsetof(MacroKey, name_length) == 0);
+PERILINK_CHECK_LAYOUT(offsetof(MacroKey, name) == 1);
 PERILINK_CHECK_LAYOUT(offsetof(MacroKey, count) == 31);
 PERILINK_CHECK_LAYOUT(offsetof(MacroKey, events) == 32);
 
@@ -140,9 +146,12 @@ typedef struct DPILevel {
   uint8_t unused;
 } DPILevel;
 PERILINK_CHECK_LAYOUT(sizeof(DPILevel) == 12);
+PERILINK_CHECK_LAYOUT(offsetof(DPILevel, value) == 0);
 PERILINK_CHECK_LAYOUT(offsetof(DPILevel, color) == 3);
 PERILINK_CHECK_LAYOUT(offsetof(DPILevel, extension1) == 6);
+PERILINK_CHECK_LAYOUT(offsetof(DPILevel, extension2) == 8);
 PERILINK_CHECK_LAYOUT(offsetof(DPILevel, extension_byte) == 10);
+PERILINK_CHECK_LAYOUT(offsetof(DPILevel, unused) == 11);
 
 typedef struct DPILed {
   uint8_t bytes[4];
@@ -203,13 +212,43 @@ typedef struct ProtocolData {
   MacroKey macros[16];
 } ProtocolData;
 PERILINK_CHECK_LAYOUT(sizeof(ProtocolData) == 10508);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, report_rate) == 0);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, dpi_level_count) == 1);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, current_dpi_level) == 2);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting3) == 3);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting4) == 4);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting5) == 5);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting6) == 6);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, switch7) == 7);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting8) == 8);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, switch9) == 9);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, switch10) == 10);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, switch11) == 11);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, switch12) == 12);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting13) == 13);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting14) == 14);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting15) == 15);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting16) == 16);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting17) == 17);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, unused18) == 18);
 PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting20) == 20);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting24) == 24);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting28) == 28);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting32) == 32);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting36) == 36);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting37) == 37);
 PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting38) == 38);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting41) == 41);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting42) == 42);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting43) == 43);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting44) == 44);
 PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, setting45) == 45);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, unused46) == 46);
 PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, dpi_levels) == 48);
 PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, dpi_led) == 144);
 PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, led_bar) == 148);
 PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, key_functions) == 155);
+PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, unused203) == 203);
 PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, shortcuts) == 204);
 PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, macros) == 1036);
 

@@ -1,0 +1,36 @@
+// Turns the changes of a configuration record into flash writes.
+#ifndef PERILINK_SRC_PROTOCOL_COMPARE_H_
+#define PERILINK_SRC_PROTOCOL_COMPARE_H_
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "perilink/records.h"
+
+namespace perilink {
+
+// One field's new bytes, check byte included, and where they go.
+struct FlashWrite {
+  uint16_t address;
+  uint16_t length;                // 2 to 383
+  std::array<uint8_t, 383> data;  // the longest: a macro of 70 events
+
+  std::span<const uint8_t> bytes() const { return {data.data(), length}; }
+};
+
+// Compares `record` with `previous`, which describes what the device holds, and returns the writes
+// that make the device hold `record`, in the order in which they must be sent: settings, DPI
+// levels, indicator, bar, key functions, shortcuts, macros. `previous` takes the new values.
+//
+// Shortcuts with a count out of range are emptied in whichever record holds them, even when no
+// write comes of it. A macro that doesn't fit into its slot (count over 70, name over 30) is passed
+// over: `previous` keeps what it has. The two may be one record: nothing to write.
+//
+// Throws std::bad_alloc only before it has changed either record.
+std::vector<FlashWrite> CompareProtocolData(ProtocolData& record, ProtocolData& previous);
+
+}  // namespace perilink
+
+#endif  // PERILINK_SRC_PROTOCOL_COMPARE_H_

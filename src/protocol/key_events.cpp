@@ -1,0 +1,134 @@
+#include "protocol/key_events.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "perilink/protocol_data.h"
+#include "protocol/check_byte.h"
+
+namespace perilink {
+namespace {
+
+constexpr size_t kShortcutEventSize = 3;
+constexpr size_t kMacroEventSize = 5;
+
+// By bits 7 and 6 of the event byte. Both set means the same as none.
+constexpr uint8_t kKindByBits[4] = {2, 1, 0, 2};
+
+constexpr uint8_t KindBits(uint8_t kind) {
+  if (kind == 0) return 0x80;
+  return kind == 1 ? 0x40 : 0x00;
+}
+
+KeyEvent DecodeEvent(const uint8_t* source) {
+  KeyEvent event{};
+  event.kind = kKindByBits[source[0] >> 6];
+  event.code = source[0] & 0x0F;
+  event.keys[0] = source[1];
+  event.keys[1] = source[2];
+  return event;
+}
+
+}  // namespace
+
+void EmptyShortcut(ShortcutKey& shortcut) {
+  shortcut.count = 0;
+  std::memset(shortcut.events, 0, sizeof(shortcut.events));
+}
+
+void EncodeShortcut(ShortcutKey& shortcut, ShortcutSlot slot) {
+  const uint8_t count = shortcut.count;
+  slot[0] = count;
+  if (!IsShortcutCount(count)) {
+    EmptyShortcut(shortcut);
+    return;
+  }
+  uint8_t* target = slot.data() + 1;
+  for (size_t i = 0; i < count; ++i, target += kShortcutEventSize) {
+    const KeyEvent& event = shortcut.events[i];
+    // The whole code, unlike a macro's: a code beyond four bits may change the kind.
+    target[0] = KindBits(event.kind) | event.code;
+    target[1] = event.keys[0];
+    target[2] = event.keys[1];
+  }
+  *target = CheckByte(slot.data(), ShortcutLength(count) - 1);
+}
+
+void DecodeShortcut(ShortcutSlotView slot, ShortcutKey& shortcut) {
+  const uint8_t count = slot[0];
+  if (!IsShortcutCount(count) || !CheckHolds(slot.data(), ShortcutLength(count) - 1)) {
+    EmptyShortcut(shortcut);
+    return;
+  }
+  shortcut.count = count;
+  for (size_t i = 0; i < count; ++i) {
+    shortcut.events[i] = DecodeEvent(slot.data() + 1 + kShortcutEventSize * i);
+  }
+}
+
+void EncodeMacro(const MacroKey& macro, MacroSlot slot) {
+  const uint8_t name_length = std::min(macro.name_length, kMaxMacroName);
+  const uint8_t count = std::min(macro.count, kMaxMacroEvents);
+  slot[0] = name_length;
+  std::memcpy(slot.data() + 1, macro.name, name_length);
+  slot[PERILINK_MACRO_COUNT_OFFSET] = count;
+  uint8_t* target = slot.data() + PERILINK_MACRO_EVENTS_OFFSET;
+  for (size_t i = 0; i < count; ++i, target += kMacroEventSize) {
+    const KeyEvent& event = macro.events[i];
+    const uint32_t delay = event.delay;
+    target[0] = static_cast<uint8_t>(KindBits(event.kind) | (event.code & 0x0F));
+    target[1] = event.keys[0];
+    target[2] = event.keys[1];
+    target[3] = static_cast<uint8_t>(delay >> 8);
+    target[4] = static_cast<uint8_t>(delay);
+  }
+  *target = CheckByte(slot.data() + PERILINK_MACRO_COUNT_OFFSET, 1 + kMacroEventSize * count);
+}
+
+void DecodeMacro(MacroSlotView slot, MacroKey& macro) {
+  const uint8_t name_length = slot[0];
+  macro.name_length = 0;
+  std::memset(macro.name, 0, sizeof(macro.name));
+  if (name_length >= 1 && name_length <= kMaxMacroName) {
+    macro.name_length = name_length;
+    std::memcpy(macro.name, slot.data() + 1, name_length);
+  }
+
+  const uint8_t count = slot[PERILINK_MACRO_COUNT_OFFSET];
+  if (!IsMacroCount(count) ||
+      !CheckHolds(slot.data() + PERILINK_MACRO_COUNT_OFFSET, 1 + kMacroEventSize * count)) {
+    macro.count = 0;
+    std::memset(macro.events, 0, sizeof(macro.events));
+    return;
+  }
+  macro.count = count;
+  const uint8_t* source = slot.data() + PERILINK_MACRO_EVENTS_OFFSET;
+  for (size_t i = 0; i < count; ++i, source += kMacroEventSize) {
+    KeyEvent event = DecodeEvent(source);
+    event.delay = static_cast<uint32_t>(source[3] << 8 | source[4]);
+    macro.events[i] = event;
+  }
+}
+
+}  // namespace perilink
+
+extern "C" {
+
+void ShortcutKeyToBuffer(ShortcutKey* shortcut, uint8_t* target) {
+  perilink::EncodeShortcut(*shortcut, perilink::ShortcutSlot(target, PERILINK_SHORTCUT_SLOT_SIZE));
+}
+
+void BufferToShortcutKey(const uint8_t* source, ShortcutKey* shortcut) {
+  perilink::DecodeShortcut(perilink::ShortcutSlotView(source, PERILINK_SHORTCUT_SLOT_SIZE),
+                           *shortcut);
+}
+
+void MacroKeyToBuffer(const MacroKey* macro, uint8_t* target) {
+  perilink::EncodeMacro(*macro, perilink::MacroSlot(target, PERILINK_MACRO_SLOT_SIZE));
+}
+
+void BufferToMacroKey(const uint8_t* source, MacroKey* macro) {
+  perilink::DecodeMacro(perilink::MacroSlotView(source, PERILINK_MACRO_SLOT_SIZE), *macro);
+}
+
+}  // extern "C"

@@ -1,0 +1,54 @@
+// Shortcuts and macros, as the device's slots hold them. The slots' sizes are in config_layout.h.
+#ifndef PERILINK_SRC_PROTOCOL_KEY_EVENTS_H_
+#define PERILINK_SRC_PROTOCOL_KEY_EVENTS_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "perilink/config_layout.h"
+
+namespace perilink {
+
+using ShortcutSlot = std::span<uint8_t, PERILINK_SHORTCUT_SLOT_SIZE>;
+using ShortcutSlotView = std::span<const uint8_t, PERILINK_SHORTCUT_SLOT_SIZE>;
+using MacroSlot = std::span<uint8_t, PERILINK_MACRO_SLOT_SIZE>;
+using MacroSlotView = std::span<const uint8_t, PERILINK_MACRO_SLOT_SIZE>;
+
+inline constexpr uint8_t kMaxShortcutEvents = sizeof(ShortcutKey::events) / sizeof(KeyEvent);
+inline constexpr uint8_t kMaxMacroEvents = sizeof(MacroKey::events) / sizeof(KeyEvent);
+inline constexpr uint8_t kMaxMacroName = sizeof(MacroKey::name);
+
+constexpr bool IsShortcutCount(uint8_t count) {
+  return count >= PERILINK_SHORTCUT_MIN_EVENTS && count <= kMaxShortcutEvents;
+}
+constexpr bool IsMacroCount(uint8_t count) {
+  return count >= PERILINK_MACRO_MIN_EVENTS && count <= kMaxMacroEvents;
+}
+
+// Bytes of a slot that an encoded shortcut or macro takes, its check byte included.
+constexpr size_t ShortcutLength(uint8_t count) {
+  return size_t{count} * 3 + 2;
+}
+constexpr size_t MacroLength(uint8_t count) {
+  return PERILINK_MACRO_EVENTS_OFFSET + size_t{count} * 5 + 1;
+}
+static_assert(ShortcutLength(kMaxShortcutEvents) <= PERILINK_SHORTCUT_SLOT_SIZE);
+static_assert(MacroLength(kMaxMacroEvents) <= PERILINK_MACRO_SLOT_SIZE);
+
+// Count 0 and all events zero. The bytes that nobody uses stay.
+void EmptyShortcut(ShortcutKey& shortcut);
+
+// Writes the count and, when it is in range, the events and their check byte; empties `shortcut`
+// when it is not. Bytes of the slot beyond stay.
+void EncodeShortcut(ShortcutKey& shortcut, ShortcutSlot slot);
+void DecodeShortcut(ShortcutSlotView slot, ShortcutKey& shortcut);
+
+// Writes name length, name, count, events and check byte. A count or a name length beyond the
+// record is taken as the most that the record holds. Bytes of the slot beyond stay.
+void EncodeMacro(const MacroKey& macro, MacroSlot slot);
+void DecodeMacro(MacroSlotView slot, MacroKey& macro);
+
+}  // namespace perilink
+
+#endif  // PERILINK_SRC_PROTOCOL_KEY_EVENTS_H_

@@ -1,0 +1,44 @@
+#include "protocol/parser.h"
+
+#include "perilink/protocol_data.h"
+#include "protocol/fields.h"
+#include "protocol/key_events.h"
+#include "protocol/stored.h"
+
+namespace perilink {
+
+void ParseSettings(const uint8_t* image, ProtocolData& record) {
+  AcceptEntry(kConfigGroups[0], 0, image, 0, RecordBytes(record));
+}
+
+void ParseImage(const uint8_t* image, ProtocolData& record) {
+  for (const ConfigGroup& group : kConfigGroups) {
+    uint8_t* entries = RecordBytes(record) + group.record_offset;
+    for (size_t entry = 0; entry < group.count; ++entry) {
+      AcceptEntry(group, entry, image, 0, entries + entry * group.record_stride);
+    }
+  }
+  for (size_t i = 0; i < std::size(record.shortcuts); ++i) {
+    const uint8_t* slot = image + PERILINK_SHORTCUT_ADDRESS + i * PERILINK_SHORTCUT_SLOT_SIZE;
+    DecodeShortcut(ShortcutSlotView(slot, PERILINK_SHORTCUT_SLOT_SIZE), record.shortcuts[i]);
+  }
+  for (size_t i = 0; i < std::size(record.macros); ++i) {
+    const uint8_t* slot = image + PERILINK_MACRO_ADDRESS + i * PERILINK_MACRO_SLOT_SIZE;
+    DecodeMacro(MacroSlotView(slot, PERILINK_MACRO_SLOT_SIZE), record.macros[i]);
+  }
+}
+
+}  // namespace perilink
+
+extern "C" {
+
+void MouseConfigParser(const uint8_t* image, ProtocolData* record) {
+  perilink::ParseSettings(image, *record);
+}
+
+void ProtocolDataParser(const uint8_t* image, ProtocolData* record) {
+  perilink::StoredProtocolData::Instance().MarkParsed();
+  perilink::ParseImage(image, *record);
+}
+
+}  // extern "C"

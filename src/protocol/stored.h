@@ -1,0 +1,71 @@
+// The library's own copy of the configuration record: what the device is believed to hold.
+#ifndef PERILINK_SRC_PROTOCOL_STORED_H_
+#define PERILINK_SRC_PROTOCOL_STORED_H_
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "perilink/records.h"
+#include "protocol/compare.h"
+
+namespace perilink {
+
+// Written by the host's threads and by the server thread, hence a lock of its own. The dispatcher
+// stores into it with QueueMutex held, so nothing takes QueueMutex while it holds this lock.
+class StoredProtocolData {
+ public:
+  static StoredProtocolData& Instance();
+
+  StoredProtocolData(const StoredProtocolData&) = delete;
+  StoredProtocolData& operator=(const StoredProtocolData&) = delete;
+
+  // ProtocolDataParsed: set by the first parse of a whole image, never cleared.
+  bool parsed() const { return parsed_.load(std::memory_order_relaxed); }
+  void MarkParsed() { parsed_.store(true, std::memory_order_relaxed); }
+
+  void Replace(const ProtocolData& record);
+
+  // Parses a whole image (6960 bytes) into the record, and marks that something was parsed.
+  void Parse(const uint8_t* image);
+
+  // Keeps the record current from the answer to a memory read at `address` with the frame's ten
+  // data bytes: the report rate (address 0), the current level (4), the indicator (76) and the bar
+  // (160), each field whose check byte is right. Any other address stores nothing.
+  void StoreReply(uint16_t address, std::span<const uint8_t, 10> data);
+
+  // Runs `use` on the record under the lock. `use` takes no other lock.
+  template <typename Use>
+  decltype(auto) With(Use&& use) {
+    std::lock_guard lock(mutex_);
+    return std::forward<Use>(use)(record_);
+  }
+
+  // Compares `record` with the stored one, which takes the new values, and hands the writes to
+  // `append` (called with a std::vector<FlashWrite>, never with an empty one) after the lock is
+  // released, so that `append` may take QueueMutex. Updates of several threads reach `append` in
+  // the order of their compares: the device ends with what the record holds.
+  template <typename Append>
+  void Update(ProtocolData& record, Append&& append) {
+    std::lock_guard in_order(update_mutex_);
+    const std::vector<FlashWrite> writes = Compare(record);
+    if (!writes.empty()) std::forward<Append>(append)(writes);
+  }
+
+ private:
+  StoredProtocolData() = default;
+
+  std::vector<FlashWrite> Compare(ProtocolData& record);
+
+  std::mutex update_mutex_;  // taken before mutex_ and before QueueMutex
+  std::mutex mutex_;
+  std::atomic<bool> parsed_{false};
+  ProtocolData record_{};
+};
+
+}  // namespace perilink
+
+#endif  // PERILINK_SRC_PROTOCOL_STORED_H_
