@@ -62,8 +62,8 @@ PERILINK_API char** UsbFinderC_EnumHidDeviceList(uint32_t* count);
 PERILINK_API SAFEARRAY* CS_UsbFinder_EnumHidDeviceList(void);
 
 /* Interfaces whose path contains "vid_<vendor>&pid_<product>". The ids are text, normally four
- * hexadecimal digits each, and are lower-cased; nothing else is tested. An empty product finds every
- * product of the vendor. Nothing is found for ids that the ANSI code page can't hold. */
+ * hexadecimal digits each, and are lower-cased; nothing else is tested. An empty product finds
+ * every product of the vendor. Nothing is found for ids that the ANSI code page can't hold. */
 PERILINK_API char** UsbFinderC_FindHidDevices(const char* vendor_id, const char* product_id,
                                               uint32_t* count);
 PERILINK_API SAFEARRAY* CS_UsbFinder_FindHidDevices(const char* vendor_id, const char* product_id);
@@ -166,9 +166,9 @@ PERILINK_API void CS_UsbFinder_GetDeviceInfo(const char* path, uint8_t keyboard,
 PERILINK_API bool UsbFinderC_GetDeviceOnLine(const char* path);
 PERILINK_API bool CS_UsbFinder_GetDeviceOnLine(const char* path);
 
-/* The whole on-line reply: data byte 0 is the on-line state, data bytes 1 to 3 the device's address.
- * True with the reply in `reply`, false with zeros there: the state is the caller's to read. The
- * managed export returns the 17 bytes, or 17 zeros, as a SAFEARRAY of VT_UI1. */
+/* The whole on-line reply: data byte 0 is the on-line state, data bytes 1 to 3 the device's
+ * address. True with the reply in `reply`, false with zeros there: the state is the caller's to
+ * read. The managed export returns the 17 bytes, or 17 zeros, as a SAFEARRAY of VT_UI1. */
 PERILINK_API bool UsbFinderC_GetDeviceOnLineWithUsbAddress(const char* path, CommandFrame* reply);
 PERILINK_API SAFEARRAY* CS_UsbFinder_GetDeviceOnLineWithUsbAddress(const char* path);
 
@@ -248,8 +248,8 @@ PERILINK_API bool UsbFinderC_WriteCidMid(const char* path, uint8_t a, uint8_t b,
 PERILINK_API bool CS_UsbFinder_WriteCidMid(const char* path, uint8_t a, uint8_t b, uint8_t c,
                                            CidMid* ids);
 
-/* Any command that sends data: `length` bytes, 0 to 10; `data` may be null when it is 0. True when a
- * reply was accepted. More than 10 bytes are refused: false, nothing sent. */
+/* Any command that sends data: `length` bytes, 0 to 10; `data` may be null when it is 0. True when
+ * a reply was accepted. More than 10 bytes are refused: false, nothing sent. */
 PERILINK_API bool UsbFinderC_SetData(const char* path, uint8_t command, const uint8_t* data,
                                      uint8_t length);
 PERILINK_API bool CS_UsbFinder_SetData(const char* path, uint8_t command, const uint8_t* data,

@@ -19,8 +19,7 @@ using UniqueArray = std::unique_ptr<SAFEARRAY, ArrayDestroy>;
 
 // A copy from malloc; null when memory runs out. Text that can't be converted becomes empty.
 char* ToNarrowString(const std::wstring& text) {
-  const int size =
-      WideCharToMultiByte(CP_ACP, 0, text.c_str(), -1, nullptr, 0, nullptr, nullptr);
+  const int size = WideCharToMultiByte(CP_ACP, 0, text.c_str(), -1, nullptr, 0, nullptr, nullptr);
   // The terminating NUL is part of the size.
   char* narrow = static_cast<char*>(std::malloc(size > 0 ? static_cast<size_t>(size) : 1));
   if (narrow == nullptr) return nullptr;
@@ -85,6 +84,7 @@ SAFEARRAY* ToByteArray(std::span<const uint8_t> bytes) noexcept {
 
 void UsbFinderC_Free(char** list, int32_t count) {
   if (list == nullptr) return;
-  for (int32_t i = 0; i < count; ++i) std::free(list[i]);
+  for (int32_t i = 0; i < count; ++i)
+    std::free(list[i]);
   std::free(list);
 }

@@ -39,7 +39,8 @@ std::optional<std::wstring> InterfacePath(HDEVINFO set, SP_DEVICE_INTERFACE_DATA
 }
 
 std::wstring LowerCase(std::wstring text) {
-  for (wchar_t& unit : text) unit = static_cast<wchar_t>(std::towlower(static_cast<wint_t>(unit)));
+  for (wchar_t& unit : text)
+    unit = static_cast<wchar_t>(std::towlower(static_cast<wint_t>(unit)));
   return text;
 }
 

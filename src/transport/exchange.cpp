@@ -28,7 +28,9 @@ bool IsReply(std::span<const uint8_t> report, const CommandFrame& request) {
 
 }  // namespace
 
-HANDLE OpenHidWriteHandle(const std::wstring& path) { return OpenHid(path, FILE_ATTRIBUTE_NORMAL); }
+HANDLE OpenHidWriteHandle(const std::wstring& path) {
+  return OpenHid(path, FILE_ATTRIBUTE_NORMAL);
+}
 
 HANDLE OpenHidReadHandle(const std::wstring& path) {
   return OpenHid(path, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OVERLAPPED);
@@ -71,7 +73,8 @@ bool UsbFinder_GetDeviceData(const std::wstring& path, const CommandFrame* reque
   return perilink::Guarded(false, [&] { return perilink::ExchangeFrame(path, frame, *reply); });
 }
 
-void UsbFinder_GetUsbDeviceAttribute(const std::wstring& path, struct _HIDD_ATTRIBUTES* attributes) {
+void UsbFinder_GetUsbDeviceAttribute(const std::wstring& path,
+                                     struct _HIDD_ATTRIBUTES* attributes) {
   perilink::Guarded([&] {
     const perilink::UniqueFile file(perilink::OpenHidReadHandle(path));
     HidD_GetAttributes(file.Get(), attributes);

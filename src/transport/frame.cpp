@@ -10,8 +10,12 @@ std::atomic<bool> keyboard_target{false};
 
 }  // namespace
 
-bool KeyboardTargetFlag() { return keyboard_target.load(std::memory_order_relaxed); }
-void SetKeyboardTargetFlag(bool set) { keyboard_target.store(set, std::memory_order_relaxed); }
+bool KeyboardTargetFlag() {
+  return keyboard_target.load(std::memory_order_relaxed);
+}
+void SetKeyboardTargetFlag(bool set) {
+  keyboard_target.store(set, std::memory_order_relaxed);
+}
 
 CommandFrame BuildFrame(uint8_t command, uint8_t declared_length, std::span<const uint8_t> payload,
                         uint16_t address) {

@@ -53,7 +53,8 @@ enum Command : uint8_t {
 // 0x55 minus the sum of buffer[first] to buffer[end - 1], modulo 256; 0x55 for an empty range.
 constexpr uint8_t ChecksumRange(const uint8_t* buffer, size_t first, size_t end) {
   uint8_t sum = 0;
-  for (size_t i = first; i < end; ++i) sum = static_cast<uint8_t>(sum + buffer[i]);
+  for (size_t i = first; i < end; ++i)
+    sum = static_cast<uint8_t>(sum + buffer[i]);
   return static_cast<uint8_t>(0x55 - sum);
 }
 
