@@ -8,6 +8,7 @@
 #include "perilink/finder.h"
 #include "perilink/protocol_data.h"
 #include "perilink/records.h"
+#include "perilink/upgrade.h"
 #include "perilink/usb_changed.h"
 
 #endif /* PERILINK_PERILINK_H_ */

@@ -25,6 +25,11 @@ bool OverlappedRead::Wait(DWORD timeout_ms) {
   return true;
 }
 
+bool OverlappedRead::Succeeded() {
+  DWORD transferred = 0;
+  return GetOverlappedResult(file_, &overlapped_, &transferred, FALSE) != FALSE;
+}
+
 void OverlappedRead::Cancel() {
   if (!pending_) return;
   pending_ = false;

@@ -35,6 +35,10 @@ class OverlappedRead {
   // buffer is the caller's until the next Post.
   bool Wait(DWORD timeout_ms);
 
+  // Whether the read that Wait found completed has delivered a report; false for one that the
+  // system ended with an error, for example because the device has gone.
+  bool Succeeded();
+
   // What the read delivered, zeros beyond it. Meaningful after Wait has returned true.
   std::span<uint8_t, kCapacity> buffer() { return buffer_; }
 

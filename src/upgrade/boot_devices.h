@@ -1,0 +1,23 @@
+// The lookups that decide which device an upgrade finds, and in which mode.
+#ifndef PERILINK_SRC_UPGRADE_BOOT_DEVICES_H_
+#define PERILINK_SRC_UPGRADE_BOOT_DEVICES_H_
+
+#include <cstdint>
+
+#include "transport/discovery.h"
+#include "upgrade/upgrade_file.h"
+
+namespace perilink {
+
+// Whether exactly one device shows itself in normal mode, with both of its interfaces.
+bool FindNormalDevice(const UsbUpgradeFile& record);
+
+// The boot-mode input interfaces of an image; none when it fails its header check.
+HidPathList FindBootDevices(const uint8_t* image);
+
+// The same for a valid record.
+HidPathList FindBootDevices(const UsbUpgradeFile& record);
+
+}  // namespace perilink
+
+#endif  // PERILINK_SRC_UPGRADE_BOOT_DEVICES_H_

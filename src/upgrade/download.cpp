@@ -1,0 +1,206 @@
+#include "upgrade/download.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "platform/handles.h"
+#include "platform/overlapped_read.h"
+#include "transport/discovery.h"
+#include "transport/exchange.h"
+#include "upgrade/device_io.h"
+#include "upgrade/events.h"
+#include "upgrade/log.h"
+
+namespace perilink {
+namespace {
+
+// First bytes of the device's replies, after the report id.
+enum ReplyCode : uint8_t {
+  kReplyReady = 0xB0,
+  kReplyEcho = 0xB1,
+  kReplyError = 0x5A,   // then 0xA5, the error code
+  kReplyStatus = 0x5B,  // then 0xB5, a status, its detail
+};
+constexpr uint8_t kErrorMark = 0xA5;
+constexpr uint8_t kStatusMark = 0xB5;
+constexpr uint8_t kStatusEnd = 0x88;
+
+constexpr int32_t kLongestRepeat = 8;
+constexpr DWORD kLongestWaitMs = 1000;
+
+size_t PacketLength(const UsbUpgradeFile& record) {
+  return std::min<size_t>(record.header.packet_template.length, kPacketDataSize);
+}
+
+bool HasPacketToWrite(const UsbUpgradeFile& record) {
+  return !record.packets.empty() && record.packets.front().pending != 0;
+}
+
+// One device's download: its handles, the posted read and the inactivity clock.
+class Download {
+ public:
+  explicit Download(UsbUpgradeFile& record) : record_(record) {}
+
+  bool Run() {
+    if (!Open()) return false;
+    reader_.Post(read_file_.Get(), PacketLength(record_));
+    LogLine(L"Start DownloadFile");
+    record_.repeat_mark = kNoRepeatMark;
+    record_.repeat_count = 0;
+    last_write_ms_ = GetTickCount64();
+    for (;;) {
+      WriteFrontPacket();
+      if (WaitForReply() && TakeReply()) {
+        AnnounceSuccess();
+        return true;
+      }
+      if (IdleMs() >= record_.timeout) {
+        LogLine(L"Upgrade Timeout");
+        SendUpgradeEvent(record_, kResultEvent, kResultTimeout, 3);
+        return false;
+      }
+    }
+  }
+
+ private:
+  bool Open() {
+    const HidPathList inputs = FindHidPathsByKey(record_.boot_input_end_point);
+    const HidPathList outputs = FindHidPathsByKey(record_.boot_output_end_point);
+    // Without a path the log shows a handle of 0.
+    write_file_.Reset(outputs.empty() ? nullptr : OpenHidWriteHandle(outputs.front()));
+    read_file_.Reset(inputs.empty() ? nullptr : OpenHidReadHandle(inputs.front()));
+    if (write_file_.Valid() && read_file_.Valid()) return true;
+    LogLine(L"DownloadFile-HANDLE Error,hDeviceWrite=" + HandleText(write_file_.Get()) +
+            L"  hDeviceRead =" + HandleText(read_file_.Get()));
+    SendUpgradeEvent(record_, kResultEvent, kResultBootOpenFailed, write_file_.Valid(),
+                     read_file_.Valid());
+    return false;
+  }
+
+  void WriteFrontPacket() {
+    if (!HasPacketToWrite(record_)) return;
+    UpgradePacket& packet = record_.packets.front();
+    const auto bytes = std::span<const uint8_t>(packet.data).first(PacketLength(record_));
+    if (SendReport(write_file_.Get(), bytes,
+                   record_.header.packet_template.use_feature_report != 0)) {
+      packet.pending = 0;
+      last_write_ms_ = GetTickCount64();
+      LogHexLine(L"Write Data Success:", packet.data);
+    } else {
+      LogHexLine(L"Write Data Fail:", packet.data);
+    }
+  }
+
+  // A packet that could not be written is tried again after a tick; otherwise only a reply or the
+  // end of the time can bring news. Reads that fail as soon as they are posted, or no event to wait
+  // on, must not keep the thread spinning.
+  bool WaitForReply() {
+    DWORD wait_ms = HasPacketToWrite(record_) ? kTickMs : TimeLeftMs();
+    if (!reader_.has_event() || std::exchange(read_failed_, false)) {
+      Sleep(std::min(wait_ms, kTickMs));
+      wait_ms = 0;
+    }
+    return reader_.Wait(wait_ms);
+  }
+
+  // Posts the next read before it handles the reply, so that none is missed meanwhile.
+  bool TakeReply() {
+    std::array<uint8_t, kPacketDataSize> report;
+    std::ranges::copy(reader_.buffer().first<kPacketDataSize>(), report.begin());
+    read_failed_ = !reader_.Succeeded();
+    reader_.Post(read_file_.Get(), PacketLength(record_));
+    return ReceiveBootReply(record_, report);
+  }
+
+  void AnnounceSuccess() {
+    if (!record_.is_end) {
+      LogLine(L"Upgrade One Device OK");
+      return;
+    }
+    LogLine(L"All Upgrade Success");
+    SendUpgradeEvent(record_, kProgressEvent, 100);
+    SendUpgradeEvent(record_, kResultEvent, kResultSuccess);
+  }
+
+  ULONGLONG IdleMs() const { return GetTickCount64() - last_write_ms_; }
+  DWORD TimeLeftMs() const {
+    const ULONGLONG idle = IdleMs();
+    if (idle >= record_.timeout) return 0;
+    return static_cast<DWORD>(std::min<ULONGLONG>(record_.timeout - idle, kLongestWaitMs));
+  }
+
+  UsbUpgradeFile& record_;
+  // The files outlive the read that is posted on them.
+  UniqueFile write_file_;
+  UniqueFile read_file_;
+  OverlappedRead reader_;
+  ULONGLONG last_write_ms_ = 0;
+  bool read_failed_ = false;
+};
+
+bool ReceiveStatus(UsbUpgradeFile& record, uint8_t status, uint8_t detail) {
+  SendUpgradeEvent(record, kNoticeEvent, status, detail);
+  // The device has the packet though its echo was lost; no progress is counted for it.
+  if ((status == 1 || status == 2) && detail == 1 && !record.packets.empty())
+    record.packets.pop_front();
+  return status == kStatusEnd;
+}
+
+bool EchoMatches(const UsbUpgradeFile& record, std::span<const uint8_t, kPacketDataSize> report) {
+  const size_t length = std::max<size_t>(PacketLength(record), 1);
+  const uint8_t* sent = record.packets.front().data;
+  return std::equal(report.begin() + 1, report.begin() + static_cast<ptrdiff_t>(length), sent + 1);
+}
+
+// Sent again up to nine times at the same place of the download, then no more.
+void RepeatFrontPacket(UsbUpgradeFile& record) {
+  UpgradePacket& packet = record.packets.front();
+  packet.pending = 1;
+  if (record.repeat_mark != record.packets.size()) {
+    record.repeat_count = 0;
+    record.repeat_mark = record.packets.size();
+  } else if (++record.repeat_count > kLongestRepeat) {
+    LogLine(L"Repeat timeout");
+    packet.pending = 0;
+  }
+}
+
+void ReceiveEcho(UsbUpgradeFile& record, std::span<const uint8_t, kPacketDataSize> report) {
+  if (record.packets.empty()) return;
+  if (EchoMatches(record, report)) {
+    ++record.progress;
+    record.packets.pop_front();
+  } else {
+    RepeatFrontPacket(record);
+  }
+  ReportProgress(record);
+}
+
+}  // namespace
+
+bool DownloadFile(UsbUpgradeFile& record) {
+  return Download(record).Run();
+}
+
+bool ReceiveBootReply(UsbUpgradeFile& record, std::span<const uint8_t, kPacketDataSize> report) {
+  LogHexLine(L"Received Data:", report);
+  switch (report[1]) {
+    case kReplyReady:
+      SendUpgradeEvent(record, kNoticeEvent, kNoticeDownload, 3);
+      return false;
+    case kReplyStatus:
+      return report[2] == kStatusMark && ReceiveStatus(record, report[3], report[4]);
+    case kReplyEcho:
+      ReceiveEcho(record, report);
+      return false;
+    case kReplyError:
+      if (report[2] == kErrorMark)
+        SendUpgradeEvent(record, kResultEvent, kResultDeviceError, report[3]);
+      return false;
+    default:
+      return false;
+  }
+}
+
+}  // namespace perilink

@@ -1,0 +1,26 @@
+#include "upgrade/events.h"
+
+#include <algorithm>
+
+#include "upgrade/turn.h"
+
+namespace perilink {
+
+void SendUpgradeEvent(const UsbUpgradeFile& record, uint8_t kind, uint8_t code, uint8_t arg1,
+                      uint8_t arg2) {
+  if (kind == kResultEvent && code != kResultDeviceError) AnnounceUpgradeEnd();
+  if (record.callback == nullptr) return;
+  const UpgradeEvent event{7, kind, code, arg1, arg2, {}};
+  record.callback(&event.message_class, sizeof(event));
+}
+
+void ReportProgress(UsbUpgradeFile& record) {
+  if (record.total_packet_count == 0) return;
+  const int64_t exact = int64_t{record.progress} * 100 / record.total_packet_count;
+  const auto percent = static_cast<int32_t>(std::min<int64_t>(exact, INT32_MAX));
+  if (percent == record.last_percent) return;
+  record.last_percent = percent;
+  SendUpgradeEvent(record, kProgressEvent, static_cast<uint8_t>(std::min(percent, 100)));
+}
+
+}  // namespace perilink

@@ -1,0 +1,137 @@
+#include "upgrade/log.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <deque>
+#include <mutex>
+
+#include "perilink/upgrade.h"
+#include "platform/runtime.h"
+#include "upgrade/upgrade_file.h"
+
+namespace perilink {
+namespace {
+
+constexpr char kLogFileName[] = "dll_log.txt";
+constexpr size_t kDumpedBytes = 8;
+
+class UpgradeLog {
+ public:
+  void Append(std::wstring line) {
+    const std::lock_guard lock(mutex_);
+    lines_.push_back(std::move(line));
+  }
+  void Clear() {
+    std::deque<std::wstring> old;
+    const std::lock_guard lock(mutex_);
+    old.swap(lines_);
+  }
+  std::vector<std::wstring> Copy() const {
+    const std::lock_guard lock(mutex_);
+    return {lines_.begin(), lines_.end()};
+  }
+  size_t size() const {
+    const std::lock_guard lock(mutex_);
+    return lines_.size();
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::deque<std::wstring> lines_;
+};
+
+// Never destroyed: the upgrade thread may still log while the process exits.
+UpgradeLog& Log() {
+  static UpgradeLog& log = *new UpgradeLog;
+  return log;
+}
+
+std::atomic<bool> save_log_file = false;
+
+std::wstring Widen(const char* ascii) {
+  return {ascii, ascii + std::char_traits<char>::length(ascii)};
+}
+
+std::wstring Timestamp() {
+  SYSTEMTIME now;
+  GetLocalTime(&now);
+  return FormatTimestamp(now);
+}
+
+std::wstring HexDump(std::span<const uint8_t> data) {
+  static constexpr wchar_t kDigits[] = L"0123456789abcdef";
+  std::wstring dump;
+  for (const uint8_t byte : data.first(std::min(data.size(), kDumpedBytes)))
+    dump += {kDigits[byte >> 4], kDigits[byte & 15], L' '};
+  return dump;
+}
+
+}  // namespace
+
+void SetSaveLogFile(bool save) {
+  save_log_file.store(save, std::memory_order_relaxed);
+}
+
+void LogLine(const std::wstring& text) {
+  Log().Append(text);
+  AppendLogFile(text);
+}
+
+void LogHexLine(std::wstring_view text, std::span<const uint8_t> data) {
+  Log().Append(Timestamp().append(L":  ").append(text) + HexDump(data));
+}
+
+void LogUpgradeFile(const UsbUpgradeFile& record) {
+  AppendLogFile(L"logs UsbUpgradeFile");
+  AppendLogFile(L"logs size = " + std::to_wstring(Log().size()));
+  const std::wstring time = Timestamp();
+  AppendLogFile(L"time:" + time);
+  Log().Append(time);
+  Log().Append(L"  UsbUpgradeFile");
+  Log().Append(record.is_end ? L"isEnd:true" : L"isEnd:false");
+  Log().Append(record.valid ? L"valid:true" : L"valid:false");
+  LogLine(L"totalPacketCount:" + std::to_wstring(record.total_packet_count));
+  LogLine(L"icName:" + record.ic_name);
+  LogLine(L"bootInputEndPoint:" + record.boot_input_end_point);
+  LogLine(L"bootOutputEndPoint:" + record.boot_output_end_point);
+  LogLine(L"normalInputEndPoint:" + record.normal_input_end_point);
+  LogLine(L"normalOutputEndPoint:" + record.normal_output_end_point);
+  LogLine(L"senserName:" + record.senser_name);
+  LogLine(L"productName:" + record.product_name);
+}
+
+void AppendLogFile(std::wstring_view text) {
+  if (!save_log_file.load(std::memory_order_relaxed)) return;
+  std::string line;
+  line.reserve(text.size());
+  for (const wchar_t character : text) {
+    // The file's line ends are CR LF, also those that a text brings along.
+    if (character == L'\n') line.push_back('\r');
+    const auto code = static_cast<uint32_t>(character);
+    line.push_back(code <= 0xFF ? static_cast<char>(code) : '?');
+  }
+  AppendLineShared(kLogFileName, line);
+}
+
+void ResetUpgradeLog() {
+  Log().Clear();
+  AppendLogFile(L"log reset");
+}
+
+std::vector<std::wstring> CopyUpgradeLog() {
+  return Log().Copy();
+}
+
+std::wstring FormatTimestamp(const SYSTEMTIME& time) {
+  char text[64];
+  std::snprintf(text, sizeof(text), "%4d-%02d-%02d %02d:%02d:%02d %03d", time.wYear, time.wMonth,
+                time.wDay, time.wHour, time.wMinute, time.wSecond, time.wMilliseconds);
+  return Widen(text);
+}
+
+}  // namespace perilink
+
+void UsbUpgrade_EnableSaveLogFile(uint8_t enable) {
+  perilink::SetSaveLogFile(enable != 0);
+}

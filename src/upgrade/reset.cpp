@@ -1,0 +1,122 @@
+#include <algorithm>
+
+#include "platform/handles.h"
+#include "platform/overlapped_read.h"
+#include "transport/discovery.h"
+#include "transport/exchange.h"
+#include "transport/frame.h"
+#include "upgrade/cycle.h"
+#include "upgrade/device_io.h"
+#include "upgrade/events.h"
+#include "upgrade/log.h"
+#include "upgrade/steps.h"
+
+namespace perilink {
+namespace {
+
+constexpr size_t kEchoFlagAt = 5;  // in the reset command: non-zero when the device echoes it
+constexpr ULONGLONG kEchoTimeoutMs = 1000;
+constexpr ULONGLONG kEchoWaitMs = 100;
+
+enum class Search { kFound, kAbsent, kFailed };
+
+struct NormalInterfaces {
+  HidPathList inputs;
+  HidPathList outputs;
+};
+
+Search FindNormalInterfaces(const UsbUpgradeFile& record, NormalInterfaces& found) {
+  found = {FindHidPathsByKey(record.normal_input_end_point),
+           FindHidPathsByKey(record.normal_output_end_point)};
+  const size_t inputs = found.inputs.size();
+  const size_t outputs = found.outputs.size();
+  if (inputs == 1 && outputs == 1) return Search::kFound;
+  if (inputs == 0 && outputs == 0) return Search::kAbsent;
+  LogLine(L"ResetToBootMode-Found Multi Devices-input Size =" + std::to_wstring(inputs));
+  LogLine(L"ResetToBootMode-Found Multi Devices-output Size =" + std::to_wstring(outputs));
+  SendUpgradeEvent(record, kResultEvent, kResultNormalInterfaces, EventCount(inputs),
+                   EventCount(outputs));
+  return Search::kFailed;
+}
+
+// With `wait_normal`, every search but a final one is preceded by a whole cycle.
+Search PollNormalInterfaces(UsbUpgradeFile& record, bool wait_normal, NormalInterfaces& found) {
+  CycleClock clock(record);
+  for (;;) {
+    if (wait_normal) clock.SleepCycle();
+    if (!clock.CountCycle()) {
+      LogLine(L"ResetToBootMode-TimeOut-" + std::to_wstring(clock.limit()));
+      SendUpgradeEvent(record, kResultEvent, kResultNoNormalDevice, 1);
+      return Search::kFailed;
+    }
+    const Search search = FindNormalInterfaces(record, found);
+    if (search != Search::kAbsent || !wait_normal) return search;
+  }
+}
+
+bool IsResetEcho(std::span<const uint8_t> report, std::span<const uint8_t> command) {
+  constexpr size_t kChecksumAt = offsetof(CommandFrame, checksum);
+  return report[kChecksumAt] == ChecksumRange(report.data(), 0, kChecksumAt) &&
+         std::equal(command.begin(), command.end(), report.begin());
+}
+
+// The read is posted once: after a report that is not the echo the wait runs out.
+bool WaitForEcho(const UsbUpgradeFile& record, OverlappedRead& reader) {
+  LogLine(L"ResetToBootMode-Write data success-Wait Usb");
+  const ULONGLONG sent_ms = GetTickCount64();
+  bool reading = true;
+  for (ULONGLONG passed = 0; passed < kEchoTimeoutMs; passed = GetTickCount64() - sent_ms) {
+    const ULONGLONG left = kEchoTimeoutMs - passed;
+    if (!reading) {
+      Sleep(static_cast<DWORD>(std::min<ULONGLONG>(left, kTickMs)));
+    } else if (reader.Wait(static_cast<DWORD>(std::min(left, kEchoWaitMs)))) {
+      if (IsResetEcho(reader.buffer(), record.header.reset_command.Command())) {
+        LogLine(L"ResetToBootMode-Device Respone Success");
+        SendUpgradeEvent(record, kNoticeEvent, kNoticeBoot, 1);
+        return true;
+      }
+      reading = false;
+    }
+  }
+  LogLine(L"ResetToBootMode-Timer Out Error");
+  SendUpgradeEvent(record, kResultEvent, kResultTimeout, 1);
+  return false;
+}
+
+bool SendReset(const UsbUpgradeFile& record, const NormalInterfaces& paths) {
+  const CommandDescriptor& reset = record.header.reset_command;
+  const UniqueFile write_file(OpenHidWriteHandle(paths.outputs.front()));
+  const UniqueFile read_file(OpenHidReadHandle(paths.inputs.front()));
+  LogLine(L"ResetToBootMode-hDeviceWrite =" + HandleText(write_file.Get()));
+  LogLine(L"ResetToBootMode-hDeviceRead =" + HandleText(read_file.Get()));
+  OverlappedRead reader;
+  if (!reader.has_event()) LogLine(L"ResetToBootMode-osReader.hEvent = 0");
+  reader.Post(read_file.Get(), reset.Command().size());
+  LogHexLine(L"ResetToBootMode-Write data:", reset.Bytes());
+
+  const bool sent = SendReport(write_file.Get(), reset.Command(), reset.use_feature_report != 0);
+  if (!sent || !reader.has_event()) {
+    LogLine(L"ResetToBootMode-Write Usb Error");
+    SendUpgradeEvent(record, kResultEvent, kResultResetWriteFailed, sent, reader.has_event());
+    return false;
+  }
+  if (reset.data[kEchoFlagAt] == 0) {
+    LogLine(L"ResetToBootMode-Write data success");
+    SendUpgradeEvent(record, kNoticeEvent, kNoticeBoot, 2);
+    return true;
+  }
+  return WaitForEcho(record, reader);
+}
+
+}  // namespace
+
+bool ResetToBootMode(UsbUpgradeFile& record, bool wait_normal) {
+  LogLine(wait_normal ? L"Start ResetToBootMode-waitNormal-1"
+                      : L"Start ResetToBootMode-waitNormal-0");
+  NormalInterfaces paths;
+  const Search search = PollNormalInterfaces(record, wait_normal, paths);
+  if (search == Search::kFound) return SendReset(record, paths);
+  return search == Search::kAbsent;
+}
+
+}  // namespace perilink

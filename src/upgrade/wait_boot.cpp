@@ -1,0 +1,46 @@
+#include "transport/discovery.h"
+#include "upgrade/cycle.h"
+#include "upgrade/events.h"
+#include "upgrade/log.h"
+#include "upgrade/steps.h"
+
+namespace perilink {
+namespace {
+
+constexpr int kStableSightings = 3;
+
+}  // namespace
+
+bool WaitBootMode(UsbUpgradeFile& record) {
+  LogLine(L"Start WaitBootMode");
+  CycleClock clock(record);
+  int stable = 0;
+  for (;;) {
+    clock.SleepCycle();
+    if (!clock.CountCycle()) {
+      LogLine(L"WaitBootMode-NotBootFoundDeviceError-TimeOut-" + std::to_wstring(clock.limit()));
+      SendUpgradeEvent(record, kResultEvent, kResultNoBootDevice, 1);
+      return false;
+    }
+    const size_t inputs = FindHidPathsByKey(record.boot_input_end_point).size();
+    const size_t outputs = FindHidPathsByKey(record.boot_output_end_point).size();
+    if (inputs > 1 || outputs > 1) {
+      LogLine(L"WaitBootMode-Multi Boot Device Error");
+      SendUpgradeEvent(record, kResultEvent, kResultBootInterfaces, EventCount(inputs),
+                       EventCount(outputs));
+      return false;
+    }
+    if (inputs == 0 || outputs == 0) {
+      stable = 0;
+      continue;
+    }
+    clock.RestartCount();
+    LogLine(L"WaitBootMode-Found one device-wait stable");
+    if (++stable < kStableSightings) continue;
+    LogLine(L"WaitBootMode-usb stable");
+    SendUpgradeEvent(record, kNoticeEvent, kNoticeBoot, 2);
+    return true;
+  }
+}
+
+}  // namespace perilink
