@@ -1,0 +1,355 @@
+#include "battery/optimizer.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <vector>
+
+#include "battery/battery_device.h"
+#include "battery/registry_fixture.h"
+#include "perilink/battery.h"
+
+namespace perilink {
+namespace {
+
+constexpr int64_t kToday = 1700000000;
+constexpr uint32_t kPassMs = 20;
+
+struct Report {
+  double at_ms;
+  std::vector<uint8_t> frame;
+  std::vector<uint8_t> data;
+  int level() const { return data[0]; }
+};
+std::vector<Report> reports;
+
+double NowMs() {
+  return static_cast<double>(GetTickCount64());
+}
+
+void PERILINK_CALL Record(const uint8_t* frame, uint32_t frame_length, const uint8_t* data,
+                          uint32_t data_length) {
+  reports.push_back({NowMs(), {frame, frame + frame_length}, {data, data + data_length}});
+}
+
+class OptimizerTest : public RegistryTest {
+ protected:
+  OptimizerTest() {
+    platform::SetCalendarTime(kToday);
+    Connect();
+  }
+
+  void Connect() {
+    optimizer.SetDevicePath(device.Path());
+    optimizer.ArmPoll(0);
+  }
+  // One pass of the server's loop, as far as it concerns the battery.
+  void Pass() {
+    if (optimizer.PollDue()) {
+      optimizer.ArmPoll(BatteryOptimizer::kPollIntervalMs);
+      optimizer.PollStep();
+    }
+    if (optimizer.SmoothingActive()) optimizer.SmoothingStep(&Record);
+  }
+  void RunFor(
+      uint64_t duration_ms, const std::function<void()>& after_each_pass = [] {}) {
+    for (const uint64_t end = GetTickCount64() + duration_ms; GetTickCount64() < end;) {
+      Sleep(kPassMs);
+      Pass();
+      after_each_pass();
+    }
+  }
+  // Polls a connection that starts with this level on show.
+  void StartAt(uint8_t level) {
+    optimizer.SetLastBattery(0, level);
+    optimizer.Restart();
+    optimizer.PollStep();
+    ASSERT_EQ(optimizer.ReportedLevel(), level);
+  }
+  static std::vector<int> Levels() {
+    std::vector<int> levels;
+    for (const Report& report : reports)
+      levels.push_back(report.level());
+    return levels;
+  }
+
+  BatteryDevice device;
+  BatteryOptimizer optimizer;
+};
+
+TEST(IntervalTimer, NeedsALaterMillisecond) {
+  EXPECT_FALSE((IntervalTimer{true, 1000, 0}.Due(1000)));
+  EXPECT_TRUE((IntervalTimer{true, 1000, 0}.Due(1001)));
+  EXPECT_FALSE((IntervalTimer{true, 1000, 50}.Due(1049)));
+  EXPECT_TRUE((IntervalTimer{true, 1000, 50}.Due(1050)));
+  EXPECT_FALSE((IntervalTimer{true, 1000, 0}.Due(999)));
+  EXPECT_FALSE((IntervalTimer{false, 1000, 0}.Due(2000)));
+}
+
+TEST_F(OptimizerTest, StartEstimate) {
+  struct {
+    int age_s;
+    uint8_t last;
+    uint8_t level;
+    uint16_t voltage;
+    int start;
+  } const cases[] = {
+      {600, 50, 70, 0, 66},   {600, 50, 30, 0, 42},    {600, 50, 55, 0, 50},   {59, 50, 99, 0, 50},
+      {0, 50, 1, 0, 50},      {60, 50, 99, 0, 51},     {60, 50, 1, 0, 50},     {72, 50, 1, 0, 49},
+      {1800, 50, 100, 0, 50}, {1799, 50, 101, 0, 100}, {1800, 10, 0, 0, 10},   {1800, 30, 1, 0, 5},
+      {1801, 50, 7, 0, 7},    {1801, 50, 7, 3700, 28}, {600, 50, 7, 3700, 42}, {-2, 50, 7, 0, 7},
+      {-1000, 50, 7, 0, 7},
+  };
+  for (const auto& c : cases) {
+    device.battery = {c.level, 0, c.voltage};
+    WriteSavedRecord(device.address, kToday - c.age_s, c.last);
+    optimizer.PollStep();
+    EXPECT_EQ(optimizer.ReportedLevel(), c.start) << "registry, " << c.age_s << " s";
+    EXPECT_TRUE(optimizer.SaveAllowed());
+
+    optimizer.SetLastBattery(c.age_s, c.last);
+    optimizer.Restart();
+    optimizer.PollStep();
+    EXPECT_EQ(optimizer.ReportedLevel(), c.start) << "host, " << c.age_s << " s";
+    EXPECT_FALSE(optimizer.SaveAllowed());
+    optimizer.EndConnection();
+  }
+}
+
+TEST_F(OptimizerTest, StartsAtTheMeasuredLevelWithoutAUsableRecord) {
+  for (const std::wstring text : {L"", L"rubbish", L"01700000000-85-1", L"-"}) {
+    SetRawRecord(text);
+    optimizer.PollStep();
+    EXPECT_EQ(optimizer.ReportedLevel(), 50);
+    optimizer.SetReportedLevel(1);
+    optimizer.EndConnection();
+  }
+  // An age of -1 from the host is no age: the registry's record counts.
+  WriteSavedRecord(device.address, kToday - 10, 33);
+  optimizer.SetLastBattery(-1, 77);
+  optimizer.PollStep();
+  EXPECT_EQ(optimizer.ReportedLevel(), 33);
+  EXPECT_TRUE(optimizer.SaveAllowed());
+}
+
+TEST_F(OptimizerTest, FirstReportComesRightAfterTheFirstPollAndSaves) {
+  device.battery = {50, 2, 0x0E74};
+  RunFor(2 * kPassMs);
+  ASSERT_EQ(reports.size(), 1u);
+  const std::vector<uint8_t> frame = {8, 4, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x49};
+  EXPECT_EQ(reports[0].frame, frame);
+  EXPECT_EQ(reports[0].data, (std::vector<uint8_t>{28, 2, 0x0E, 0x74}));
+  EXPECT_EQ(RawRecord(), L"01700000000-28");
+}
+
+TEST_F(OptimizerTest, LevelReportRules) {
+  optimizer.PollStep();
+  struct {
+    uint8_t level, charging;
+    bool force, enabled;
+    bool reported;
+    const wchar_t* record;
+  } const steps[] = {
+      {40, 0, false, true, true, L"01700000000-40"},
+      {40, 0, false, true, false, L"01700000000-40"},
+      {41, 0, false, false, true, L"01700000000-40"},
+      {40, 0, false, true, true, L"01700000000-40"},
+      {40, 7, false, true, true, L""},  // the charger alone is no reason to save
+      {40, 1, false, true, false, L""},
+      {40, 1, true, true, true, L""},
+      {42, 1, true, true, true, L"01700000000-42"},
+  };
+  for (const auto& step : steps) {
+    if (step.record[0] == 0) SetRawRecord(L"");
+    device.battery.charging = step.charging;
+    optimizer.PollStep();
+    optimizer.SetEnabled(step.enabled ? 0x80 : 0);
+    reports.clear();
+    optimizer.LevelReport(step.level, &Record, step.force);
+    EXPECT_EQ(reports.size(), step.reported ? 1u : 0u) << &step - steps;
+    EXPECT_EQ(RawRecord(), step.record) << &step - steps;
+  }
+  reports.clear();
+  optimizer.LevelReport(43, nullptr, false);  // remembered although nobody listens
+  optimizer.LevelReport(43, &Record, false);
+  EXPECT_TRUE(reports.empty());
+  EXPECT_EQ(RawRecord(), L"01700000000-43");
+}
+
+TEST_F(OptimizerTest, DischargesOnePercentAStep) {
+  StartAt(60);
+  device.battery.level = 40;
+  RunFor(3600 * 1000);
+  ASSERT_EQ(reports.size(), 20u);
+  for (size_t i = 0; i < reports.size(); ++i) {
+    EXPECT_EQ(reports[i].level(), 59 - static_cast<int>(i));
+    EXPECT_NEAR(reports[i].at_ms - reports[0].at_ms, 10000.0 * static_cast<double>(i), 500);
+  }
+  device.battery.level = 90;  // a level does not rise off the charger
+  RunFor(60 * 1000);
+  device.battery.level = 15;
+  RunFor(20 * 1000);
+  device.battery.level = 0;
+  RunFor(20 * 1000);
+  const std::vector<int> levels = Levels();
+  EXPECT_EQ(std::vector<int>(levels.end() - 3, levels.end()), (std::vector<int>{40, 15, 0}));
+}
+
+TEST_F(OptimizerTest, ChargesSlowlyWhenNearlyFull) {
+  device.battery = {70, 1, 4110};
+  StartAt(82);
+  RunFor(5 * 3600 * 1000);
+  const std::vector<int> levels = Levels();
+  ASSERT_EQ(levels.size(), 17u);
+  for (size_t i = 0; i < levels.size(); ++i)
+    EXPECT_EQ(levels[i], 83 + static_cast<int>(i));
+  // 83, 84 and 85 come a step apart; from there on the charge creeps.
+  EXPECT_NEAR(reports[2].at_ms - reports[0].at_ms, 20000, 4 * kPassMs);
+  EXPECT_NEAR(reports[3].at_ms - reports[2].at_ms, 10000, 2 * kPassMs);
+  EXPECT_NEAR(reports[4].at_ms - reports[3].at_ms, 300000, 2 * kPassMs);
+
+  device.battery.voltage = 4079;  // 94 percent: neither nearly full nor more than 10 ahead
+  StartAt(84);
+  RunFor(60 * 1000);
+  EXPECT_EQ(optimizer.ReportedLevel(), 84);
+}
+
+TEST_F(OptimizerTest, FullAfterTenFullReadingsInARow) {
+  device.battery = {100, 1, 0};
+  StartAt(50);
+  const double start_ms = NowMs();
+  while (optimizer.ReportedLevel() < 59)
+    RunFor(kPassMs);
+  device.battery.level = 99;  // breaks the row after nine
+  optimizer.PollStep();
+  RunFor(200);
+  EXPECT_EQ(Levels(), (std::vector<int>{60}));
+  EXPECT_NEAR(NowMs() - start_ms, 1100, 150);
+
+  reports.clear();
+  device.battery.level = 100;
+  RunFor(11 * 1000);  // the next step, and ten more
+  EXPECT_EQ(Levels(), (std::vector<int>{100}));
+  const int polls = device.polls;
+  RunFor(3600 * 1000);  // nothing hurries any more
+  EXPECT_EQ(Levels(), (std::vector<int>{100}));
+  EXPECT_LE(device.polls - polls, 721);
+}
+
+TEST_F(OptimizerTest, JumpsOverLargeDifferencesIfAllowed) {
+  StartAt(80);
+  device.battery.level = 49;
+  optimizer.PollStep();
+  EXPECT_EQ(optimizer.ReportedLevel(), 80);
+  optimizer.SetParam(0x10, 10000, 300000);
+  device.battery.level = 50;
+  optimizer.PollStep();
+  EXPECT_EQ(optimizer.ReportedLevel(), 80);
+  device.battery.level = 49;
+  optimizer.PollStep();
+  EXPECT_EQ(optimizer.ReportedLevel(), 49);
+}
+
+TEST_F(OptimizerTest, FailedPollsKeepTheLevelAndEndSmoothing) {
+  StartAt(60);
+  device.battery.level = 70;
+  for (bool BatteryDevice::*answer :
+       {&BatteryDevice::answers_on_line, &BatteryDevice::answers_battery}) {
+    device.*answer = false;
+    reports.clear();
+    RunFor(60 * 1000);
+    EXPECT_FALSE(optimizer.SmoothingActive());
+    EXPECT_FALSE(optimizer.SmoothingArmed());
+    EXPECT_EQ(optimizer.ReportedLevel(), 60);
+    EXPECT_TRUE(reports.empty());
+    device.*answer = true;
+    device.battery.charging ^= 1;
+    RunFor(6 * 1000);
+    EXPECT_TRUE(optimizer.SmoothingActive());
+    EXPECT_EQ(reports.size(), 1u);
+  }
+}
+
+TEST_F(OptimizerTest, ConnectionsSaveAtTheirEnd) {
+  device.answers_battery = false;
+  optimizer.PollStep();
+  optimizer.EndConnection();
+  EXPECT_EQ(RawRecord(L"BatteryValue_000000"), L"01700000000-0");
+
+  device.answers_battery = true;
+  optimizer.PollStep();
+  optimizer.SetReportedLevel(44);
+  optimizer.SetEnabled(0);
+  optimizer.EndConnection();
+  EXPECT_EQ(RawRecord(), L"");
+  optimizer.SetEnabled(1);
+  optimizer.ArmPoll(0);
+  optimizer.EndConnection();
+  EXPECT_EQ(RawRecord(), L"01700000000-44");
+  Sleep(10);
+  EXPECT_FALSE(optimizer.PollDue());
+
+  // With the host's own records in use the registry stays as it is, until the next connection.
+  StartAt(70);
+  optimizer.LevelReport(70, &Record, true);
+  optimizer.EndConnection();
+  EXPECT_EQ(RawRecord(), L"01700000000-44");
+  optimizer.PollStep();
+  EXPECT_EQ(optimizer.ReportedLevel(), 44);
+}
+
+TEST_F(OptimizerTest, HostTableLastsOneConnection) {
+  uint32_t table[kVoltagePoints];
+  for (uint32_t i = 0; i < kVoltagePoints; ++i)
+    table[i] = 1000 + 100 * i;
+  device.battery = {9, 0, 2050};
+  const auto start_level = [this] {
+    optimizer.PollStep();
+    const int level = optimizer.ReportedLevel();
+    SetRawRecord(L"");
+    optimizer.Restart();
+    return level;
+  };
+  optimizer.SetSection(table);
+  EXPECT_EQ(start_level(), 52);
+  EXPECT_EQ(start_level(), 52);
+  optimizer.EndConnection();
+  SetRawRecord(L"");
+  EXPECT_EQ(start_level(), 1);
+
+  // Not even a table that makes no sense pushes the shown level out of its range.
+  for (uint32_t i = 0; i < kVoltagePoints; ++i)
+    table[i] = i % 2 == 0 ? 0xFFFFFFFF : 3000 - 9 * i;
+  table[20] = 3001;
+  for (const uint8_t charging : {uint8_t{0}, uint8_t{1}}) {
+    optimizer.SetSection(table);
+    device.battery = {90, charging, 3000};
+    optimizer.Restart();
+    RunFor(600 * 1000, [this] { ASSERT_LE(optimizer.ReportedLevel(), 100); });
+  }
+}
+
+TEST_F(OptimizerTest, ExportsReachTheOptimiser) {
+  BatteryOptimizer& shared = BatteryOptimizer::Instance();
+  shared.SetDevicePath(device.Path());
+  uint32_t table[kVoltagePoints];
+  for (uint32_t i = 0; i < kVoltagePoints; ++i)
+    table[i] = 1000 + 100 * i;
+  UsbServer_SetBatteryOptimizeEnable(0);
+  EXPECT_FALSE(shared.Enabled());
+  UsbServer_SetBatteryOptimizeEnable(2);
+  EXPECT_TRUE(shared.Enabled());
+  device.battery = {9, 0, 2050};
+  UsbServer_SetBatteryOptimizeSection(table);
+  UsbServer_SetBatteryOptimizeLastBattery(-5, 40);
+  shared.PollStep();
+  EXPECT_EQ(shared.ReportedLevel(), 52);
+  UsbServer_SetBatteryOptimizeParam(1, 1000, 3000);
+  device.battery.voltage = 1200;
+  shared.PollStep();
+  EXPECT_EQ(shared.ReportedLevel(), 10);
+}
+
+}  // namespace
+}  // namespace perilink
