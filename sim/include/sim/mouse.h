@@ -1,0 +1,18 @@
+// A virtual wireless mouse with its receiver: vid_1234&pid_abcd, commands on mi_01&col05.
+#ifndef PERILINK_SIM_MOUSE_H_
+#define PERILINK_SIM_MOUSE_H_
+
+#include "sim/device.h"
+
+namespace perilink::sim {
+
+class Mouse : public Device {
+ public:
+  explicit Mouse(DeviceOptions options = Options());
+  // The default options, to change and pass on.
+  static DeviceOptions Options();
+};
+
+}  // namespace perilink::sim
+
+#endif  // PERILINK_SIM_MOUSE_H_
