@@ -1,0 +1,24 @@
+// The commands. Each has a file of its own, which adds it to the command line: its options, its
+// help, and what Context::run does when it is chosen.
+#ifndef PERILINK_TOOLS_PERICTL_COMMANDS_COMMANDS_H_
+#define PERILINK_TOOLS_PERICTL_COMMANDS_COMMANDS_H_
+
+#include <CLI/CLI.hpp>
+
+#include "context.h"
+
+namespace perictl {
+
+void AddListCommand(CLI::App& app, Context& context);
+void AddInfoCommand(CLI::App& app, Context& context);
+void AddDemoCommand(CLI::App& app, Context& context);
+
+inline constexpr void (*kAddCommands[])(CLI::App&, Context&) = {
+    AddListCommand,
+    AddInfoCommand,
+    AddDemoCommand,
+};
+
+}  // namespace perictl
+
+#endif  // PERILINK_TOOLS_PERICTL_COMMANDS_COMMANDS_H_

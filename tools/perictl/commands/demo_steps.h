@@ -1,0 +1,35 @@
+// The steps of the demo, in the order in which they run. A step has a section of the report.
+#ifndef PERILINK_TOOLS_PERICTL_COMMANDS_DEMO_STEPS_H_
+#define PERILINK_TOOLS_PERICTL_COMMANDS_DEMO_STEPS_H_
+
+#include <string>
+
+#include "context.h"
+
+namespace perictl {
+
+// What the steps hand on.
+struct DemoState {
+  Context& context;
+  std::string path;  // the interface that takes the device's commands
+};
+
+void DemoFind(DemoState& state);
+void DemoRead(DemoState& state);
+void DemoSettings(DemoState& state);
+
+struct DemoStep {
+  const char* key;
+  const char* title;
+  void (*run)(DemoState& state);
+};
+
+inline constexpr DemoStep kDemoSteps[] = {
+    {"find", "Finding the device", DemoFind},
+    {"device", "Reading the device", DemoRead},
+    {"receiver", "Setting the receiver, and setting it back", DemoSettings},
+};
+
+}  // namespace perictl
+
+#endif  // PERILINK_TOOLS_PERICTL_COMMANDS_DEMO_STEPS_H_

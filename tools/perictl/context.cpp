@@ -1,0 +1,68 @@
+#include "context.h"
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "perilink/finder.h"
+#include "virtual_devices.h"
+
+namespace perictl {
+namespace {
+
+const CLI::Validator kHexId(
+    [](std::string& text) {
+      const bool good =
+          text.size() == 4 && text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+      return good ? std::string() : "'" + text + "' is not four hexadecimal digits, as in 1a2b";
+    },
+    "HEX4");
+
+}  // namespace
+
+void AddCommonOptions(CLI::App& app, Context& context) {
+  app.add_flag_callback(
+      "--json", [&context] { context.report.UseJson(true); },
+      "print JSON: one document, or one object a line for watches");
+
+  Selection& selection = context.selection;
+  const std::string group = "Which device";
+  CLI::Option* vid =
+      app.add_option("--vid", selection.vendor_id, "vendor id")->check(kHexId)->group(group);
+  CLI::Option* pid =
+      app.add_option("--pid", selection.product_id, "product id")->check(kHexId)->group(group);
+  CLI::Option* path =
+      app.add_option("--path", selection.path, "path of the interface, as listed")->group(group);
+  CLI::Option* key = app.add_option("--key", selection.key, "a part of the path")->group(group);
+  app.add_flag("--keyboard", selection.keyboard, "the device is a keyboard")->group(group);
+  pid->needs(vid);
+  path->excludes(vid)->excludes(pid)->excludes(key);
+  key->excludes(vid)->excludes(pid);
+
+  VirtualChoice& choice = context.virtual_device;
+  choice.model = DefaultVirtualModel();
+  if (VirtualModels().empty()) return;
+  const std::string virtual_group = "Virtual devices";
+  app.add_flag("--virtual{mouse}", choice.model, "simulate this device (the default: mouse)")
+      ->check(CLI::IsMember(VirtualModels()))
+      ->group(virtual_group);
+  app.add_option("--virtual-fault", choice.fault, "simulate it with this fault")
+      ->check(CLI::IsMember(VirtualFaults()))
+      ->group(virtual_group);
+}
+
+void PrepareDevices(Context& context) {
+  const VirtualChoice& choice = context.virtual_device;
+  if (!choice.model.empty()) {
+    std::cerr << "perictl: using a virtual " << choice.model
+              << (choice.fault.empty() ? "" : ", " + choice.fault) << '\n';
+    PlugVirtualDevice(choice);
+    if (choice.model == "keyboard") context.selection.keyboard = true;
+  }
+  if (context.selection.keyboard) {
+    UsbFinder_SetKeyboardMode();
+  } else {
+    UsbFinder_SetMouseMode();
+  }
+}
+
+}  // namespace perictl

@@ -1,0 +1,69 @@
+// perictl: finds, inspects and shows a device through perilink's public headers, as any host may.
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+
+#include "commands/commands.h"
+#include "context.h"
+#include "exit_codes.h"
+
+namespace perictl {
+namespace {
+
+// The one line that a failure gets; with --json also as the document's member "error", behind
+// whatever was found out before.
+int Fail(Context& context, ExitCode code, const std::string& message) {
+  std::cout.flush();
+  std::cerr << "perictl: " << message << '\n';
+  if (context.report.json()) {
+    context.report.Section("", "");
+    context.report.Fact(
+        "error", "", "",
+        {{"code", static_cast<int>(code)}, {"name", ExitCodeName(code)}, {"message", message}});
+    context.report.Finish();
+  }
+  return static_cast<int>(code);
+}
+
+int Run(Context& context) {
+  try {
+    PrepareDevices(context);
+    context.run();
+    context.report.Finish();
+  } catch (const Failure& failure) {
+    return Fail(context, failure.code(), failure.what());
+  } catch (const std::exception& error) {
+    return Fail(context, ExitCode::kInternal, error.what());
+  }
+  if (!std::cout) {
+    std::cerr << "perictl: the output can't be written\n";
+    return static_cast<int>(ExitCode::kInternal);
+  }
+  return static_cast<int>(ExitCode::kSuccess);
+}
+
+int Main(int argc, char** argv) {
+  Context context(std::cout);
+  CLI::App app("Talks to wireless gaming mice and keyboards and their USB receivers.", "perictl");
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.footer(ExitCodeHelp());
+  AddCommonOptions(app, context);
+  for (const auto add : kAddCommands)
+    add(app, context);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& success) {
+    return app.exit(success);
+  } catch (const CLI::ParseError& error) {
+    return Fail(context, ExitCode::kUsage, std::string(error.what()) + " ('perictl --help' helps)");
+  }
+  return Run(context);
+}
+
+}  // namespace
+}  // namespace perictl
+
+int main(int argc, char** argv) {
+  return perictl::Main(argc, argv);
+}

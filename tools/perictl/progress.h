@@ -1,0 +1,27 @@
+// How far long work has come: one line that is drawn over on a terminal, nothing in a pipe.
+#ifndef PERILINK_TOOLS_PERICTL_PROGRESS_H_
+#define PERILINK_TOOLS_PERICTL_PROGRESS_H_
+
+#include <string>
+
+namespace perictl {
+
+class Progress {
+ public:
+  explicit Progress(std::string what);
+  ~Progress();  // removes the line
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  // Draws the line if it would change. 0 to 100.
+  void Show(int percent);
+
+ private:
+  const std::string what_;
+  const bool terminal_;
+  int shown_ = -1;
+};
+
+}  // namespace perictl
+
+#endif  // PERILINK_TOOLS_PERICTL_PROGRESS_H_

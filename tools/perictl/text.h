@@ -1,0 +1,20 @@
+// Values as people read them.
+#ifndef PERILINK_TOOLS_PERICTL_TEXT_H_
+#define PERILINK_TOOLS_PERICTL_TEXT_H_
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace perictl {
+
+// "0a1b"
+std::string Hex16(unsigned value);
+// "0a 1b 2c", with another separator if wanted
+std::string HexBytes(std::span<const uint8_t> bytes, char separator = ' ');
+// 0x0123 is "1.23"
+std::string VersionText(int32_t version);
+
+}  // namespace perictl
+
+#endif  // PERILINK_TOOLS_PERICTL_TEXT_H_
