@@ -8,6 +8,7 @@
 #include "perilink/finder.h"
 #include "perilink/protocol_data.h"
 #include "perilink/records.h"
+#include "perilink/server.h"
 #include "perilink/upgrade.h"
 #include "perilink/usb_changed.h"
 

@@ -1,0 +1,184 @@
+#include "server/queued_commands.h"
+
+#include <array>
+#include <cstring>
+
+#include "battery/optimizer.h"
+#include "perilink/server.h"
+#include "platform/guard.h"
+#include "platform/runtime.h"
+#include "server/state.h"
+#include "transport/frame.h"
+
+namespace perilink {
+namespace {
+
+// Several commands declare a full data field whatever they carry.
+constexpr uint8_t kFullLength = kFrameDataCapacity;
+
+void Append(const QueueEntry& entry) {
+  ServerState::Instance().Append({&entry, 1});
+}
+
+// For the exports: a row each, nothing thrown.
+void Queue(uint8_t command, uint8_t declared_length, std::span<const uint8_t> payload) noexcept {
+  Guarded([&] { QueueCommand(command, declared_length, payload); });
+}
+void Query(uint8_t command) noexcept {
+  Queue(command, 0, {});
+}
+void QueueByte(uint8_t command, uint8_t declared_length, uint8_t value) noexcept {
+  Queue(command, declared_length, {&value, 1});
+}
+void QueueRecord(uint8_t command, std::span<const uint8_t> record) noexcept {
+  Queue(command, kFullLength, record);
+}
+
+}  // namespace
+
+void QueueCommand(uint8_t command, uint8_t declared_length, std::span<const uint8_t> payload) {
+  Append(SingleEntry(BuildFrame(command, declared_length, payload)));
+}
+
+void QueueSetRgbBarMode(const RgbBarMode& record) {
+  std::array<uint8_t, 6> payload;
+  payload[0] = record.enabled != 0 ? record.mode : uint8_t{0};
+  std::memcpy(&payload[1], record.settings, sizeof(record.settings));
+  QueueCommand(kCommandSetRgbBarMode, kFullLength, payload);
+}
+
+void QueueGetRgbBarMode() {
+  QueueCommand(kCommandGetRgbBarMode, 0);
+}
+
+}  // namespace perilink
+
+using namespace perilink;
+
+// ---- Entries that the host builds --------------------------------------------------------------
+
+void UsbServer_InitWriteCommand(QueueEntry* entry) {
+  *entry = SingleEntry(CommandFrame{});
+}
+
+void UsbServer_WriteCommand(const QueueEntry* entry) {
+  Guarded([&] { perilink::Append(*entry); });
+}
+
+// ---- Queries -----------------------------------------------------------------------------------
+
+void UsbServer_ReadOnLine(void) {
+  Query(kCommandOnLine);
+}
+void UsbServer_ReadBatteryLevel(void) {
+  Query(kCommandBatteryLevel);
+}
+void UsbServer_ReadDonglePairStatus(void) {
+  Query(kCommandPairStatus);
+}
+void UsbServer_SetClearSetting(void) {
+  Query(kCommandClearSetting);
+}
+void UsbServer_EnterUsbUpdateMode(void) {
+  Query(kCommandUsbUpdateMode);
+}
+void UsbServer_ReadConfig(void) {
+  Query(kCommandReadConfig);
+}
+void UsbServer_EnterMTKMode(void) {
+  Query(kCommandMtkMode);
+}
+void UsbServer_ReadVersion(void) {
+  Query(kCommandVersion);
+}
+void UsbServer_Get4KDongleRGBValue(void) {
+  Query(kCommandGetDongleRgb);
+}
+void UsbServer_GetLongRangeMode(void) {
+  Query(kCommandGetLongRange);
+}
+void UsbServer_GetMouseSerialNumber(void) {
+  Query(kCommandGetSerialNumber);
+}
+void UsbServer_GetRSSI(void) {
+  Query(kCommandRssi);
+}
+void UsbServer_GetDongleIndicatorLed(void) {
+  Query(kCommandGetIndicatorLed);
+}
+void UsbServer_GetSlaveVersion(void) {
+  Query(kCommandSlaveVersion);
+}
+void UsbServer_GetData(uint8_t command) {
+  Query(command);
+}
+
+// ---- Settings ----------------------------------------------------------------------------------
+
+void UsbServer_EnterDonglePairWithCidMid(uint8_t cid, uint8_t mid) {
+  const uint8_t ids[] = {cid, mid};
+  Queue(kCommandPair, sizeof(ids), ids);
+}
+void UsbServer_EnterDonglePair(void) {
+  UsbServer_EnterDonglePairWithCidMid(0, 0);
+}
+
+void UsbServer_EnterDonglePairOnlyCid(uint8_t cid) {
+  // The firmware takes it from the third byte, which the declared two do not cover.
+  const uint8_t payload[] = {0, 0, cid};
+  Queue(kCommandPair, 2, payload);
+}
+
+void UsbServer_SetVidPid(uint32_t vid, uint32_t pid) {
+  const auto high = [](uint32_t id) { return static_cast<uint8_t>((id >> 8) & 0x0F); };
+  const auto low = [](uint32_t id) { return static_cast<uint8_t>(id & 0xFF); };
+  const uint8_t ids[] = {high(vid), low(vid), high(pid), low(pid)};
+  Queue(kCommandVidPid, sizeof(ids), ids);
+}
+
+void UsbServer_SetCurrentConfig(uint8_t config) {
+  QueueByte(kCommandSetConfig, 1, config);
+}
+void UsbServer_SetLongRangeMode(uint8_t mode) {
+  QueueByte(kCommandSetLongRange, kFullLength, mode);
+}
+void UsbServer_Set4KDongleRGB(const DataRecord10* record) {
+  QueueRecord(kCommandSetDongleRgb, record->bytes);
+}
+void UsbServer_SetDongleIDToMouse(const DataRecord10* record) {
+  QueueRecord(kCommandDongleIdToMouse, record->bytes);
+}
+void UsbServer_SetMouseSerialNumber(const DataRecord10* record) {
+  QueueRecord(kCommandSetSerialNumber, record->bytes);
+}
+void UsbServer_SetDongleIndicatorLed(const IndicatorLed* record) {
+  QueueRecord(kCommandSetIndicatorLed, record->bytes);
+}
+
+void UsbServer_SetData(uint8_t command, const uint8_t* data, uint8_t length) {
+  if (length > kFrameDataCapacity) return;
+  Queue(command, length, {data, length});
+}
+
+// ---- Commands that do more than queue ----------------------------------------------------------
+
+void UsbServer_ReadEncryption(void) {
+  SeedRandom(static_cast<uint32_t>(CalendarTime()));
+  std::array<uint8_t, 4> challenge;
+  for (uint8_t& value : challenge)
+    value = static_cast<uint8_t>(NextRandom() % 256);
+  Queue(kCommandDeviceInfo, 8, challenge);
+}
+
+void UsbServer_SetPCDriverStatus(uint8_t status) {
+  Guarded([&] {
+    QueueCommand(kCommandDriverStatus, 1, {&status, 1});
+    BatteryOptimizer& optimizer = BatteryOptimizer::Instance();
+    if (status != 0) {
+      optimizer.ArmPoll(0);
+    } else {
+      optimizer.DisarmPoll();
+      optimizer.DisarmSmoothing();
+    }
+  });
+}
