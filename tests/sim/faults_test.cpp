@@ -1,0 +1,152 @@
+#include "sim/faults.h"
+
+#include <gtest/gtest.h>
+
+#include "raw_host.h"
+#include "sim/mouse.h"
+
+namespace perilink::sim {
+namespace {
+
+// What comes back for one version request, in one letter per report:
+// v the right answer, s a wrong checksum, e an event, ? anything else.
+std::string Shape(const RawHost& host) {
+  std::string shape;
+  for (const Arrived& arrived : host.arrived) {
+    const Bytes& r = arrived.report;
+    const bool version = r[1] == command::kVersion && r[6] == 0x01 && r[7] == 0x02 && r[5] == 2;
+    shape += !IsSealed(r) ? 's' : r[1] == command::kEvent ? 'e' : version ? 'v' : '?';
+  }
+  return shape;
+}
+
+struct Script {
+  const char* name;
+  std::function<void(Faults&)> add;
+  std::vector<std::string> shapes;  // of one request after another
+};
+
+TEST(Faults, ScriptedFaultsHappenOnTheirOccasions) {
+  const Frame stray = MakeFrame(command::kRssi, 1);
+  const Script scripts[] = {
+      {"none", [](Faults&) {}, {"v", "v"}},
+      {"drop", [](Faults& f) { f.Drop(Next(2)); }, {"", "", "v"}},
+      {"checksum", [](Faults& f) { f.CorruptChecksum(At(3)); }, {"v", "v", "s", "v"}},
+      {"data", [](Faults& f) { f.CorruptData(At(2)); }, {"v", "?", "v"}},
+      {"command", [](Faults& f) { f.WrongCommand(Next()); }, {"?", "v"}},
+      {"event", [](Faults& f) { f.StrayEventBefore(At(1)); }, {"ev", "v"}},
+      {"stray", [&](Faults& f) { f.StrayReportBefore(At(1), stray); }, {"?v", "v"}},
+      {"duplicate", [](Faults& f) { f.Duplicate(Next()); }, {"vv", "v"}},
+      {"truncate", [](Faults& f) { f.Truncate(Next(), 1); }, {"?", "v"}},
+      {"ignore", [](Faults& f) { f.Ignore(At(2)); }, {"v", "", "v"}},
+      {"silence", [](Faults& f) { f.Silence(); }, {"", "", ""}},
+      {"from", [](Faults& f) { f.Drop(From(3)); }, {"v", "v", "", ""}},
+      {"command filter", [](Faults& f) { f.Drop(Always().For(command::kRssi)); }, {"v", "v"}},
+      {"other echo", [](Faults& f) { f.EchoDiffers(Always()); }, {"v", "v"}},
+      // Each counts its own occasions; a dropped reply is an occasion for the others as well.
+      {"drop, then checksum",
+       [](Faults& f) { f.Drop(Next(1)).CorruptChecksum(At(2)).Duplicate(At(2)); },
+       {"", "ss", "v"}},
+  };
+  for (const Script& script : scripts) {
+    SCOPED_TRACE(script.name);
+    Mouse mouse;
+    mouse.Plug();
+    RawHost host(mouse.CommandPath());
+    script.add(mouse.faults());
+    for (const std::string& shape : script.shapes) {
+      host.Exchange(MakeFrame(command::kVersion, 0));
+      EXPECT_EQ(Shape(host), shape);
+    }
+    mouse.faults().Heal();
+    host.Exchange(MakeFrame(command::kVersion, 0));
+    EXPECT_EQ(Shape(host), "v");
+  }
+}
+
+TEST(Faults, ALateAnswerComesToTheMicrosecondAndAnEchoDiffersOnce) {
+  Mouse mouse;
+  mouse.Plug();
+  RawHost host(mouse.CommandPath());
+  mouse.faults().AnswerAfter(Next(), 140'000);
+  const uint64_t start = platform::NowMicros();
+  ASSERT_EQ(host.Exchange(MakeFrame(command::kVersion, 0), 200), 1u);
+  EXPECT_EQ(host.arrived[0].at_micros, start + 140'000);
+
+  mouse.faults().EchoDiffers(Next());
+  const Bytes data = {3, 0x52};
+  const Frame write = MakeFrame(command::kWriteMemory, 2, data, 4);
+  for (const bool same : {false, true}) {
+    ASSERT_EQ(host.Exchange(write), 1u);
+    EXPECT_TRUE(IsSealed(host.arrived[0].report));
+    EXPECT_EQ(host.arrived[0].report == Bytes(write.begin(), write.end()), same);
+  }
+}
+
+TEST(Faults, UnplugsAfterARequestAndFailsOpens) {
+  Mouse mouse;
+  mouse.Plug();
+  RawHost host(mouse.CommandPath());
+  mouse.faults().UnplugAfter(At(2)).FailOpen(Next());
+  EXPECT_EQ(RawHost(mouse.CommandPath()).open_error, 5u);
+  EXPECT_EQ(RawHost(mouse.CommandPath()).open_error, 0u);
+  EXPECT_EQ(host.Exchange(MakeFrame(command::kVersion, 0)), 1u);
+  EXPECT_EQ(host.Write(MakeFrame(command::kVersion, 0)), 0u);
+  EXPECT_TRUE(host.removed);
+  EXPECT_EQ(mouse.mode(), Mode::kUnplugged);
+}
+
+TEST(Faults, LosingPowerLeavesAFlashWriteUndoneOrTorn) {
+  for (const PowerLoss kind : {PowerLoss::kBeforeWrite, PowerLoss::kDuringWrite}) {
+    Mouse mouse;
+    mouse.Plug();
+    RawHost host(mouse.CommandPath());
+    mouse.faults().LosePower(At(2), kind);
+    const Bytes level = {0x33, 0x33, 0x01, CheckOf(Bytes{0x33, 0x33, 0x01})};
+    host.Exchange(MakeFrame(command::kWriteMemory, 4, level, 12));
+    EXPECT_EQ(host.Exchange(MakeFrame(command::kWriteMemory, 4, level, 16)), 0u);
+    EXPECT_EQ(mouse.mode(), Mode::kUnplugged);
+    mouse.Plug();
+    EXPECT_EQ(mouse.flash()[12], 0x33);
+    if (kind == PowerLoss::kBeforeWrite) {
+      EXPECT_TRUE(mouse.flash().InvalidFields().empty());
+    } else {
+      EXPECT_EQ(mouse.flash().InvalidFields(), std::vector<uint16_t>{16});
+    }
+  }
+}
+
+std::string RandomRun(uint64_t seed, const Probabilities& probabilities) {
+  Mouse mouse;
+  mouse.Plug();
+  RawHost host(mouse.CommandPath());
+  mouse.faults().Random(seed, probabilities);
+  std::string run;
+  for (int i = 0; i < 60; ++i) {
+    host.Exchange(MakeFrame(command::kVersion, 0), 200);
+    run += Shape(host) + (mouse.Requests().back().error != 0 ? "!" : "") + " ";
+  }
+  return run;
+}
+
+TEST(Faults, RandomFaultsRepeatWithTheirSeedAndEnd) {
+  Probabilities probabilities = {.fail_write = 0.1,
+                                 .drop = 0.1,
+                                 .corrupt = 0.1,
+                                 .wrong_command = 0.1,
+                                 .delay = 0.1,
+                                 .stray_event = 0.1,
+                                 .duplicate = 0.1};
+  const std::string run = RandomRun(5, probabilities);
+  EXPECT_EQ(run, RandomRun(5, probabilities));
+  EXPECT_NE(run, RandomRun(6, probabilities));
+  for (const char* kind : {"! ", " s", "?", "e", "vv"}) {
+    EXPECT_NE(run.find(kind), std::string::npos) << kind << " in " << run;
+  }
+  probabilities.limit = 3;
+  probabilities.drop = 1;
+  EXPECT_EQ(RandomRun(5, probabilities).substr(20, 20), "v v v v v v v v v v ");
+}
+
+}  // namespace
+}  // namespace perilink::sim
