@@ -21,7 +21,7 @@ read_exports() {
       x86_64-w64-mingw32-objdump -p "$library" | awk '
         /Export RVA/ { gsub(/[][]/, " "); address[$1] = $4 }
         /^\[Ordinal\/Name Pointer\] Table/ { names = 1; next }
-        names && !NF { exit }
+        names && !NF { names = 0 }
         names { gsub(/[][]/, " "); print $NF, address[$1] }'
       ;;
     *) nm -D --defined-only "$library" | awk '{ print $3, $1 }' ;;
@@ -37,7 +37,7 @@ read_list() {
 
 # The names that the headers declare, comments left out.
 read_declared() {
-  cat "$include"/perilink/*.h | gcc -fpreprocessed -dD -E -P -x c++ - | grep -v '^#' | tr '\n' ' ' |
+  grep -hv '^ *#' "$include"/perilink/*.h | gcc -fpreprocessed -E -P -x c++ - | tr '\n' ' ' |
     grep -oE 'PERILINK_API[^;{(]*[ *&][A-Za-z0-9_]+ *\(' | sed -E 's/ *\($//; s/.*[ *&]//' | sort
 }
 
@@ -51,7 +51,7 @@ cut -d' ' -f1 "$work/list" >"$work/listed"
 # same WHAT A WHAT B: the sorted lists of names hold the same names, each once.
 same() {
   local lines
-  lines=$(diff "$2" "$4" | sed -n "s/^< /$1 but not $3: /p; s/^> /$3 but not $1: /p")
+  lines=$({ diff "$2" "$4" || true; } | sed -n "s/^< /$1 but not $3: /p; s/^> /$3 but not $1: /p")
   [[ -z $lines ]] || complain "$lines"
 }
 for file in listed declared; do
