@@ -1,41 +1,55 @@
 #include "platform/overlapped_read.h"
 
 #include <algorithm>
+#include <new>
 
 namespace perilink {
+namespace {
+
+// How often, and how long each time, a cancelled read is waited for.
+constexpr int kDrainTries = 10;
+constexpr DWORD kDrainStepMs = 100;
+
+}  // namespace
+
+OverlappedRead::OverlappedRead() : transfer_(new (std::nothrow) Transfer) {
+  if (transfer_ && !transfer_->event.Valid()) transfer_.reset();
+}
 
 void OverlappedRead::Post(HANDLE file, size_t length) {
   Cancel();
-  buffer_.fill(0);
-  overlapped_ = OVERLAPPED{};
-  overlapped_.hEvent = event_.Get();
-  if (!event_.Valid()) return;
-  ResetEvent(event_.Get());
+  if (!transfer_) return;
+  const HANDLE event = transfer_->event.Get();
+  transfer_->buffer.fill(0);
+  transfer_->overlapped = OVERLAPPED{};
+  transfer_->overlapped.hEvent = event;
+  ResetEvent(event);
   file_ = file;
   const DWORD bytes = static_cast<DWORD>(std::min(length, kCapacity));
   // A read that completes at once signals the event as a pending one does when it completes.
-  pending_ = ReadFile(file, buffer_.data(), bytes, nullptr, &overlapped_) != FALSE ||
-             GetLastError() == ERROR_IO_PENDING;
+  pending_ =
+      ReadFile(file, transfer_->buffer.data(), bytes, nullptr, &transfer_->overlapped) != FALSE ||
+      GetLastError() == ERROR_IO_PENDING;
 }
 
 bool OverlappedRead::Wait(DWORD timeout_ms) {
-  if (!event_.Valid() || WaitForSingleObject(event_.Get(), timeout_ms) != WAIT_OBJECT_0)
+  if (!transfer_ || WaitForSingleObject(transfer_->event.Get(), timeout_ms) != WAIT_OBJECT_0)
     return false;
   pending_ = false;
   return true;
 }
 
-bool OverlappedRead::Succeeded() {
-  DWORD transferred = 0;
-  return GetOverlappedResult(file_, &overlapped_, &transferred, FALSE) != FALSE;
-}
-
 void OverlappedRead::Cancel() {
   if (!pending_) return;
+  // The event tells that the read is over even when its file is closed already, which aborts it.
+  for (int tries = kDrainTries; tries > 0; --tries) {
+    CancelIo(file_);
+    if (Wait(kDrainStepMs)) return;
+  }
+  // A driver that does not let go: the memory is left to it, rather than hanging the host or
+  // having its memory written to. Without it, later reads fail like those without an event.
   pending_ = false;
-  CancelIo(file_);
-  DWORD transferred = 0;
-  GetOverlappedResult(file_, &overlapped_, &transferred, TRUE);
+  static_cast<void>(transfer_.release());
 }
 
 }  // namespace perilink

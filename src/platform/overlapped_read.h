@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <span>
 
 #include "platform/handles.h"
@@ -19,12 +20,12 @@ class OverlappedRead {
   static constexpr size_t kCapacity = 256;
 
   // Creates the event; has_event() is false when that failed.
-  OverlappedRead() : event_(CreateManualResetEvent()) {}
+  OverlappedRead();
   ~OverlappedRead() { Cancel(); }
   OverlappedRead(const OverlappedRead&) = delete;
   OverlappedRead& operator=(const OverlappedRead&) = delete;
 
-  bool has_event() const { return event_.Valid(); }
+  bool has_event() const { return transfer_ != nullptr; }
 
   // Posts a read of `length` bytes (cut to kCapacity) into the zeroed buffer and resets the event.
   // A read that is still pending is cancelled and drained first. Nothing is posted without an
@@ -32,23 +33,25 @@ class OverlappedRead {
   void Post(HANDLE file, size_t length);
 
   // True when the posted read has completed within the timeout. A completed read is over: the
-  // buffer is the caller's until the next Post.
+  // buffer is the caller's until the next Post. Without an event false, at once.
   bool Wait(DWORD timeout_ms);
 
-  // Whether the read that Wait found completed has delivered a report; false for one that the
-  // system ended with an error, for example because the device has gone.
-  bool Succeeded();
-
-  // What the read delivered, zeros beyond it. Meaningful after Wait has returned true.
-  std::span<uint8_t, kCapacity> buffer() { return buffer_; }
+  // What the read delivered, zeros beyond it. Meaningful after Wait has returned true; not to be
+  // called without an event.
+  std::span<uint8_t, kCapacity> buffer() { return transfer_->buffer; }
 
   // Cancels a pending read and waits until the system has let go of the buffer.
   void Cancel();
 
  private:
-  std::array<uint8_t, kCapacity> buffer_{};
-  UniqueEvent event_;
-  OVERLAPPED overlapped_{};
+  // What the system holds on to while a read is pending.
+  struct Transfer {
+    std::array<uint8_t, kCapacity> buffer{};
+    OVERLAPPED overlapped{};
+    UniqueEvent event = CreateManualResetEvent();
+  };
+
+  std::unique_ptr<Transfer> transfer_;
   HANDLE file_ = INVALID_HANDLE_VALUE;
   bool pending_ = false;
 };

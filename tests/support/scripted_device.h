@@ -10,7 +10,6 @@
 #ifndef PERILINK_TESTS_SUPPORT_SCRIPTED_DEVICE_H_
 #define PERILINK_TESTS_SUPPORT_SCRIPTED_DEVICE_H_
 
-#include <algorithm>
 #include <functional>
 #include <initializer_list>
 #include <mutex>
