@@ -39,6 +39,11 @@ bool OverlappedRead::Wait(DWORD timeout_ms) {
   return true;
 }
 
+bool OverlappedRead::Succeeded() {
+  DWORD transferred = 0;
+  return transfer_ && GetOverlappedResult(file_, &transfer_->overlapped, &transferred, FALSE);
+}
+
 void OverlappedRead::Cancel() {
   if (!pending_) return;
   // The event tells that the read is over even when its file is closed already, which aborts it.

@@ -36,6 +36,10 @@ class OverlappedRead {
   // buffer is the caller's until the next Post. Without an event false, at once.
   bool Wait(DWORD timeout_ms);
 
+  // Whether the read that Wait found completed has delivered a report; false for one that the
+  // system ended with an error, for example because the device has gone.
+  bool Succeeded();
+
   // What the read delivered, zeros beyond it. Meaningful after Wait has returned true; not to be
   // called without an event.
   std::span<uint8_t, kCapacity> buffer() { return transfer_->buffer; }
