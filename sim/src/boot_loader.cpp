@@ -18,6 +18,7 @@ constexpr size_t kPayload = 17;  // position of the payload in a data packet
 }  // namespace
 
 BootLoader::BootLoader(BootOptions options) : options_(std::move(options)) {
+  options_.report_length = std::max(options_.report_length, kPayload);
   if (options_.reset_command.empty()) {
     const uint8_t one = 1;
     const Frame reset = MakeFrame(command::kUpdateMode, 1, {&one, 1});

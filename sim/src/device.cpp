@@ -84,7 +84,7 @@ void Device::Interfaces::AddNormal() {
 
 void Device::Interfaces::AddBoot() {
   const DeviceOptions& o = device.options_;
-  const size_t length = o.boot.report_length;
+  const size_t length = device.boot_options().report_length;
   const auto add = [&](int interface_number, size_t input, size_t output) {
     const InterfaceShape shape = {o.vendor_id,
                                   o.boot.product_id,
@@ -282,7 +282,7 @@ DWORD Device::OnReport(std::span<const uint8_t> bytes, bool feature) {
 void Device::HandleCommand(Exchange& exchange) {
   const bool resets = ResetsToBootMode(exchange);
   if (resets && (exchange.feature || exchange.command() != command::kUpdateMode)) {
-    if (boot_loader_.options().echo_reset) {
+    if (boot_options().echo_reset) {
       exchange.replies.push_back({firmware_.options().latency_micros, exchange.request});
     }
   } else if (exchange.request.size() == kCommandLength) {
@@ -295,7 +295,7 @@ void Device::HandleCommand(Exchange& exchange) {
     busy_until_micros_ = start + answer->delay_micros;
     exchange.replies.push_back({busy_until_micros_ - exchange.at_micros,
                                 Bytes(answer->frame.begin(), answer->frame.end())});
-    if (resets && !boot_loader_.options().echo_reset) exchange.replies.clear();
+    if (resets && !boot_options().echo_reset) exchange.replies.clear();
   }
   if (resets) {
     ChangeMode(Mode::kBoot, options_.boot.reset_micros, options_.boot.appear_micros);
@@ -304,7 +304,7 @@ void Device::HandleCommand(Exchange& exchange) {
 
 bool Device::ResetsToBootMode(const Exchange& exchange) const {
   if (firmware_.asleep()) return false;
-  const Bytes& reset = boot_loader_.options().reset_command;
+  const Bytes& reset = boot_options().reset_command;
   // A report shorter than its declared length has been padded with zeros on its way.
   if (exchange.request.size() >= reset.size() &&
       std::equal(reset.begin(), reset.end(), exchange.request.begin()) &&

@@ -33,7 +33,7 @@ void StoreCommand(Bytes& image, size_t at, const UpgradeCommand& command) {
 }  // namespace
 
 UpgradeImage ImageFor(const Device& device, Bytes payload, uint32_t address, bool feature) {
-  const BootOptions& boot = device.options().boot;
+  const BootOptions& boot = device.boot_options();
   UpgradeImage image;
   image.normal_input = image.normal_output = device.CommandKey();
   image.boot_input = device.BootInputKey();

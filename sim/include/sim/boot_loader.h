@@ -30,7 +30,7 @@ struct BootOptions {
   // Packets are written to interface 1 and answered on interface 0, instead of one for both.
   bool separate_interfaces = false;
   uint8_t report_id = 0x00;
-  size_t report_length = 64;
+  size_t report_length = 64;  // at least 17
   // The request that resets the device into boot mode, compared byte for byte, sent as an output
   // report or as a feature report. Empty: the update-mode command (0x0D) with one data byte, so
   // that its length byte asks for an echo. The plain 0x0D command resets the device in any case.

@@ -7,9 +7,10 @@
 //   ... use the library with mouse.CommandPath() ...
 //   mouse.Requests()                          // what the host wrote, with times
 //
-// All functions take the device lock and may be called from any thread, in the real and in the
-// virtual world. References to a device's parts stay valid for its life; in real mode, hold a
-// DeviceGuard while looking at several of their values. Destroying a device unplugs it.
+// A device's own functions, its battery's and its faults' take the device lock and may be called
+// from any thread, in the real and in the virtual world. Its firmware, flash and boot loader take
+// no lock: in real mode, hold a DeviceGuard (device_guard.h) while touching them. References to the
+// parts stay valid for the device's life. Destroying a device unplugs it.
 #ifndef PERILINK_SIM_DEVICE_H_
 #define PERILINK_SIM_DEVICE_H_
 
@@ -96,7 +97,7 @@ class Device {
   std::string CommandKey() const;
   std::string BootInputKey() const;
   std::string BootOutputKey() const;
-  const Bytes& ResetCommand() const { return boot_loader_.options().reset_command; }
+  const Bytes& ResetCommand() const { return boot_options().reset_command; }
   std::wstring BootInputPath() const;
   std::wstring BootOutputPath() const;
   std::vector<std::wstring> Paths() const;  // of the interfaces present now
@@ -108,6 +109,7 @@ class Device {
   Faults& boot_faults() { return boot_faults_; }  // of the boot loader
   FlashImage& flash() { return firmware_.flash(); }
   const DeviceOptions& options() const { return options_; }
+  const BootOptions& boot_options() const { return boot_loader_.options(); }
 
   // The host's reports so far, oldest first.
   std::vector<Request> Requests() const;

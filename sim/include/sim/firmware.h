@@ -76,7 +76,10 @@ class Firmware {
   bool asleep() const { return asleep_; }
   void set_asleep(bool asleep) { asleep_ = asleep; }
   // What a power cycle does: the state is lost, flash and factory data stay.
-  void PowerOn() { state_ = {}; }
+  void PowerOn() {
+    state_ = {};
+    pairing_since_micros_.reset();
+  }
 
  private:
   bool AnswerReceiver(const Frame& request, Frame& reply);
