@@ -1,0 +1,172 @@
+// Threads, waits and the clock: the one place that knows real from virtual time.
+//
+// In virtual time exactly one thread runs, the holder of the baton. All that this file declares is
+// used by the other files of the platform; nothing of it is public.
+#ifndef PERILINK_PLATFORM_SRC_SCHEDULER_H_
+#define PERILINK_PLATFORM_SRC_SCHEDULER_H_
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "perilink_platform/types.h"
+#include "timeline.h"
+
+namespace perilink::platform {
+
+class Scheduler;
+struct Thread;
+struct MessageQueue;
+
+inline constexpr uint64_t kForever = UINT64_MAX;
+
+// What one clock read, and one zero-length wait or sleep, cost in virtual time.
+inline constexpr uint64_t kClockReadMicros = 3;
+inline constexpr uint64_t kPollMicros = 5;
+
+// Something that a thread can wait on. Its fields are the scheduler's.
+class Signal {
+ public:
+  explicit Signal(bool manual_reset, bool signalled = false)
+      : manual_reset_(manual_reset), signalled_(signalled) {}
+  Signal(const Signal&) = delete;
+  Signal& operator=(const Signal&) = delete;
+
+ private:
+  friend class Scheduler;
+  // True if signalled, which ends here unless it is a manual-reset one.
+  bool TryTake();
+
+  const bool manual_reset_;
+  bool signalled_;
+  std::deque<Thread*> waiters_;
+};
+
+// What a thread waits for, in words, for the message of a dead world.
+struct WaitReason {
+  const char* what;      // "event", "a message", ...
+  uint64_t subject = 0;  // its handle, 0 for none
+};
+
+struct Thread {
+  Thread(uint32_t number, std::string made_by);
+  ~Thread();
+
+  const uint32_t id;
+  const std::string origin;
+  Signal ended{true};
+  std::unique_ptr<MessageQueue> messages;  // the window system's
+
+  // The scheduler's.
+  std::condition_variable wake;
+  bool waiting = false;
+  bool satisfied = false;
+  Signal* signal = nullptr;
+  uint64_t deadline = kForever;
+  uint64_t since = 0;
+  WaitReason reason{""};
+};
+
+class Scheduler {
+ public:
+  // Lives until the process has ended: threads may still be parked in it while statics are
+  // destroyed.
+  static Scheduler& Get();
+
+  void StartVirtual(uint64_t seed);
+  bool IsVirtual() const { return virtual_.load(std::memory_order_relaxed); }
+
+  uint64_t Now() const;
+  uint64_t StartTime() const { return start_; }
+  // Moves virtual time on while the calling thread goes on running, and runs the device events that
+  // fall due. Nothing in real time.
+  void Spend(uint64_t micros);
+  // Below `bound`; from the seed in virtual time.
+  uint64_t Random(uint64_t bound);
+
+  // The calling thread's record. Stops the process, naming `function`, if the virtual world doesn't
+  // know the thread.
+  Thread& Current(const char* function);
+  // Starts a thread that runs `body`; null if the system can't. Stack size 0 is the default.
+  std::shared_ptr<Thread> StartThread(size_t stack_size, std::function<void()> body);
+
+  // Waits for at most `timeout` microseconds; true when the signal was taken. A wait in device code
+  // stops the process.
+  bool Wait(Signal& signal, uint64_t timeout, WaitReason reason);
+  void SleepFor(uint64_t micros);
+  void Set(Signal& signal);
+  void Reset(Signal& signal);
+
+  EventId Schedule(uint64_t at, std::function<void()> action);
+  void Cancel(EventId id);
+
+  std::recursive_mutex& DeviceLock() { return device_lock_; }
+
+ private:
+  using Lock = std::unique_lock<std::mutex>;
+
+  Scheduler();
+  void ThreadMain(const std::shared_ptr<Thread>& self, const std::function<void()>& body);
+  void Block(Lock& lock, Thread& self);
+  void Wake(Thread& thread);
+  void Yield(Lock& lock, Thread& self);
+  void SwitchFrom(Lock& lock, Thread& self);
+  void AwaitBaton(Lock& lock, Thread& self);
+  void GiveBaton(Thread& next);
+  Thread& PickNext(Lock& lock);
+  void ExpireWaits();
+  uint64_t NextDeadline() const;
+  void RunDueEvents();
+  void EventThreadMain();
+  [[noreturn]] void StopDeadWorld();
+
+  std::atomic<bool> virtual_{false};
+  std::atomic<uint64_t> virtual_now_{0};
+  uint64_t start_ = 0;
+  uint64_t seed_ = 0;
+  // When the next device event falls due, so that a clock read needs no lock.
+  std::atomic<uint64_t> next_event_{kForever};
+
+  // Guards all below, the signals and the records of threads. Taken last: after the device lock,
+  // the window system's and any other. Never held while code of devices or of the library runs.
+  std::mutex mutex_;
+  std::mt19937_64 random_{1};
+  uint32_t next_thread_id_ = 1;
+  std::vector<std::shared_ptr<Thread>> threads_;  // those alive
+  std::vector<Thread*> ready_;                    // virtual: may run, do not hold the baton
+  std::vector<Thread*> blocked_;                  // virtual: wait for a signal or a deadline
+  Thread* holder_ = nullptr;                      // virtual: who runs
+  Timeline timeline_;
+  bool has_event_thread_ = false;
+  std::condition_variable event_added_;
+
+  std::recursive_mutex device_lock_;
+};
+
+// Holds the device lock and notes it, so that a wait in device code stops the process with a
+// message instead of hanging it.
+class DeviceGuard {
+ public:
+  DeviceGuard();
+  ~DeviceGuard();
+  DeviceGuard(const DeviceGuard&) = delete;
+  DeviceGuard& operator=(const DeviceGuard&) = delete;
+};
+
+// What a thread leaves behind is cleared away when it ends: its windows, its pending reads. Called
+// on the thread. Defined with what they clear.
+void DestroyWindowsOf(Thread& thread);
+void CancelReadsOf(Thread& thread);
+
+[[noreturn]] void StopProcess(const std::string& message);
+
+}  // namespace perilink::platform
+
+#endif  // PERILINK_PLATFORM_SRC_SCHEDULER_H_

@@ -1,0 +1,104 @@
+#include "perilink_platform/setupapi.h"
+
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "call.h"
+#include "handle_table.h"
+#include "hid_guid.h"
+#include "perilink_platform/hid_bus.h"
+#include "scheduler.h"
+
+namespace perilink::platform {
+namespace {
+
+class DeviceInfoSet final : public Object {
+ public:
+  explicit DeviceInfoSet(std::vector<std::wstring> paths) : paths_(std::move(paths)) {}
+
+  size_t size() const { return paths_.size(); }
+  // The path of an interface record that this set has filled; null for any other record.
+  const std::wstring* PathOf(const SP_DEVICE_INTERFACE_DATA& data) const {
+    const uintptr_t number = data.Reserved;  // counted from 1
+    return number == 0 || number > paths_.size() ? nullptr : &paths_[number - 1];
+  }
+
+ private:
+  const std::vector<std::wstring> paths_;
+};
+
+std::shared_ptr<DeviceInfoSet> FindSet(HDEVINFO set) {
+  return HandleTable::Get().Find<DeviceInfoSet>(set);
+}
+
+bool IsRecord(const SP_DEVICE_INTERFACE_DATA* data) {
+  return data != nullptr && data->cbSize == sizeof(SP_DEVICE_INTERFACE_DATA);
+}
+
+}  // namespace
+}  // namespace perilink::platform
+
+using perilink::platform::CallMustFail;
+using perilink::platform::Fail;
+using perilink::platform::FindSet;
+using perilink::platform::HandleTable;
+
+HDEVINFO SetupDiGetClassDevsW(const GUID* guid, PCWSTR enumerator, HWND parent, DWORD flags) {
+  if (CallMustFail("SetupDiGetClassDevsW")) return INVALID_HANDLE_VALUE;
+  if (guid == nullptr || !(*guid == perilink::platform::kHidGuid) || enumerator != nullptr ||
+      parent != nullptr)
+    return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
+  if (flags != (DIGCF_PRESENT | DIGCF_DEVICEINTERFACE))
+    return Fail(ERROR_INVALID_FLAGS, INVALID_HANDLE_VALUE);
+  const perilink::platform::DeviceGuard guard;
+  return HandleTable::Get().Add(std::make_shared<perilink::platform::DeviceInfoSet>(
+      perilink::platform::Bus().PresentInterfaces()));
+}
+
+BOOL SetupDiEnumDeviceInterfaces(HDEVINFO set, PSP_DEVINFO_DATA device, const GUID* guid,
+                                 DWORD index, PSP_DEVICE_INTERFACE_DATA data) {
+  if (CallMustFail("SetupDiEnumDeviceInterfaces")) return FALSE;
+  const auto paths = FindSet(set);
+  if (paths == nullptr) return Fail(ERROR_INVALID_HANDLE, FALSE);
+  if (device != nullptr || guid == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+  if (!perilink::platform::IsRecord(data)) return Fail(ERROR_INVALID_USER_BUFFER, FALSE);
+  if (!(*guid == perilink::platform::kHidGuid) || index >= paths->size())
+    return Fail(ERROR_NO_MORE_ITEMS, FALSE);
+  data->InterfaceClassGuid = *guid;
+  data->Flags = SPINT_ACTIVE;
+  data->Reserved = uintptr_t{index} + 1;
+  return TRUE;
+}
+
+BOOL SetupDiGetDeviceInterfaceDetailW(HDEVINFO set, PSP_DEVICE_INTERFACE_DATA data,
+                                      PSP_DEVICE_INTERFACE_DETAIL_DATA_W detail, DWORD size,
+                                      PDWORD required, PSP_DEVINFO_DATA device) {
+  if (CallMustFail("SetupDiGetDeviceInterfaceDetailW")) return FALSE;
+  const auto paths = FindSet(set);
+  if (paths == nullptr) return Fail(ERROR_INVALID_HANDLE, FALSE);
+  if (device != nullptr || !perilink::platform::IsRecord(data))
+    return Fail(ERROR_INVALID_PARAMETER, FALSE);
+  const std::wstring* const path = paths->PathOf(*data);
+  if (path == nullptr) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+  const bool fits =
+      detail == nullptr ? size == 0 : size >= sizeof(*detail) && detail->cbSize == sizeof(*detail);
+  if (!fits) return Fail(ERROR_INVALID_USER_BUFFER, FALSE);
+  const size_t bytes = (path->size() + 1) * sizeof(WCHAR);
+  const auto needed =
+      static_cast<DWORD>(offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath) + bytes);
+  if (required != nullptr) *required = needed;
+  if (size < needed) return Fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
+  std::memcpy(
+      reinterpret_cast<char*>(detail) + offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath),
+      path->c_str(), bytes);
+  return TRUE;
+}
+
+BOOL SetupDiDestroyDeviceInfoList(HDEVINFO set) {
+  if (CallMustFail("SetupDiDestroyDeviceInfoList")) return FALSE;
+  return HandleTable::Get().Close<perilink::platform::DeviceInfoSet>(set)
+             ? TRUE
+             : Fail(ERROR_INVALID_HANDLE, FALSE);
+}

@@ -1,0 +1,156 @@
+// The bus of simulated devices.
+#include <algorithm>
+#include <vector>
+
+#include "path.h"
+#include "perilink_platform/error.h"
+#include "perilink_platform/hid_bus.h"
+#include "perilink_platform/world.h"
+#include "scheduler.h"
+#include "window_system.h"
+
+namespace perilink::platform {
+namespace {
+
+// 0, or why a report of `size` bytes can't be sent where reports have `length`.
+DWORD CheckReport(size_t size, size_t length) {
+  if (length == 0) return ERROR_INVALID_FUNCTION;
+  if (size == 0) return ERROR_INVALID_USER_BUFFER;
+  return size > length ? ERROR_INVALID_PARAMETER : 0;
+}
+
+std::vector<uint8_t> Padded(std::span<const uint8_t> report, size_t length) {
+  std::vector<uint8_t> padded(report.begin(), report.end());
+  padded.resize(length);
+  return padded;
+}
+
+class Connection;
+
+class TheVirtualBus final : public VirtualBus {
+ public:
+  std::vector<std::wstring> PresentInterfaces() override;
+  DWORD Open(const std::wstring& path, HidInputSink& sink,
+             std::unique_ptr<HidConnection>& connection) override;
+  void Plug(VirtualHidInterface& hid_interface) override;
+  void Unplug(VirtualHidInterface& hid_interface) override;
+  void Deliver(VirtualHidInterface& hid_interface, std::span<const uint8_t> report) override;
+  void BroadcastUsbChange(const std::wstring& usb_device_path, bool arrived) override;
+  size_t OpenConnections() const override;
+
+  void Disconnect(Connection& connection) { std::erase(connections_, &connection); }
+
+ private:
+  std::vector<VirtualHidInterface*> plugged_;
+  std::vector<Connection*> connections_;
+};
+
+class Connection final : public HidConnection {
+ public:
+  Connection(TheVirtualBus& bus, VirtualHidInterface& hid_interface, HidInputSink& sink)
+      : bus_(bus), interface_(&hid_interface), sink_(sink) {}
+
+  ~Connection() override {
+    bus_.Disconnect(*this);
+    if (interface_ != nullptr) interface_->OnClose();
+  }
+
+  bool IsOf(const VirtualHidInterface& hid_interface) const { return interface_ == &hid_interface; }
+  HidInputSink& sink() { return sink_; }
+
+  // The device may be gone as soon as this has returned.
+  void OnUnplugged() {
+    interface_->OnClose();
+    interface_ = nullptr;
+    sink_.OnRemoved();
+  }
+
+  DWORD WriteOutputReport(std::span<const uint8_t> report) override {
+    if (interface_ == nullptr) return ERROR_DEVICE_NOT_CONNECTED;
+    const size_t length = interface_->OutputReportLength();
+    const DWORD error = CheckReport(report.size(), length);
+    return error != 0 ? error : interface_->OnOutputReport(Padded(report, length));
+  }
+
+  DWORD SetFeatureReport(std::span<const uint8_t> report) override {
+    if (interface_ == nullptr) return ERROR_DEVICE_NOT_CONNECTED;
+    const size_t length = interface_->FeatureReportLength();
+    const DWORD error = CheckReport(report.size(), length);
+    return error != 0 ? error : interface_->OnFeatureReport(Padded(report, length));
+  }
+
+  HidAttributes Attributes() const override {
+    return interface_ == nullptr ? HidAttributes{} : interface_->Attributes();
+  }
+
+  size_t InputReportLength() const override {
+    return interface_ == nullptr ? 0 : interface_->InputReportLength();
+  }
+
+ private:
+  TheVirtualBus& bus_;
+  VirtualHidInterface* interface_;  // null once it has been unplugged
+  HidInputSink& sink_;
+};
+
+std::vector<std::wstring> TheVirtualBus::PresentInterfaces() {
+  const DeviceGuard guard;
+  std::vector<std::wstring> paths;
+  for (const VirtualHidInterface* const plugged : plugged_)
+    paths.push_back(plugged->Path());
+  return paths;
+}
+
+DWORD TheVirtualBus::Open(const std::wstring& path, HidInputSink& sink,
+                          std::unique_ptr<HidConnection>& connection) {
+  const DeviceGuard guard;
+  const auto found = std::find_if(
+      plugged_.begin(), plugged_.end(),
+      [&path](const VirtualHidInterface* plugged) { return SamePath(plugged->Path(), path); });
+  if (found == plugged_.end()) return ERROR_FILE_NOT_FOUND;
+  const DWORD error = (*found)->OnOpen();
+  if (error != 0) return error;
+  auto opened = std::make_unique<Connection>(*this, **found, sink);
+  connections_.push_back(opened.get());
+  connection = std::move(opened);
+  return 0;
+}
+
+void TheVirtualBus::Plug(VirtualHidInterface& hid_interface) {
+  const DeviceGuard guard;
+  if (std::find(plugged_.begin(), plugged_.end(), &hid_interface) == plugged_.end())
+    plugged_.push_back(&hid_interface);
+}
+
+void TheVirtualBus::Unplug(VirtualHidInterface& hid_interface) {
+  const DeviceGuard guard;
+  if (std::erase(plugged_, &hid_interface) == 0) return;
+  for (Connection* const connection : std::vector(connections_)) {
+    if (connection->IsOf(hid_interface)) connection->OnUnplugged();
+  }
+}
+
+void TheVirtualBus::Deliver(VirtualHidInterface& hid_interface, std::span<const uint8_t> report) {
+  const DeviceGuard guard;
+  for (Connection* const connection : connections_) {
+    if (connection->IsOf(hid_interface)) connection->sink().OnInputReport(report);
+  }
+}
+
+void TheVirtualBus::BroadcastUsbChange(const std::wstring& usb_device_path, bool arrived) {
+  WindowSystem::Get().NotifyDeviceChange(usb_device_path, arrived);
+}
+
+size_t TheVirtualBus::OpenConnections() const {
+  const DeviceGuard guard;
+  return connections_.size();
+}
+
+}  // namespace
+
+VirtualBus& Bus() {
+  static auto* const bus = new TheVirtualBus;
+  return *bus;
+}
+
+}  // namespace perilink::platform
