@@ -62,8 +62,8 @@ TEST(Arrival, DelaysBroadcastsOnly) {
     Broadcast(false);
     Pump();
     ASSERT_EQ(calls.size(), 2u);
-    EXPECT_EQ(calls[0].at_ms, start_ms);
-    EXPECT_EQ(calls[1].at_ms - start_ms, delay_ms > 0 ? 500u : 0u);
+    EXPECT_LE(calls[0].at_ms - start_ms, 1u);
+    EXPECT_NEAR(static_cast<double>(calls[1].at_ms - start_ms), delay_ms > 0 ? 500 : 0, 1);
     calls.clear();
   }
 }
