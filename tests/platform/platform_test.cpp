@@ -1,0 +1,64 @@
+#include <gtest/gtest.h>
+
+#include <new>
+
+#include "perilink_platform/world.h"
+#include "platform/guard.h"
+#include "platform/handles.h"
+#include "platform/text.h"
+
+namespace perilink {
+namespace {
+
+TEST(Handles, CloseOnceAndKeepTheLastError) {
+  UniqueEvent event = CreateManualResetEvent();
+  EXPECT_TRUE(event.Valid());
+  EXPECT_EQ(platform::OpenHandleCount(), 1u);
+  UniqueEvent other(std::move(event));
+  EXPECT_FALSE(event.Valid());  // NOLINT(bugprone-use-after-move): what a move leaves behind
+  SetLastError(1234);
+  other = UniqueEvent();
+  EXPECT_EQ(GetLastError(), 1234u);
+  EXPECT_EQ(platform::OpenHandleCount(), 0u);
+
+  EXPECT_FALSE(IsValidHandle(nullptr));
+  EXPECT_FALSE(IsValidHandle(INVALID_HANDLE_VALUE));
+  EXPECT_EQ(UniqueFile().Get(), INVALID_HANDLE_VALUE);
+  EXPECT_EQ(UniqueEvent().Get(), nullptr);
+}
+
+TEST(Text, GoesThroughTheCodePage) {
+  const struct {
+    const char* narrow;
+    const wchar_t* wide;
+  } kCases[] = {{"", L""}, {"mouse", L"mouse"}, {"Größe 鼠", L"Größe 鼠"}};
+  for (const auto& test : kCases) {
+    EXPECT_EQ(NarrowToWide(test.narrow), test.wide);
+    EXPECT_EQ(WideToNarrow(test.wide), test.narrow);
+  }
+  EXPECT_EQ(NarrowToWide(static_cast<const char*>(nullptr)), L"");
+  EXPECT_EQ(NarrowToWide("a\xFFz"), L"a\xFFFDz");
+  EXPECT_EQ(NarrowToWide(std::string_view("a\0z", 3)), std::wstring(L"a\0z", 3));
+  // The system refuses: no text rather than half of one.
+  for (const uint64_t nth : {1u, 2u}) {
+    platform::ArmFault("MultiByteToWideChar", nth);
+    EXPECT_EQ(NarrowToWide("mouse"), L"");
+    platform::ArmFault("WideCharToMultiByte", nth);
+    EXPECT_EQ(WideToNarrow(L"mouse"), "");
+    platform::DisarmFault();
+  }
+}
+
+TEST(Guard, NothingGetsOut) {
+  EXPECT_EQ(Guarded(7, []() -> int { throw std::bad_alloc(); }), 7);
+  EXPECT_EQ(Guarded(7, [] { return 8; }), 8);
+  bool reached = false;
+  Guarded([&] {
+    reached = true;
+    throw 1;
+  });
+  EXPECT_TRUE(reached);
+}
+
+}  // namespace
+}  // namespace perilink

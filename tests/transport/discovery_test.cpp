@@ -1,0 +1,130 @@
+#include <gtest/gtest.h>
+
+#include "perilink/finder.h"
+#include "platform/win32.h"
+#include "support/scripted_device.h"
+#include "transport/discovery.h"
+
+namespace perilink::testing {
+namespace {
+
+// In the order in which they are plugged in.
+const HidPathList kPaths = {
+    L"\\\\?\\hid#vid_1234&pid_abcd&mi_00#7&aa#{4d1e55b2}",
+    L"\\\\?\\hid#vid_1234&pid_abcd&mi_01&col05#7&bb#{4d1e55b2}",
+    L"\\\\?\\hid#vid_1234&pid_abcd&mi_01&col12#7&cc#{4d1e55b2}",
+    L"\\\\?\\hid#vid_1234&pid_ef01&mi_01&col05#7&dd#{4d1e55b2}",
+    L"\\\\?\\HID#VID_1234&PID_ABCD&MI_01&COL05#7&EE#{4d1e55b2}",
+    L"\\\\?\\hid#vid_99é9&pid_0001#7&Ff#{4d1e55b2}",
+};
+
+class Discovery : public ::testing::Test {
+ protected:
+  Discovery() {
+    for (const std::wstring& path : kPaths) {
+      devices_.push_back(std::make_unique<ScriptedDevice>(path));
+    }
+  }
+  ~Discovery() override {
+    for (const auto& device : devices_)
+      EXPECT_EQ(device->opens(), 0);
+    EXPECT_EQ(platform::OpenHandleCount(), 0u);
+  }
+
+  std::vector<std::unique_ptr<ScriptedDevice>> devices_;
+};
+
+HidPathList Picked(std::initializer_list<size_t> indices) {
+  HidPathList paths;
+  for (const size_t index : indices)
+    paths.push_back(kPaths[index]);
+  return paths;
+}
+
+TEST_F(Discovery, SearchesSelectByKeyInEnumerationOrder) {
+  // Every search replaces what the list held.
+  HidPathList list = {L"left over"};
+  const auto by_id = [&](const std::wstring& vendor, const std::wstring& product, int32_t number,
+                         int32_t collection) -> HidPathList& {
+    UsbFinder_FindHidDevicesByDeviceId(vendor, product, number, collection, list);
+    return list;
+  };
+  const auto by_key = [&](const std::wstring& key) -> HidPathList& {
+    UsbFinder_FindHidDevicesByKey(key, list);
+    return list;
+  };
+  const auto find = [&](const std::wstring& vendor, const std::wstring& product) -> HidPathList& {
+    UsbFinder_FindHidDevices(vendor, product, list);
+    return list;
+  };
+  UsbFinder_EnumHidDeviceList(list);
+  EXPECT_EQ(list, kPaths);
+  EXPECT_EQ(find(L"1234", L"ABCD"), Picked({0, 1, 2}));
+  EXPECT_EQ(find(L"1234", L""), Picked({0, 1, 2, 3}));
+  EXPECT_EQ(find(L"4321", L"abcd"), Picked({}));
+  EXPECT_EQ(find(L"99é9", L""), Picked({5}));
+  EXPECT_EQ(by_key(L""), Picked({}));
+  EXPECT_EQ(by_key(L"COL05"), Picked({1, 3}));
+  EXPECT_EQ(by_key(kPaths[1]), Picked({1}));
+  // An upper-case letter in a path is beyond the reach of a lower-cased key.
+  EXPECT_EQ(by_key(L"7&Ff"), Picked({}));
+  EXPECT_EQ(by_id(L"1234", L"ABCD", 1, 5), Picked({1}));
+  EXPECT_EQ(by_id(L"1234", L"ABCD", 1, 12), Picked({2}));
+  EXPECT_EQ(by_id(L"1234", L"ABCD", 1, 4), Picked({}));
+  EXPECT_EQ(by_id(L"1234", L"ABCD", INT32_MIN, INT32_MIN), Picked({}));
+  EXPECT_EQ(by_id(L"1234", L"", 1, 5), Picked({1, 3}));
+  EXPECT_EQ(by_id(L"", L"", 1, 5), Picked({}));
+  UsbFinder_FindHidDevicesByDefaultDeviceId(L"1234", L"abcd", list);
+  EXPECT_EQ(list, Picked({1}));
+}
+
+TEST_F(Discovery, KeysAreBoundedAndNeverGuessed) {
+  HidPathList list = {kPaths[1]};
+  // The key may be an element of the list that it fills.
+  UsbFinder_FindHidDevicesByKey(list[0], list);
+  EXPECT_EQ(list, Picked({1}));
+  // No code point, hence not in the code page: no key, rather than one with a replacement in it.
+  const std::wstring no_text(1, static_cast<wchar_t>(0xD800));
+  ScriptedDevice strange(L"\\\\?\\hid#vid_\xFFFD&pid_0001#7");
+  UsbFinder_FindHidDevices(no_text, L"0001", list);
+  EXPECT_EQ(list, Picked({}));
+  // What a long id has beyond 255 characters of the key does not count; an id ends at a NUL.
+  ScriptedDevice lengthy(L"\\\\?\\hid#vid_" + std::wstring(251, L'a') + L"#7");
+  UsbFinder_FindHidDevices(std::wstring(400, L'A'), L"0001", list);
+  EXPECT_EQ(list, HidPathList{lengthy.Path()});
+  UsbFinder_FindHidDevices(std::wstring(L"1234\0junk", 9), L"ef01", list);
+  EXPECT_EQ(list, Picked({3}));
+}
+
+TEST_F(Discovery, AFailingSystemCallEndsTheEnumerationWithWhatItHas) {
+  const struct {
+    const char* function;
+    uint64_t nth;
+    HidPathList found;
+  } kCases[] = {
+      {"SetupDiGetClassDevsW", 1, {}},
+      {"SetupDiEnumDeviceInterfaces", 3, Picked({0, 1})},
+      // Two calls an interface: the size, then the path.
+      {"SetupDiGetDeviceInterfaceDetailW", 4, Picked({0})},
+  };
+  for (const auto& test : kCases) {
+    HidPathList list = {L"left over"};
+    platform::ArmFault(test.function, test.nth);
+    UsbFinder_EnumHidDeviceList(list);
+    platform::DisarmFault();
+    EXPECT_EQ(list, test.found) << test.function;
+  }
+}
+
+TEST_F(Discovery, AttributesComeFromTheDevice) {
+  HIDD_ATTRIBUTES attributes{};
+  UsbFinder_GetUsbDeviceAttribute(L"no such path", &attributes);
+  EXPECT_EQ(attributes.VendorID, 0);
+  ScriptedDevice device;
+  UsbFinder_GetUsbDeviceAttribute(device.Path(), &attributes);
+  EXPECT_EQ(attributes.VendorID, 0x1234);
+  EXPECT_EQ(attributes.ProductID, 0xABCD);
+}
+
+}  // namespace
+}  // namespace perilink::testing
