@@ -8,11 +8,15 @@
 namespace perilink {
 namespace {
 
+constexpr bool IsWidth(size_t width) {
+  return width == 1 || (width >= 3 && width <= 6);
+}
+
 constexpr bool FieldsAreInOrder(const ConfigGroup& group, size_t record_size) {
   size_t record_end = 0;
   for (size_t i = 0; i < group.field_count; ++i) {
     const ConfigField& field = group.fields[i];
-    if (field.record_offset < record_end || field.width < 1 || field.width > 6) return false;
+    if (field.record_offset < record_end || !IsWidth(field.width)) return false;
     record_end = size_t{field.record_offset} + field.width;
   }
   return record_end <= record_size;
@@ -69,35 +73,60 @@ constexpr const ConfigGroup& kLedBarGroup = kConfigGroups[3];
 static_assert(kDpiLedGroup.fields == kDpiLedFields.data());
 static_assert(kLedBarGroup.fields == kLedBarFields.data());
 
-// A switch is one byte; the level count stands in the record that the field stands in.
-void StoreByRule(const ConfigField& field, const uint8_t* value, uint8_t* record) {
+constexpr bool IsSwitch(FieldRule rule) {
+  return rule == FieldRule::kSwitch || rule == FieldRule::kNormalizedSwitch;
+}
+
+// The level count stands in the record that the current level stands in.
+template <size_t kWidth>
+void AcceptOne(const ConfigField& field, const uint8_t* stored, uint8_t* record) {
+  const bool accepted =
+      CheckHolds(stored, kWidth) && (field.rule != FieldRule::kBelowLevelCount ||
+                                     *stored < record[offsetof(ProtocolData, dpi_level_count)]);
+  if (!accepted && field.keeps) return;
   uint8_t* target = record + field.record_offset;
-  switch (field.rule) {
-    case FieldRule::kPlain:
-      std::memcpy(target, value, field.width);
-      break;
-    case FieldRule::kBelowLevelCount:
-      if (*value < record[offsetof(ProtocolData, dpi_level_count)]) *target = *value;
-      break;
-    case FieldRule::kSwitch:
-    case FieldRule::kNormalizedSwitch:
-      *target = *value != 0 ? 1 : 0;
-      break;
+  std::memcpy(target, accepted ? stored : field.fallback.data(), kWidth);
+  if (IsSwitch(field.rule)) *target = *target != 0 ? 1 : 0;
+}
+
+// A field of `count` entries. With the width known to the compiler, an entry costs a few
+// instructions instead of two loops.
+template <size_t kWidth>
+void AcceptEach(const ConfigField& field, size_t count, size_t record_stride, const uint8_t* stored,
+                uint8_t* record) {
+  for (; count > 0; --count, stored += field.flash_stride, record += record_stride) {
+    AcceptOne<kWidth>(field, stored, record);
+  }
+}
+
+void AcceptEntries(const ConfigField& field, size_t count, size_t record_stride,
+                   const uint8_t* stored, uint8_t* record) {
+  switch (field.width) {
+    case 1:
+      return AcceptEach<1>(field, count, record_stride, stored, record);
+    case 3:
+      return AcceptEach<3>(field, count, record_stride, stored, record);
+    case 4:
+      return AcceptEach<4>(field, count, record_stride, stored, record);
+    case 5:
+      return AcceptEach<5>(field, count, record_stride, stored, record);
+    case 6:
+      return AcceptEach<6>(field, count, record_stride, stored, record);
   }
 }
 
 }  // namespace
 
 void AcceptField(const ConfigField& field, const uint8_t* stored, uint8_t* record) {
-  if (!field.keeps) std::memcpy(record + field.record_offset, field.fallback.data(), field.width);
-  if (CheckHolds(stored, field.width)) StoreByRule(field, stored, record);
+  AcceptEntries(field, 1, 0, stored, record);
 }
 
-void AcceptEntry(const ConfigGroup& group, size_t entry, const uint8_t* block, size_t block_address,
+void AcceptGroup(const ConfigGroup& group, const uint8_t* block, size_t block_address,
                  uint8_t* record) {
   for (size_t i = 0; i < group.field_count; ++i) {
     const ConfigField& field = group.fields[i];
-    AcceptField(field, block + (FlashAddress(field, entry) - block_address), record);
+    AcceptEntries(field, group.count, group.record_stride,
+                  block + (field.flash_address - block_address), record);
   }
 }
 
@@ -111,13 +140,13 @@ void BufferToDPIColor(const uint8_t* source, DPILevel* level) {
 
 void BufferToDPILed(const uint8_t* source, DPILed* led) {
   using perilink::kDpiLedGroup;
-  perilink::AcceptEntry(kDpiLedGroup, 0, source, kDpiLedGroup.fields->flash_address,
+  perilink::AcceptGroup(kDpiLedGroup, source, kDpiLedGroup.fields->flash_address,
                         perilink::RecordBytes(*led));
 }
 
 void BufferToLedBar(const uint8_t* source, LedBar* bar) {
   using perilink::kLedBarGroup;
-  perilink::AcceptEntry(kLedBarGroup, 0, source, kLedBarGroup.fields->flash_address,
+  perilink::AcceptGroup(kLedBarGroup, source, kLedBarGroup.fields->flash_address,
                         perilink::RecordBytes(*bar));
 }
 

@@ -28,9 +28,9 @@ const uint8_t* RecordBytes(const Record& record) {
 // to the record that the field's offset counts in.
 void AcceptField(const ConfigField& field, const uint8_t* stored, uint8_t* record);
 
-// Takes over all fields of one entry of a group. `block` holds the device's bytes from flash
-// address `block_address` on.
-void AcceptEntry(const ConfigGroup& group, size_t entry, const uint8_t* block, size_t block_address,
+// Takes over all fields of all entries of a group. `block` holds the device's bytes from flash
+// address `block_address` on; `record` is entry 0.
+void AcceptGroup(const ConfigGroup& group, const uint8_t* block, size_t block_address,
                  uint8_t* record);
 
 }  // namespace perilink

@@ -1,6 +1,7 @@
 #include "protocol/key_events.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "perilink/protocol_data.h"
@@ -12,21 +13,32 @@ namespace {
 constexpr size_t kShortcutEventSize = 3;
 constexpr size_t kMacroEventSize = 5;
 
-// By bits 7 and 6 of the event byte. Both set means the same as none.
-constexpr uint8_t kKindByBits[4] = {2, 1, 0, 2};
+// What an event byte decodes to. Bits 7 and 6 give the kind, both set meaning the same as none;
+// bits 3 to 0 the code.
+struct EventHead {
+  uint8_t kind;
+  uint8_t code;
+};
+constexpr std::array<EventHead, 256> EventHeads() {
+  constexpr uint8_t kKindByBits[4] = {2, 1, 0, 2};
+  std::array<EventHead, 256> heads{};
+  for (size_t i = 0; i < heads.size(); ++i) {
+    heads[i] = {kKindByBits[i >> 6], static_cast<uint8_t>(i & 0x0F)};
+  }
+  return heads;
+}
+constexpr std::array<EventHead, 256> kEventHeads = EventHeads();
 
 constexpr uint8_t KindBits(uint8_t kind) {
   if (kind == 0) return 0x80;
   return kind == 1 ? 0x40 : 0x00;
 }
 
-KeyEvent DecodeEvent(const uint8_t* source) {
-  KeyEvent event{};
-  event.kind = kKindByBits[source[0] >> 6];
-  event.code = source[0] & 0x0F;
-  event.keys[0] = source[1];
-  event.keys[1] = source[2];
-  return event;
+// From the three bytes that shortcuts and macros share.
+void DecodeEvent(const uint8_t* source, uint32_t delay, KeyEvent& event) {
+  std::memcpy(&event.kind, &kEventHeads[source[0]], sizeof(EventHead));
+  std::memcpy(event.keys, source + 1, sizeof(event.keys));
+  event.delay = delay;
 }
 
 }  // namespace
@@ -62,7 +74,7 @@ void DecodeShortcut(ShortcutSlotView slot, ShortcutKey& shortcut) {
   }
   shortcut.count = count;
   for (size_t i = 0; i < count; ++i) {
-    shortcut.events[i] = DecodeEvent(slot.data() + 1 + kShortcutEventSize * i);
+    DecodeEvent(slot.data() + 1 + kShortcutEventSize * i, 0, shortcut.events[i]);
   }
 }
 
@@ -102,12 +114,16 @@ void DecodeMacro(MacroSlotView slot, MacroKey& macro) {
     return;
   }
   macro.count = count;
-  const uint8_t* source = slot.data() + PERILINK_MACRO_EVENTS_OFFSET;
-  for (size_t i = 0; i < count; ++i, source += kMacroEventSize) {
-    KeyEvent event = DecodeEvent(source);
-    event.delay = static_cast<uint32_t>(source[3] << 8 | source[4]);
-    macro.events[i] = event;
+  const auto decode = [&](size_t i) {
+    const uint8_t* source = slot.data() + PERILINK_MACRO_EVENTS_OFFSET + kMacroEventSize * i;
+    DecodeEvent(source, static_cast<uint32_t>(source[3] << 8 | source[4]), macro.events[i]);
+  };
+  // In pairs: the events are most of a configuration, and the loop itself most of an event.
+  for (size_t i = 0; i + 1 < count; i += 2) {
+    decode(i);
+    decode(i + 1);
   }
+  if (count % 2 != 0) decode(count - 1u);
 }
 
 }  // namespace perilink

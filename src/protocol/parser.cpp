@@ -8,15 +8,12 @@
 namespace perilink {
 
 void ParseSettings(const uint8_t* image, ProtocolData& record) {
-  AcceptEntry(kConfigGroups[0], 0, image, 0, RecordBytes(record));
+  AcceptGroup(kConfigGroups[0], image, 0, RecordBytes(record));
 }
 
 void ParseImage(const uint8_t* image, ProtocolData& record) {
   for (const ConfigGroup& group : kConfigGroups) {
-    uint8_t* entries = RecordBytes(record) + group.record_offset;
-    for (size_t entry = 0; entry < group.count; ++entry) {
-      AcceptEntry(group, entry, image, 0, entries + entry * group.record_stride);
-    }
+    AcceptGroup(group, image, 0, RecordBytes(record) + group.record_offset);
   }
   for (size_t i = 0; i < std::size(record.shortcuts); ++i) {
     const uint8_t* slot = image + PERILINK_SHORTCUT_ADDRESS + i * PERILINK_SHORTCUT_SLOT_SIZE;

@@ -43,7 +43,7 @@ TEST(CompareTest, EveryByteOfASimpleFieldIsWrittenWithItsFieldAlone) {
     }
   }
   // Bytes that nobody uses are neither written nor copied.
-  for (size_t offset : {18, 19, 46, 47, 59, 203, 205}) {
+  for (const int offset : {18, 19, 46, 47, 59, 203, 205}) {
     ProtocolData record = old;
     ProtocolData previous = old;
     Bytes(record)[offset] ^= 1;

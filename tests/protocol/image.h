@@ -128,7 +128,7 @@ inline ProtocolData RandomRecord(Random& random) {
     Fill(random, Bytes(record) + place.offset, place.width);
   record.dpi_level_count = static_cast<uint8_t>(4 + RandomByte(random, 5));
   record.current_dpi_level = RandomByte(random, record.dpi_level_count);
-  for (size_t offset : {7, 9, 10, 11, 12})
+  for (const int offset : {7, 9, 10, 11, 12})
     Bytes(record)[offset] &= 1;
   for (ShortcutKey& shortcut : record.shortcuts) {
     shortcut.count = RandomCount(random, 6);
