@@ -1,0 +1,137 @@
+// Hidden windows and their messages.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "platform/handles.h"
+
+namespace perilink {
+namespace {
+
+constexpr WCHAR kClass[] = L"perilink conformance window";
+constexpr UINT kQuestion = WM_USER + 1;
+constexpr UINT kQuit = WM_USER + 2;
+
+// The messages that the tests are about, in the order in which the window procedure got them.
+std::vector<UINT>& Seen() {
+  static std::vector<UINT> seen;
+  return seen;
+}
+
+LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+  switch (message) {
+    case WM_NCCREATE:
+    case WM_CREATE:
+    case WM_CLOSE:
+    case WM_DESTROY:
+    case WM_NCDESTROY:
+      Seen().push_back(message);
+      break;
+    case kQuestion:
+      Seen().push_back(message);
+      return static_cast<LRESULT>(wparam) + lparam;
+    case kQuit:
+      PostQuitMessage(static_cast<int>(wparam));
+      return 0;
+    default:
+      break;
+  }
+  return DefWindowProcW(window, message, wparam, lparam);
+}
+
+HWND CreateTestWindow() {
+  WNDCLASSW window_class{};
+  window_class.lpfnWndProc = Procedure;
+  window_class.hInstance = GetModuleHandleW(nullptr);
+  window_class.lpszClassName = kClass;
+  RegisterClassW(&window_class);
+  Seen().clear();
+  return CreateWindowExW(0, kClass, L"", WS_OVERLAPPEDWINDOW, CW_USEDEFAULT, CW_USEDEFAULT,
+                         CW_USEDEFAULT, CW_USEDEFAULT, nullptr, nullptr, GetModuleHandleW(nullptr),
+                         nullptr);
+}
+
+void DispatchAll() {
+  MSG message;
+  while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE))
+    DispatchMessageW(&message);
+}
+
+TEST(Windows, AClassIsRegisteredOnce) {
+  WNDCLASSW window_class{};
+  window_class.lpfnWndProc = Procedure;
+  window_class.hInstance = GetModuleHandleW(nullptr);
+  window_class.lpszClassName = L"perilink class";
+  EXPECT_NE(RegisterClassW(&window_class), 0);
+  window_class.lpszClassName = L"Perilink CLASS";
+  EXPECT_EQ(RegisterClassW(&window_class), 0);
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_CLASS_ALREADY_EXISTS});
+  EXPECT_EQ(
+      CreateWindowExW(0, L"no such class", L"", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr),
+      nullptr);
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_CANNOT_FIND_WND_CLASS});
+}
+
+TEST(Windows, APostedCloseDestroysWhenItsThreadPumps) {
+  const HWND window = CreateTestWindow();
+  ASSERT_NE(window, nullptr);
+  EXPECT_EQ(Seen(), (std::vector<UINT>{WM_NCCREATE, WM_CREATE}));
+  EXPECT_EQ(FindWindowW(kClass, nullptr), window);
+  EXPECT_TRUE(PostMessageW(window, WM_CLOSE, 0, 0));
+  EXPECT_TRUE(IsWindow(window));
+  Seen().clear();
+  DispatchAll();
+  EXPECT_EQ(Seen(), (std::vector<UINT>{WM_CLOSE, WM_DESTROY, WM_NCDESTROY}));
+  EXPECT_FALSE(IsWindow(window));
+  SetLastError(ERROR_SUCCESS);
+  EXPECT_FALSE(PostMessageW(window, WM_CLOSE, 0, 0));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_WINDOW_HANDLE});
+  EXPECT_FALSE(DestroyWindow(window));
+}
+
+TEST(Windows, TheLoopEndsAfterWhatWasPosted) {
+  const HWND window = CreateTestWindow();
+  ASSERT_NE(window, nullptr);
+  Seen().clear();
+  PostMessageW(window, kQuit, 7, 0);
+  PostMessageW(window, kQuestion, 1, 1);
+  MSG message;
+  while (GetMessageW(&message, nullptr, 0, 0) > 0)
+    DispatchMessageW(&message);
+  EXPECT_EQ(message.message, UINT{WM_QUIT});
+  EXPECT_EQ(message.wParam, 7u);
+  EXPECT_EQ(Seen(), (std::vector<UINT>{kQuestion}));
+  EXPECT_TRUE(DestroyWindow(window));
+}
+
+struct Asker {
+  HWND window;
+  LRESULT answer;
+};
+
+DWORD WINAPI Ask(LPVOID parameter) {
+  Asker& asker = *static_cast<Asker*>(parameter);
+  EXPECT_FALSE(DestroyWindow(asker.window));  // another thread's
+  asker.answer = SendMessageW(asker.window, kQuestion, 40, 2);
+  PostMessageW(asker.window, kQuit, 0, 0);
+  return 0;
+}
+
+TEST(Windows, ASentMessageIsAnsweredWhenItsThreadPumps) {
+  const HWND window = CreateTestWindow();
+  ASSERT_NE(window, nullptr);
+  EXPECT_EQ(SendMessageW(window, kQuestion, 1, 2), 3);
+  Asker asker{window, 0};
+  const UniqueEvent thread(CreateThread(nullptr, 0, Ask, &asker, 0, nullptr));
+  EXPECT_EQ(WaitForSingleObject(thread.Get(), 50), DWORD{WAIT_TIMEOUT});
+  EXPECT_EQ(asker.answer, 0);
+  MSG message;
+  while (GetMessageW(&message, nullptr, 0, 0) > 0)
+    DispatchMessageW(&message);
+  EXPECT_EQ(WaitForSingleObject(thread.Get(), INFINITE), WAIT_OBJECT_0);
+  EXPECT_EQ(asker.answer, 42);
+  EXPECT_TRUE(DestroyWindow(window));
+}
+
+}  // namespace
+}  // namespace perilink
