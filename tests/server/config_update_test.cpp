@@ -1,0 +1,131 @@
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "perilink/finder.h"
+#include "perilink/protocol_data.h"
+#include "protocol/stored.h"
+#include "server_fixture.h"
+#include "sim/mouse.h"
+
+namespace perilink::testing {
+namespace {
+
+class ConfigUpdate : public ServerTest {
+ protected:
+  ConfigUpdate() {
+    previous.report_rate = 1;
+    previous.current_dpi_level = 2;
+  }
+  std::vector<QueueEntry> Compare(ProtocolData record) {
+    ServerState::Instance().LockQueues().commands.Clear();
+    CS_ProtocolDataCompareUpdate(&record, &previous);
+    return QueuedEntries();
+  }
+
+  ProtocolData previous{};
+};
+
+TEST_F(ConfigUpdate, QueuesOneEntryForOneField) {
+  for (const bool keyboard : {false, true}) {
+    SetKeyboardTargetFlag(keyboard);
+    previous.current_dpi_level = 2;
+    ProtocolData record = previous;
+    record.current_dpi_level = 3;
+    const std::vector<QueueEntry> entries = Compare(record);
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].last_chunk, 1);
+    EXPECT_EQ(entries[0].pending, 1);
+    EXPECT_EQ(entries[0].continuation, 0xFF);
+    Report expected = {8, 7, 0, 0, 4, 2, 3, 0x52, 0, 0, 0, 0, 0, 0, 0, 0, 0xEB};
+    if (keyboard) expected[5] = 0x82, expected[16] = 0x6B;
+    EXPECT_EQ(BytesOf(entries[0].frame), expected);
+    EXPECT_EQ(previous.current_dpi_level, 3);
+  }
+}
+
+TEST_F(ConfigUpdate, LongWritesAreCutIntoFramesOfTen) {
+  ProtocolData record = previous;
+  record.shortcuts[1].count = 6;  // 20 bytes: two whole frames
+  record.macros[2].name_length = 1;
+  record.macros[2].count = 70;  // 383 bytes
+  const std::vector<QueueEntry> entries = Compare(record);
+  ASSERT_EQ(entries.size(), 2u + 39);
+  for (size_t i = 0; i < entries.size(); ++i) {
+    const size_t address = i < 2 ? 256 + 32 + 10 * i : 768 + 2 * 384 + 10 * (i - 2);
+    EXPECT_EQ(entries[i].frame.address_high, address >> 8) << i;
+    EXPECT_EQ(entries[i].frame.address_low, address & 0xFF) << i;
+    EXPECT_EQ(entries[i].frame.length, i == 40 ? 3 : 10) << i;
+    EXPECT_EQ(entries[i].last_chunk, i == 1 || i == 40) << i;
+    EXPECT_EQ(FrameChecksum(entries[i].frame), entries[i].frame.checksum) << i;
+  }
+}
+
+TEST_F(ConfigUpdate, EqualRecordsAndUnparsedOnesQueueNothing) {
+  // With QueueMutex taken: it must not be asked for.
+  const ServerState::Queues queues = ServerState::Instance().LockQueues();
+  ProtocolData record = previous;
+  CS_ProtocolDataCompareUpdate(&record, &previous);
+  SetDllProtocolData(&previous);
+  record.report_rate = 7;
+  ProtocolDataUpdate(&record);  // nothing has been parsed
+  EXPECT_TRUE(queues.commands.Empty());
+}
+
+// What the update writes is what a later read finds.
+TEST_F(ConfigUpdate, WrittenConfigurationIsReadBack) {
+  sim::Mouse mouse;
+  mouse.Plug();
+  UsbServer_Start(mouse.CommandPath(), mouse.CommandPath(), &ServerTest::OnReport);
+  std::mt19937 random(5);
+  const auto draw = [&](unsigned bound) { return static_cast<uint8_t>(random() % bound); };
+  const auto draw16 = [&] { return static_cast<uint16_t>(random()); };
+  const auto read = [&] {
+    callbacks.clear();
+    UsbServer_ReadAllFlashData();
+    WaitForCallbacks(1);
+    ProtocolData record{};
+    EXPECT_EQ(callbacks.size(), 1u);
+    if (!callbacks.empty()) ProtocolDataParser(callbacks[0].data.data(), &record);
+    return record;
+  };
+  for (int round = 0; round < 4; ++round) {
+    ProtocolData record = read();
+    record.dpi_level_count = 8;
+    record.current_dpi_level = draw(8);
+    record.setting20 = static_cast<uint32_t>(random());
+    record.switch7 = draw(2);
+    record.dpi_levels[draw(8)].extension1 = draw16();
+    record.key_functions[draw(16)] = {{draw(256), draw(256), draw(256)}};
+    ShortcutKey& shortcut = record.shortcuts[draw(16)];
+    shortcut = {};
+    shortcut.count = static_cast<uint8_t>(2 + draw(5));
+    for (size_t i = 0; i < shortcut.count; ++i)
+      shortcut.events[i] = {draw(3), draw(16), {draw(256), draw(256)}, 0};
+    MacroKey& macro = record.macros[draw(16)];
+    macro = {};
+    macro.name_length = static_cast<uint8_t>(1 + draw(30));
+    macro.count = static_cast<uint8_t>(2 + draw(69));
+    for (size_t i = 0; i < macro.name_length; ++i)
+      macro.name[i] = draw(256);
+    for (size_t i = 0; i < macro.count; ++i)
+      macro.events[i] = {draw(3), draw(16), {draw(256), draw(256)}, draw16()};
+
+    callbacks.clear();
+    ProtocolDataUpdate(&record);
+    const size_t queued = QueuedEntries().size();
+    for (int i = 0; i < 600 && !QueuedEntries().empty(); ++i)
+      Sleep(100);
+    EXPECT_GT(queued, 3u);
+    EXPECT_TRUE(QueuedEntries().empty());
+    ProtocolData again = read();
+    EXPECT_EQ(std::memcmp(&again, &record, sizeof(record)), 0) << round;
+    EXPECT_TRUE(mouse.flash().InvalidFields().empty());
+    ProtocolDataUpdate(&again);
+    EXPECT_TRUE(QueuedEntries().empty());
+  }
+}
+
+}  // namespace
+}  // namespace perilink::testing

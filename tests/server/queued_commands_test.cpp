@@ -1,0 +1,209 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "perilink/finder.h"
+#include "server_fixture.h"
+
+namespace perilink::testing {
+namespace {
+
+const DataRecord10 kRecord = {{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}};
+const std::vector<uint8_t> kRecordBytes(kRecord.bytes, kRecord.bytes + 10);
+const RgbBarMode kBar = {9, {1, 2, 3, 4, 5}, 1};
+const RgbBarMode kBarOff = {9, {1, 2, 3, 4, 5}, 0};
+const IndicatorLed kLed = {{7, 8, 9}};
+
+struct Row {
+  const char* name;
+  std::vector<std::function<void()>> exports;  // which all queue the same
+  uint8_t command;
+  uint8_t length;
+  std::vector<uint8_t> payload;
+};
+
+#define BOTH(name, ...)                                                             \
+  {                                                                                 \
+    [] { UsbServer_##name(__VA_ARGS__); }, [] { CS_UsbServer_##name(__VA_ARGS__); } \
+  }
+#define MANAGED(name, ...)                   \
+  {                                          \
+    [] { CS_UsbServer_##name(__VA_ARGS__); } \
+  }
+
+// Names that are one entry point are made by the linker; here the first of them stands for all.
+const std::vector<Row> kRows = {
+    {"status", BOTH(SetPCDriverStatus, 0x21), 0x02, 1, {0x21}},
+    {"online", BOTH(ReadOnLine), 0x03, 0, {}},
+    {"battery", BOTH(ReadBatteryLevel), 0x04, 0, {}},
+    {"pair", BOTH(EnterDonglePairWithCidMid, 0x31, 0x32), 0x05, 2, {0x31, 0x32}},
+    {"pair any", {[] { UsbServer_EnterDonglePair(); }}, 0x05, 2, {}},
+    {"pair cid", BOTH(EnterDonglePairOnlyCid, 0x33), 0x05, 2, {0, 0, 0x33}},
+    {"pair status", BOTH(ReadDonglePairStatus), 0x06, 0, {}},
+    {"clear", BOTH(SetClearSetting), 0x09, 0, {}},
+    {"ids", BOTH(SetVidPid, 0x1234, 0xABCD), 0x0B, 4, {0x02, 0x34, 0x0B, 0xCD}},
+    {"update", BOTH(EnterUsbUpdateMode), 0x0D, 0, {}},
+    {"config", BOTH(ReadConfig), 0x0E, 0, {}},
+    {"set config", BOTH(SetCurrentConfig, 0x35), 0x0F, 1, {0x35}},
+    {"mtk", BOTH(EnterMTKMode), 0x11, 0, {}},
+    {"version", BOTH(ReadVersion), 0x12, 0, {}},
+    {"set rgb", BOTH(Set4KDongleRGB, &kRecord), 0x14, 10, kRecordBytes},
+    {"get rgb", BOTH(Get4KDongleRGBValue), 0x15, 0, {}},
+    {"set range", BOTH(SetLongRangeMode, 0x36), 0x16, 10, {0x36}},
+    {"get range", BOTH(GetLongRangeMode), 0x17, 0, {}},
+    {"set bar", MANAGED(SetDongleRGBBarMode, &kBar), 0x18, 10, {9, 1, 2, 3, 4, 5}},
+    {"bar off", MANAGED(SetDongleRGBBarMode, &kBarOff), 0x18, 10, {0, 1, 2, 3, 4, 5}},
+    {"get bar", MANAGED(GetDongleRGBBarMode), 0x19, 0, {}},
+    {"dongle id", BOTH(SetDongleIDToMouse, &kRecord), 0x1A, 10, kRecordBytes},
+    {"set serial", BOTH(SetMouseSerialNumber, &kRecord), 0x1F, 10, kRecordBytes},
+    {"get serial", BOTH(GetMouseSerialNumber), 0x20, 0, {}},
+    {"rssi", BOTH(GetRSSI), 0x2B, 0, {}},
+    {"set led", BOTH(SetDongleIndicatorLed, &kLed), 0x2C, 10, {7, 8, 9}},
+    {"get led", BOTH(GetDongleIndicatorLed), 0x2D, 0, {}},
+    {"slave", BOTH(GetSlaveVersion), 0xB3, 0, {}},
+    {"set data", BOTH(SetData, 0x77, kRecord.bytes, 3), 0x77, 3, {1, 2, 3}},
+    {"get data", BOTH(GetData, 0x78), 0x78, 0, {}},
+};
+
+class QueuedCommands : public ServerTest {
+ protected:
+  // The entries that a call queues.
+  std::vector<Report> Queue(const std::function<void()>& call) {
+    ServerState::Instance().LockQueues().commands.Clear();
+    call();
+    std::vector<Report> entries;
+    for (const QueueEntry& entry : QueuedEntries()) {
+      Report bytes = {entry.last_chunk, entry.pending, entry.continuation};
+      const Report frame = BytesOf(entry.frame);
+      bytes.insert(bytes.end(), frame.begin(), frame.end());
+      entries.push_back(bytes);
+    }
+    return entries;
+  }
+  // An entry as the device's protocol has it, written out here once more.
+  static Report Entry(Report header, Report frame) {
+    const Report closed = Closed(std::move(frame));
+    header.insert(header.end(), closed.begin(), closed.end());
+    return header;
+  }
+};
+
+TEST_F(QueuedCommands, QueueTheirFrames) {
+  for (const bool keyboard : {false, true}) {
+    keyboard ? UsbFinder_SetKeyboardMode() : UsbFinder_SetMouseMode();
+    const uint8_t target = keyboard ? 0x80 : 0;
+    for (const Row& row : kRows) {
+      Report frame = {8, row.command, 0, 0, 0, static_cast<uint8_t>(row.length | target)};
+      frame.insert(frame.end(), row.payload.begin(), row.payload.end());
+      for (const auto& call : row.exports)
+        EXPECT_EQ(Queue(call), std::vector<Report>{Entry({1, 1, 0}, frame)})
+            << row.name << keyboard;
+    }
+  }
+  UsbFinder_SetKeyboardMode();
+  EXPECT_EQ(Queue([] { UsbServer_ReadOnLine(); })[0].back(), 0xCA);
+  EXPECT_EQ(Queue([] { UsbServer_SetData(0x77, kRecord.bytes, 11); }).size(), 0u);
+}
+
+TEST_F(QueuedCommands, DeviceInfoCarriesAChallengeOfTheSecond) {
+  platform::SetCalendarTime(77);
+  srand(77);
+  Report frame = {8, 1, 0, 0, 0, 8};
+  for (int i = 0; i < 4; ++i)
+    frame.push_back(static_cast<uint8_t>(rand() % 256));
+  EXPECT_EQ(Queue([] { UsbServer_ReadEncryption(); }),
+            std::vector<Report>{Entry({1, 1, 0}, frame)});
+  EXPECT_EQ(Queue([] { CS_UsbServer_ReadEncryption(); }),
+            std::vector<Report>{Entry({1, 1, 0}, frame)});
+}
+
+TEST_F(QueuedCommands, HostEntriesStayAsTheyAre) {
+  QueueEntry entry;
+  std::memset(&entry, 0xEE, sizeof(entry));
+  UsbServer_InitWriteCommand(&entry);
+  Report blank(20, 0);
+  blank[0] = blank[1] = 1;
+  EXPECT_EQ(Queue([&] { UsbServer_WriteCommand(&entry); }), std::vector<Report>{blank});
+  std::memset(&entry, 0xEE, sizeof(entry));
+  EXPECT_EQ(Queue([&] { UsbServer_WriteCommand(&entry); }), std::vector<Report>{Report(20, 0xEE)});
+}
+
+TEST_F(QueuedCommands, MemoryReadsAreCutIntoFrames) {
+  const auto frame = [](uint16_t address, uint8_t length) {
+    return Report{8,     8, 0, static_cast<uint8_t>(address >> 8), static_cast<uint8_t>(address),
+                  length};
+  };
+  EXPECT_EQ(
+      Queue([] { UsbServer_ReadFalshData(0x10FFA, 25, 3); }),
+      (std::vector<Report>{Entry({0, 1, 3}, frame(0x0FFA, 10)), Entry({0, 1, 3}, frame(0x1004, 10)),
+                           Entry({1, 1, 3}, frame(0x100E, 5))}));
+  EXPECT_EQ(Queue([] { CS_UsbServer_ReadFalshData(0, 20); }),
+            (std::vector<Report>{Entry({0, 1, 0}, frame(0, 10)), Entry({1, 1, 0}, frame(10, 10))}));
+  for (const int32_t length : {0, -1, INT32_MIN, 8191, INT32_MAX})
+    EXPECT_EQ(Queue([&] { UsbServer_ReadFalshData(0, length, 0); }).size(), 0u) << length;
+  EXPECT_EQ(Queue([] { UsbServer_ReadFalshData(0, 8190, 0); }).size(), 819u);
+
+  const std::vector<std::pair<void (*)(), Report>> short_reads = {
+      {UsbServer_ReadReportRate, frame(0, 1)},
+      {UsbServer_ReadCurrentDPI, frame(4, 1)},
+      {UsbServer_ReadDPILed, frame(0x4C, 8)},
+      {UsbServer_ReadLedBar, frame(0xA0, 9)}};
+  for (const auto& [read, expected] : short_reads)
+    EXPECT_EQ(Queue(read), std::vector<Report>{Entry({1, 1, 0}, expected)});
+  const std::vector<Report> all = Queue(UsbServer_ReadAllFlashData);
+  ASSERT_EQ(all.size(), 24u);
+  EXPECT_EQ(all.back(), Entry({1, 1, 1}, frame(230, 3)));
+}
+
+TEST_F(QueuedCommands, DescriptorStringIsCutIntoChunks) {
+  const auto chunks = [&](const std::string& text) {
+    return Queue([&] { UsbServerC_SetDeviceDescriptorString(text.c_str()); });
+  };
+  // Length of the text, and what its chunks declare: total, then each length.
+  const std::vector<std::pair<size_t, Report>> rows = {{0, {1, 1}},
+                                                       {9, {10, 10}},
+                                                       {10, {11, 10, 1}},
+                                                       {25, {26, 10, 10, 6}},
+                                                       {29, {30, 10, 10, 10}},
+                                                       {30, {30, 10, 10, 10}},
+                                                       {200, {30, 10, 10, 10}}};
+  for (const auto& [size, declared] : rows) {
+    const std::string text(size, 'x');
+    std::vector<Report> expected;
+    for (size_t i = 1; i < declared.size(); ++i) {
+      const size_t offset = 10 * (i - 1);
+      Report frame = {8, 0x0C, 0, declared[0], static_cast<uint8_t>(offset), declared[i]};
+      for (size_t k = offset; k < offset + declared[i]; ++k)
+        frame.push_back(k < size ? uint8_t{'x'} : uint8_t{0});
+      expected.push_back(Entry({uint8_t{i + 1 == declared.size()}, 1, 0}, frame));
+    }
+    EXPECT_EQ(chunks(text), expected) << size;
+    EXPECT_EQ(Queue([&] { UsbServer_SetDeviceDescriptorString(std::wstring(size, L'x')); }),
+              expected);
+  }
+}
+
+TEST_F(QueuedCommands, DecodersReadTheirBytes) {
+  const uint8_t data[] = {0x85, 0x23, 0x0F, 0xA0, 5, 6, 7};
+  DeviceInfo info;
+  GetDeviceInfo(data, &info);
+  EXPECT_EQ(std::vector<uint8_t>(info.bytes, info.bytes + 3), (std::vector<uint8_t>{5, 6, 7}));
+  BatteryLevel battery;
+  GetDeviceBatteryStatus(data, &battery);
+  EXPECT_EQ(battery.level, 0x85);
+  EXPECT_EQ(battery.charging, 0x23);
+  EXPECT_EQ(battery.voltage, 4000);
+  DeviceStatus status;
+  GetDeviceStatusChanged(data, &status);
+  EXPECT_EQ(std::vector<uint8_t>(status.flags, status.flags + 7),
+            (std::vector<uint8_t>{1, 0, 1, 0, 0, 0, 0}));
+  EXPECT_EQ(GetDeviceVersion(data), 0x8523u);
+  const uint8_t zero = 0;
+  EXPECT_TRUE(isDeviceOnLine(data));
+  EXPECT_FALSE(isDeviceOnLine(&zero));
+}
+
+}  // namespace
+}  // namespace perilink::testing

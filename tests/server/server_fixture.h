@@ -1,0 +1,136 @@
+// A server on a scripted device, and what its host gets to see.
+#ifndef PERILINK_TESTS_SERVER_SERVER_FIXTURE_H_
+#define PERILINK_TESTS_SERVER_SERVER_FIXTURE_H_
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "battery/registry_fixture.h"
+#include "perilink/battery.h"
+#include "perilink/server.h"
+#include "server/state.h"
+#include "support/scripted_device.h"
+
+namespace perilink::testing {
+
+struct Callback {
+  Report frame;
+  Report data;
+};
+
+// A scripted device that also tells when it is opened and closed.
+class HookedDevice : public ScriptedDevice {
+ public:
+  using ScriptedDevice::ScriptedDevice;
+  std::function<void()> on_open;
+  std::function<void()> on_close;
+
+  DWORD OnOpen() override {
+    const DWORD error = ScriptedDevice::OnOpen();
+    if (on_open) std::exchange(on_open, {})();
+    return error;
+  }
+  void OnClose() override {
+    if (on_close) std::exchange(on_close, {})();
+  }
+};
+
+inline Report BytesOf(const CommandFrame& frame) {
+  const auto bytes = FrameBytes(frame);
+  return Report(bytes.begin(), bytes.end());
+}
+
+// A valid reply whose length byte is the number of its data.
+inline Report Answer(const Report& request, std::initializer_list<uint8_t> data) {
+  Report reply = ReplyTo(request, data);
+  reply[5] = static_cast<uint8_t>(data.size());
+  return Closed(std::move(reply));
+}
+
+inline Report Event(uint8_t flags) {
+  return Closed({8, kCommandEvent, 0, 0, 0, 0, flags, 1, 2, 3, 4, 5, 6, 7, 8, 9});
+}
+
+// The optimiser is off unless a test switches it on; the idle server looks at its queue every
+// millisecond.
+class ServerTest : public RegistryTest {
+ protected:
+  ServerTest() {
+    current_ = this;
+    UsbServer_SetBatteryOptimizeEnable(0);
+    CS_UsbServer_SetThreadSleepTime(1);
+  }
+  ~ServerTest() override {
+    UsbServer_Exit();
+    Sleep(10'000);
+    EXPECT_EQ(platform::Bus().OpenConnections(), 0u);
+    current_ = nullptr;
+  }
+
+  uintptr_t Start() {
+    const uintptr_t thread = UsbServer_Start(device.Path(), device.Path(), &ServerTest::OnReport);
+    Sleep(2);
+    return thread;
+  }
+
+  // Gives the server up to ten minutes to report so often, and a moment more.
+  void WaitForCallbacks(size_t count) {
+    for (int i = 0; i < 6000 && callbacks.size() < count; ++i)
+      Sleep(100);
+    Sleep(200);
+  }
+
+  static void PERILINK_CALL OnReport(const uint8_t* frame, uint32_t frame_length,
+                                     const uint8_t* data, uint32_t data_length) {
+    EXPECT_EQ(frame_length, 17u);
+    if (current_ == nullptr) return;
+    current_->callbacks.push_back({{frame, frame + 17}, {data, data + data_length}});
+    if (current_->on_callback) current_->on_callback(current_->callbacks.back());
+  }
+
+  // Answers everything after a millisecond: memory writes with their echo, memory reads with as
+  // many bytes as they ask for, the rest with one byte.
+  static DWORD AnswerAll(ScriptedDevice& self, const Report& written) {
+    const bool echo = written[1] == kCommandWriteMemory;
+    const bool read = written[1] == kCommandReadMemory;
+    self.Deliver(echo ? written : read ? ReplyTo(written, {0x11}) : Answer(written, {0x11}), 1);
+    return 0;
+  }
+  static DWORD Ignore(ScriptedDevice&, const Report&) { return 0; }
+
+  // The commands written, and the clock's milliseconds between them.
+  std::vector<int> WrittenCommands() const {
+    std::vector<int> commands;
+    for (const Written& written : device.writes())
+      commands.push_back(written.report[1]);
+    return commands;
+  }
+  std::vector<int> CallbackCommands() const {
+    std::vector<int> commands;
+    for (const Callback& callback : callbacks)
+      commands.push_back(callback.frame[1]);
+    return commands;
+  }
+  static std::vector<QueueEntry> QueuedEntries() {
+    const ServerState::Queues queues = ServerState::Instance().LockQueues();
+    std::vector<QueueEntry> entries;
+    for (size_t i = 0; i < queues.commands.Size(); ++i)
+      entries.push_back(queues.commands.At(i));
+    return entries;
+  }
+
+  HookedDevice device{kScriptedPath, AnswerAll};
+  std::vector<Callback> callbacks;
+  std::function<void(const Callback&)> on_callback;
+
+ private:
+  static inline ServerTest* current_ = nullptr;
+};
+
+}  // namespace perilink::testing
+
+#endif  // PERILINK_TESTS_SERVER_SERVER_FIXTURE_H_
