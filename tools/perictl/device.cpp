@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <numeric>
 #include <span>
 
@@ -34,7 +35,26 @@ std::string Describe(const Selection& selection) {
   return "with id " + selection.vendor_id + ":" + selection.product_id;
 }
 
-enum class RawAnswer { kCannotOpen, kSilent, kNonsense, kSane };
+bool IsOnline(const CommandFrame& reply) {
+  return reply.data[0] != 0;
+}
+
+[[noreturn]] void FailOffline() {
+  throw Failure(ExitCode::kOffline,
+                "the device is asleep or switched off: wake it with a movement or a click");
+}
+
+// A key often matches every interface of a device; those that take commands are meant, if there are
+// any.
+std::vector<std::string> PreferCommandInterfaces(std::vector<std::string> paths) {
+  std::vector<std::string> preferred;
+  std::copy_if(
+      paths.begin(), paths.end(), std::back_inserter(preferred),
+      [](const std::string& path) { return path.find(kCommandInterfaceKey) != std::string::npos; });
+  return preferred.empty() ? paths : preferred;
+}
+
+enum class RawAnswer { kCannotOpen, kSilent, kNonsense, kOffline, kSane };
 
 // The pass-through exchange tests nothing, so it tells a silent device from a babbling one. Reports
 // that the device sends by itself can come first; a few are let pass.
@@ -54,7 +74,7 @@ RawAnswer AskRaw(const std::string& path) {
     }
     if (reply.checksum != Checksum(reply)) answer = RawAnswer::kNonsense;
     if (reply.checksum == Checksum(reply) && reply.command == kReadOnline) {
-      answer = RawAnswer::kSane;
+      answer = IsOnline(reply) ? RawAnswer::kSane : RawAnswer::kOffline;
     }
   }
   UsbFinderC_CloseDevice();
@@ -102,7 +122,7 @@ std::vector<std::string> MatchingInterfaces(const Selection& selection) {
   } else {
     list = UsbFinderC_FindHidDevicesByKey(kCommandInterfaceKey, &count);
   }
-  return TakeList(list, count);
+  return PreferCommandInterfaces(TakeList(list, count));
 }
 
 std::string SelectDevice(const Context& context) {
@@ -118,6 +138,8 @@ void FailUnanswered(const std::string& path, const std::string& what) {
   switch (AskRaw(path)) {
     case RawAnswer::kCannotOpen:
       throw Failure(ExitCode::kNoDevice, "the device can't be opened, or is gone: " + path);
+    case RawAnswer::kOffline:
+      FailOffline();
     case RawAnswer::kNonsense:
       throw Failure(ExitCode::kNonsense, "the device answers nonsense (asked for " + what +
                                              "): its reports have wrong checksums");
@@ -133,10 +155,7 @@ CommandFrame RequireOnline(const std::string& path) {
   if (!UsbFinderC_GetDeviceOnLineWithUsbAddress(path.c_str(), &reply)) {
     FailUnanswered(path, "its on-line state");
   }
-  if (reply.data[0] == 0) {
-    throw Failure(ExitCode::kOffline,
-                  "the device is asleep or switched off: wake it with a movement or a click");
-  }
+  if (!IsOnline(reply)) FailOffline();
   return reply;
 }
 

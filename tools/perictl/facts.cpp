@@ -10,14 +10,17 @@
 namespace perictl {
 namespace {
 
-// A command that this device does not answer, or not soundly.
-void AddUntold(Report& report, const std::string& key, const std::string& label) {
+// A command that this device does not answer, or not soundly. Throws Failure when it has stopped
+// answering altogether.
+void AddUntold(Report& report, const std::string& path, const std::string& key,
+               const std::string& label) {
+  RequireOnline(path);
   report.Fact(key, label, "not told", nullptr);
 }
 
-void AddBytes(Report& report, const std::string& key, const std::string& label, bool told,
-              std::span<const uint8_t> bytes) {
-  if (!told) return AddUntold(report, key, label);
+void AddBytes(Report& report, const std::string& path, const std::string& key,
+              const std::string& label, bool told, std::span<const uint8_t> bytes) {
+  if (!told) return AddUntold(report, path, key, label);
   report.Fact(key, label, HexBytes(bytes), HexBytes(bytes));
 }
 
@@ -30,7 +33,7 @@ void AddVersion(Report& report, const std::string& path) {
 void AddSlaveVersion(Report& report, const std::string& path) {
   int32_t version = 0;
   if (!UsbFinderC_GetSlaveVersion(path.c_str(), &version)) {
-    return AddUntold(report, "slave_version", "slave version");
+    return AddUntold(report, path, "slave_version", "slave version");
   }
   report.Fact("slave_version", "slave version", VersionText(version), VersionText(version));
 }
@@ -44,7 +47,7 @@ void AddOnline(Report& report, const CommandFrame& online) {
 void AddBattery(Report& report, const std::string& path) {
   BatteryLevel battery{};
   if (!UsbFinderC_GetBatteryLevel(path.c_str(), &battery)) {
-    return AddUntold(report, "battery", "battery");
+    return AddUntold(report, path, "battery", "battery");
   }
   // A packed record's fields are copied before they are referred to.
   const int level = battery.level;
@@ -59,19 +62,20 @@ void AddBattery(Report& report, const std::string& path) {
 
 void AddCurrentDpi(Report& report, const std::string& path) {
   const int32_t index = UsbFinderC_GetCurrentDPI(path.c_str());
+  if (index == 0) RequireOnline(path);  // 0 stands for no answer too
   report.Fact("dpi_level", "current DPI level", std::to_string(index) + " (counted from 0)", index);
 }
 
 void AddRssi(Report& report, const std::string& path) {
   uint8_t rssi = 0;
-  if (!CS_UsbFinder_GetRSSI(path.c_str(), &rssi)) return AddUntold(report, "rssi", "RSSI");
+  if (!CS_UsbFinder_GetRSSI(path.c_str(), &rssi)) return AddUntold(report, path, "rssi", "RSSI");
   report.Fact("rssi", "RSSI", std::to_string(rssi), rssi);
 }
 
 void AddSerialNumber(Report& report, const std::string& path) {
   DataRecord10 serial{};
   if (!UsbFinderC_GetMouseSerialNumber(path.c_str(), &serial)) {
-    return AddUntold(report, "serial_number", "serial number");
+    return AddUntold(report, path, "serial_number", "serial number");
   }
   std::string text = HexBytes(serial.bytes);
   const bool readable = std::all_of(std::begin(serial.bytes), std::end(serial.bytes),
@@ -86,7 +90,7 @@ void AddSerialNumber(Report& report, const std::string& path) {
 void AddCidMid(Report& report, const std::string& path) {
   CidMid ids{};
   if (!UsbFinderC_ReadCidMid(path.c_str(), 0, &ids)) {
-    return AddUntold(report, "cid_mid", "CID/MID");
+    return AddUntold(report, path, "cid_mid", "CID/MID");
   }
   const uint8_t cid[] = {ids.cid};
   const uint8_t mid[] = {ids.mid};
@@ -100,7 +104,7 @@ void AddDeviceInfo(Report& report, const std::string& path, bool keyboard) {
   // All zero stands for no answer.
   const bool told = std::any_of(std::begin(info.bytes), std::end(info.bytes),
                                 [](uint8_t byte) { return byte != 0; });
-  AddBytes(report, "device_info", "device info", told, info.bytes);
+  AddBytes(report, path, "device_info", "device info", told, info.bytes);
 }
 
 }  // namespace
@@ -136,20 +140,20 @@ void AddDeviceFacts(Report& report, const std::string& path, const Selection& se
 void AddReceiverFacts(Report& report, const std::string& path) {
   DataRecord10 colours{};
   const bool colours_told = UsbFinderC_Get4KDongleRGBValue(path.c_str(), &colours);
-  AddBytes(report, "receiver_colours", "receiver colours", colours_told, colours.bytes);
+  AddBytes(report, path, "receiver_colours", "receiver colours", colours_told, colours.bytes);
 
   RgbBarMode bar{};
   const bool bar_told = UsbFinderC_GetDongleRGBBarMode(path.c_str(), &bar);
-  AddBytes(report, "bar_mode", "bar mode", bar_told,
+  AddBytes(report, path, "bar_mode", "bar mode", bar_told,
            {reinterpret_cast<const uint8_t*>(&bar), sizeof bar});
 
   IndicatorLed led{};
   const bool led_told = UsbFinderC_GetDongleIndicatorLed(path.c_str(), &led);
-  AddBytes(report, "indicator_led", "indicator LED", led_told, led.bytes);
+  AddBytes(report, path, "indicator_led", "indicator LED", led_told, led.bytes);
 
   uint8_t long_range = 0;
   if (!UsbFinderC_GetLongRangeMode(path.c_str(), &long_range)) {
-    return AddUntold(report, "long_range", "long-range mode");
+    return AddUntold(report, path, "long_range", "long-range mode");
   }
   report.Fact("long_range", "long-range mode",
               long_range == 0 ? "off" : "on (" + std::to_string(long_range) + ")", long_range);

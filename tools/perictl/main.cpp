@@ -56,7 +56,11 @@ int Main(int argc, char** argv) {
   } catch (const CLI::Success& success) {
     return app.exit(success);
   } catch (const CLI::ParseError& error) {
-    return Fail(context, ExitCode::kUsage, std::string(error.what()) + " ('perictl --help' helps)");
+    // The parser misses a command before it tells of a word that is none.
+    const std::vector<std::string> unknown = app.remaining();
+    const std::string message =
+        unknown.empty() ? error.what() : "there is no command or option '" + unknown.front() + "'";
+    return Fail(context, ExitCode::kUsage, message + " ('perictl --help' helps)");
   }
   return Run(context);
 }

@@ -13,7 +13,7 @@ namespace {
 void AddFound(Report& report, const std::string& key, const std::string& label,
               const std::vector<std::string>& paths) {
   std::string text = std::to_string(paths.size()) + (paths.size() == 1 ? " path" : " paths");
-  if (!paths.empty()) text += ", first " + paths.front();
+  if (paths.size() == 1) text += ": " + paths.front();
   report.Fact(key, label, text, paths);
 }
 

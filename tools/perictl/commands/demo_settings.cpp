@@ -40,6 +40,7 @@ void Demonstrate(DemoState& state, const Setting<Record>& setting) {
   const char* path = state.path.c_str();
   Record before{};
   if (!setting.get(path, &before)) {
+    RequireOnline(state.path);
     state.context.report.Fact(setting.key, setting.label, "not told", nullptr);
     return;
   }

@@ -20,7 +20,8 @@ const std::map<std::string, Fault>& Faults() {
       {"asleep", [](sim::Device& device) { device.SetAsleep(true); }},
       {"silent", [](sim::Device& device) { device.faults().Silence(); }},
       {"nonsense", [](sim::Device& device) { device.faults().CorruptChecksum(sim::Always()); }},
-      {"noisy", [](sim::Device& device) { device.faults().StrayEventBefore(sim::Always()); }},
+      // Answers two requests and is gone.
+      {"vanishing", [](sim::Device& device) { device.faults().UnplugAfter(sim::At(3)); }},
   };
   return faults;
 }

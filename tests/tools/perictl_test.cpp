@@ -1,0 +1,145 @@
+// What perictl prints, and its exit codes, on the virtual devices.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tools/perictl_run.h"
+
+namespace perilink {
+namespace {
+
+using Json = nlohmann::json;
+
+TEST(Perictl, EveryWayToFailHasItsCodeAndOneLine) {
+  const struct {
+    const char* arguments;
+    int exit_code;
+    const char* line;  // a part of it
+  } cases[] = {
+      {"info --virtual-fault=absent", 3, "is plugged in"},
+      {"info --key nowhere", 3, "whose path holds 'nowhere'"},
+      {"info --vid 1234 --pid 0001", 3, "with id 1234:0001"},
+      {"info --path x", 3, "at path x"},
+      {"info --virtual-fault=vanishing", 3, "is gone"},
+      {"info --virtual-fault=asleep", 4, "asleep"},
+      {"demo --virtual-fault=asleep", 4, "asleep"},
+      {"info --virtual-fault=silent", 5, "does not answer"},
+      {"demo --virtual-fault=silent", 5, "does not answer"},
+      {"info --virtual-fault=nonsense", 6, "nonsense"},
+      {"list --virtual-fault=broken", 2, "--virtual-fault"},
+      {"list --virtual=toaster", 2, "--virtual"},
+      {"info --vid 12", 2, "four hexadecimal digits"},
+      {"info --pid abcd", 2, "--vid"},
+      {"info --key a --path b", 2, "excludes"},
+      {"conquer", 2, "conquer"},
+      {"", 2, "subcommand"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.arguments);
+    const PerictlRun run = RunPerictl(c.arguments);
+    EXPECT_EQ(run.exit_code, c.exit_code);
+    EXPECT_NE(run.err.find(c.line), std::string::npos) << run.err;
+    // Usage errors come before the line that names the virtual device.
+    EXPECT_EQ(run.ErrorLines(), c.exit_code == 2 ? 1 : 2) << run.err;
+
+    if (*c.arguments == '\0') continue;
+    const PerictlRun json = RunPerictl(std::string(c.arguments) + " --json");
+    EXPECT_EQ(json.exit_code, c.exit_code);
+    if (c.exit_code == 2) continue;
+    EXPECT_EQ(json.Document()["error"]["code"], c.exit_code);
+  }
+}
+
+TEST(Perictl, HelpNamesEveryExitCode) {
+  const PerictlRun run = RunPerictl("--help");
+  EXPECT_EQ(run.exit_code, 0);
+  for (const char* row : {"  0  success", "  3  no such device", "  9  a firmware upgrade"}) {
+    EXPECT_NE(run.out.find(row), std::string::npos) << row;
+  }
+}
+
+TEST(Perictl, OutputThatIsLostIsAFailure) {
+  EXPECT_EQ(RunPerictl("info >/dev/full").exit_code, 1);
+}
+
+TEST(Perictl, ListMarksTheCommandInterface) {
+  const Json interfaces = RunPerictl("list --json").Document()["interfaces"];
+  ASSERT_GE(interfaces.size(), 1u);
+  int marked = 0;
+  for (const Json& entry : interfaces) {
+    const std::string path = entry["path"];
+    EXPECT_EQ(entry["takes_commands"], path.find("mi_01&col05") != std::string::npos);
+    marked += entry["takes_commands"] ? 1 : 0;
+  }
+  EXPECT_EQ(marked, 1);
+  const PerictlRun absent = RunPerictl("list --json --virtual-fault=absent");
+  EXPECT_EQ(absent.exit_code, 0);
+  EXPECT_EQ(absent.Document(), Json({{"interfaces", Json::array()}}));
+}
+
+TEST(Perictl, InfoTellsWhatTheMouseHolds) {
+  for (const char* arguments :
+       {"info --json", "info --json --vid 1234 --pid ABCD", "info --json --key MI_01"}) {
+    SCOPED_TRACE(arguments);
+    const PerictlRun run = RunPerictl(arguments);
+    EXPECT_EQ(run.exit_code, 0) << run.err;
+    const Json info = run.Document();
+    EXPECT_EQ(info["id"], "1234:abcd");
+    EXPECT_EQ(info["version"], "1.02");
+    EXPECT_EQ(info["slave_version"], "2.03");
+    EXPECT_EQ(info["online"], true);
+    EXPECT_EQ(info["address"], "1a:2b:3c");
+    EXPECT_EQ(info["battery"]["percent"], 80);
+    EXPECT_EQ(info["battery"]["charging"], false);
+    EXPECT_GT(info["battery"]["millivolts"], 3000);
+    EXPECT_TRUE(info["dpi_level"].is_number());
+    EXPECT_EQ(info["rssi"], 0x30);
+    EXPECT_EQ(info["serial_number"], "56 4d 30 30 30 30 30 30 30 31");
+    EXPECT_EQ(info["cid_mid"], Json({{"cid", 0x12}, {"mid", 0x34}, {"flag", 0}}));
+    EXPECT_EQ(info["device_info"], "12 34 01");
+    EXPECT_EQ(info["receiver_colours"], "ff 40 10 00 00 00 00 00 00 00");
+    EXPECT_EQ(info["long_range"], 0);
+  }
+}
+
+TEST(Perictl, InfoOfAKeyboard) {
+  const PerictlRun run = RunPerictl("info --json --virtual=keyboard");
+  EXPECT_EQ(run.exit_code, 0) << run.err;
+  EXPECT_NE(run.err.find("virtual keyboard"), std::string::npos);
+  EXPECT_EQ(run.Document()["online"], true);
+}
+
+TEST(Perictl, DemoSetsReadsAndRestores) {
+  const PerictlRun run = RunPerictl("demo --json");
+  EXPECT_EQ(run.exit_code, 0) << run.err;
+  const Json demo = run.Document();
+  for (const char* road : {"by_ids", "by_key", "by_interface", "by_default"}) {
+    EXPECT_GE(demo["find"][road].size(), 1u) << road;
+  }
+  EXPECT_EQ(demo["device"]["version"], "1.02");
+  const struct {
+    const char* key;
+    const char* before;
+  } settings[] = {{"receiver_colours", "ff 40 10 00 00 00 00 00 00 00"},
+                  {"bar_mode", "01 02 10 20 30 05 01"},
+                  {"indicator_led", "01 80 03"},
+                  {"long_range", "00"}};
+  for (const auto& setting : settings) {
+    const Json& told = demo["receiver"][setting.key];
+    EXPECT_EQ(told["before"], setting.before);
+    EXPECT_EQ(told["read"], told["set"]) << setting.key;
+    EXPECT_NE(told["read"], told["before"]) << setting.key;
+  }
+}
+
+TEST(Perictl, DemoIsReadable) {
+  const PerictlRun run = RunPerictl("demo");
+  EXPECT_EQ(run.exit_code, 0);
+  for (const char* part :
+       {"Finding the device", "firmware version      1.02", "address", "80 %", "restored"}) {
+    EXPECT_NE(run.out.find(part), std::string::npos) << part;
+  }
+}
+
+}  // namespace
+}  // namespace perilink
