@@ -1,9 +1,6 @@
 #include "protocol/fields.h"
 
-#include <cstring>
-
 #include "perilink/protocol_data.h"
-#include "protocol/check_byte.h"
 
 namespace perilink {
 namespace {
@@ -16,7 +13,7 @@ constexpr bool FieldsAreInOrder(const ConfigGroup& group, size_t record_size) {
   size_t record_end = 0;
   for (size_t i = 0; i < group.field_count; ++i) {
     const ConfigField& field = group.fields[i];
-    if (field.record_offset < record_end || !IsWidth(field.width)) return false;
+    if (field.record_offset < record_end || field.width < 1 || field.width > 6) return false;
     record_end = size_t{field.record_offset} + field.width;
   }
   return record_end <= record_size;
@@ -68,90 +65,37 @@ static_assert(NoFieldOverlapsAnother());
 static_assert(PERILINK_SHORTCUT_ADDRESS + 16 * PERILINK_SHORTCUT_SLOT_SIZE ==
               PERILINK_MACRO_ADDRESS);
 
-constexpr const ConfigGroup& kDpiLedGroup = kConfigGroups[2];
-constexpr const ConfigGroup& kLedBarGroup = kConfigGroups[3];
-static_assert(kDpiLedGroup.fields == kDpiLedFields.data());
-static_assert(kLedBarGroup.fields == kLedBarFields.data());
-
-constexpr bool IsSwitch(FieldRule rule) {
-  return rule == FieldRule::kSwitch || rule == FieldRule::kNormalizedSwitch;
-}
-
-// The level count stands in the record that the current level stands in.
-template <size_t kWidth>
-void AcceptOne(const ConfigField& field, const uint8_t* stored, uint8_t* record) {
-  const bool accepted =
-      CheckHolds(stored, kWidth) && (field.rule != FieldRule::kBelowLevelCount ||
-                                     *stored < record[offsetof(ProtocolData, dpi_level_count)]);
-  if (!accepted && field.keeps) return;
-  uint8_t* target = record + field.record_offset;
-  std::memcpy(target, accepted ? stored : field.fallback.data(), kWidth);
-  if (IsSwitch(field.rule)) *target = *target != 0 ? 1 : 0;
-}
-
-// A field of `count` entries. With the width known to the compiler, an entry costs a few
-// instructions instead of two loops.
-template <size_t kWidth>
-void AcceptEach(const ConfigField& field, size_t count, size_t record_stride, const uint8_t* stored,
-                uint8_t* record) {
-  for (; count > 0; --count, stored += field.flash_stride, record += record_stride) {
-    AcceptOne<kWidth>(field, stored, record);
-  }
-}
-
-void AcceptEntries(const ConfigField& field, size_t count, size_t record_stride,
-                   const uint8_t* stored, uint8_t* record) {
-  switch (field.width) {
-    case 1:
-      return AcceptEach<1>(field, count, record_stride, stored, record);
-    case 3:
-      return AcceptEach<3>(field, count, record_stride, stored, record);
-    case 4:
-      return AcceptEach<4>(field, count, record_stride, stored, record);
-    case 5:
-      return AcceptEach<5>(field, count, record_stride, stored, record);
-    case 6:
-      return AcceptEach<6>(field, count, record_stride, stored, record);
-  }
-}
+static_assert(kConfigGroups[kSettingsGroup].fields == kSettings.data());
+static_assert(kConfigGroups[kDpiLevelsGroup].fields == kDpiLevelFields.data());
+static_assert(kConfigGroups[kDpiLedGroup].fields == kDpiLedFields.data());
+static_assert(kConfigGroups[kLedBarGroup].fields == kLedBarFields.data());
+static_assert(kConfigGroups[kKeyFunctionsGroup].fields == kKeyFunFields.data());
 
 }  // namespace
-
-void AcceptField(const ConfigField& field, const uint8_t* stored, uint8_t* record) {
-  AcceptEntries(field, 1, 0, stored, record);
-}
-
-void AcceptGroup(const ConfigGroup& group, const uint8_t* block, size_t block_address,
-                 uint8_t* record) {
-  for (size_t i = 0; i < group.field_count; ++i) {
-    const ConfigField& field = group.fields[i];
-    AcceptEntries(field, group.count, group.record_stride,
-                  block + (field.flash_address - block_address), record);
-  }
-}
-
 }  // namespace perilink
+
+using perilink::AcceptField;
+using perilink::AcceptGroup;
+using perilink::RecordBytes;
 
 extern "C" {
 
 void BufferToDPIColor(const uint8_t* source, DPILevel* level) {
-  perilink::AcceptField(perilink::kDpiLevelFields[1], source, perilink::RecordBytes(*level));
+  AcceptField<perilink::kDpiLevelsGroup, 1>(source, RecordBytes(*level));
 }
 
 void BufferToDPILed(const uint8_t* source, DPILed* led) {
-  using perilink::kDpiLedGroup;
-  perilink::AcceptGroup(kDpiLedGroup, source, kDpiLedGroup.fields->flash_address,
-                        perilink::RecordBytes(*led));
+  AcceptGroup<perilink::kDpiLedGroup>(source, perilink::kDpiLedFields[0].flash_address,
+                                      RecordBytes(*led));
 }
 
 void BufferToLedBar(const uint8_t* source, LedBar* bar) {
-  using perilink::kLedBarGroup;
-  perilink::AcceptGroup(kLedBarGroup, source, kLedBarGroup.fields->flash_address,
-                        perilink::RecordBytes(*bar));
+  AcceptGroup<perilink::kLedBarGroup>(source, perilink::kLedBarFields[0].flash_address,
+                                      RecordBytes(*bar));
 }
 
 void BufferToKeyFunMap(const uint8_t* source, KeyFun* entry) {
-  perilink::AcceptField(perilink::kKeyFunFields[0], source, perilink::RecordBytes(*entry));
+  AcceptField<perilink::kKeyFunctionsGroup, 0>(source, RecordBytes(*entry));
 }
 
 }  // extern "C"

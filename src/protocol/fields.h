@@ -4,8 +4,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <utility>
 
 #include "perilink/config_layout.h"
+#include "protocol/check_byte.h"
 
 namespace perilink {
 
@@ -24,14 +27,48 @@ const uint8_t* RecordBytes(const Record& record) {
   return reinterpret_cast<const uint8_t*>(&record);
 }
 
+// The groups by their place in kConfigGroups.
+enum GroupIndex : size_t {
+  kSettingsGroup,
+  kDpiLevelsGroup,
+  kDpiLedGroup,
+  kLedBarGroup,
+  kKeyFunctionsGroup,
+};
+
 // Takes over one field: `stored` points to its value bytes, which its check byte follows, `record`
-// to the record that the field's offset counts in.
-void AcceptField(const ConfigField& field, const uint8_t* stored, uint8_t* record);
+// to the record that the field's offset counts in. The field is a constant so that the walk over
+// the table unrolls: some ten instructions a field, where a loop would spend more on the table
+// than on the field.
+template <size_t kGroup, size_t kField>
+void AcceptField(const uint8_t* stored, uint8_t* record) {
+  static constexpr ConfigField kIt = kConfigGroups[kGroup].fields[kField];
+  bool accepted = CheckHolds(stored, kIt.width);
+  if constexpr (kIt.rule == FieldRule::kBelowLevelCount) {
+    accepted = accepted && *stored < record[offsetof(ProtocolData, dpi_level_count)];
+  }
+  if (!accepted && kIt.keeps) return;
+  uint8_t* target = record + kIt.record_offset;
+  std::memcpy(target, accepted ? stored : kIt.fallback.data(), kIt.width);
+  if constexpr (kIt.rule == FieldRule::kSwitch || kIt.rule == FieldRule::kNormalizedSwitch) {
+    *target = *target != 0 ? 1 : 0;
+  }
+}
 
 // Takes over all fields of all entries of a group. `block` holds the device's bytes from flash
 // address `block_address` on; `record` is entry 0.
-void AcceptGroup(const ConfigGroup& group, const uint8_t* block, size_t block_address,
-                 uint8_t* record);
+template <size_t kGroup>
+void AcceptGroup(const uint8_t* block, size_t block_address, uint8_t* record) {
+  static constexpr ConfigGroup kIt = kConfigGroups[kGroup];
+  for (size_t entry = 0; entry < kIt.count; ++entry, record += kIt.record_stride) {
+    [&]<size_t... kFields>(std::index_sequence<kFields...>) {
+      (AcceptField<kGroup, kFields>(
+           block + (FlashAddress(kIt.fields[kFields], entry) - block_address), record),
+       ...);
+    }
+    (std::make_index_sequence<kIt.field_count>());
+  }
+}
 
 }  // namespace perilink
 

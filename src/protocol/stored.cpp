@@ -51,15 +51,15 @@ void StoredProtocolData::Parse(const uint8_t* image) {
 void StoredProtocolData::StoreReply(uint16_t address, std::span<const uint8_t, 10> data) {
   struct Answer {
     uint16_t address;
-    uint8_t group;
+    GroupIndex group;
     uint8_t first_field;
     uint8_t field_count;
   };
   static constexpr Answer kAnswers[] = {
-      {0, 0, 0, 1},    // report rate
-      {4, 0, 2, 1},    // current DPI level
-      {76, 2, 0, 4},   // indicator
-      {160, 3, 0, 2},  // bar
+      {0, kSettingsGroup, 0, 1},  // report rate
+      {4, kSettingsGroup, 2, 1},  // current DPI level
+      {76, kDpiLedGroup, 0, 4},
+      {160, kLedBarGroup, 0, 2},
   };
   for (const Answer& answer : kAnswers) {
     if (answer.address != address) continue;
