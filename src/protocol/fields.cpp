@@ -5,10 +5,6 @@
 namespace perilink {
 namespace {
 
-constexpr bool IsWidth(size_t width) {
-  return width == 1 || (width >= 3 && width <= 6);
-}
-
 constexpr bool FieldsAreInOrder(const ConfigGroup& group, size_t record_size) {
   size_t record_end = 0;
   for (size_t i = 0; i < group.field_count; ++i) {
