@@ -6,13 +6,14 @@
 #include <functional>
 #include <vector>
 
-#include "battery/battery_device.h"
 #include "battery/registry_fixture.h"
 #include "perilink/battery.h"
+#include "sim/mouse.h"
 
 namespace perilink {
 namespace {
 
+constexpr DeviceAddress kAddress = {0x1A, 0x2B, 0x3C};  // of the virtual mouse
 constexpr int64_t kToday = 1700000000;
 constexpr uint32_t kPassMs = 50;
 
@@ -37,11 +38,13 @@ class OptimizerTest : public RegistryTest {
  protected:
   OptimizerTest() {
     platform::SetCalendarTime(kToday);
+    mouse.Plug();
+    Show(50);
     Connect();
   }
 
   void Connect() {
-    optimizer.SetDevicePath(device.Path());
+    optimizer.SetDevicePath(mouse.CommandPath());
     optimizer.ArmPoll(0);
   }
   // One pass of the server's loop, as far as it concerns the battery.
@@ -74,7 +77,13 @@ class OptimizerTest : public RegistryTest {
     return levels;
   }
 
-  BatteryDevice device;
+  // What the device answers from now on.
+  void Show(uint8_t level, uint8_t charging = 0, uint16_t voltage = 0) {
+    mouse.battery().Fix({level, charging, voltage});
+  }
+  size_t Polls() const { return mouse.CountRequests(sim::command::kBattery); }
+
+  sim::Mouse mouse;
   BatteryOptimizer optimizer;
 };
 
@@ -102,8 +111,8 @@ TEST_F(OptimizerTest, StartEstimate) {
       {-1000, 50, 7, 0, 7},
   };
   for (const auto& c : cases) {
-    device.battery = {c.level, 0, c.voltage};
-    WriteSavedRecord(device.address, kToday - c.age_s, c.last);
+    Show(c.level, 0, c.voltage);
+    WriteSavedRecord(kAddress, kToday - c.age_s, c.last);
     optimizer.PollStep();
     EXPECT_EQ(optimizer.ReportedLevel(), c.start) << "registry, " << c.age_s << " s";
     EXPECT_TRUE(optimizer.SaveAllowed());
@@ -126,7 +135,7 @@ TEST_F(OptimizerTest, StartsAtTheMeasuredLevelWithoutAUsableRecord) {
     optimizer.EndConnection();
   }
   // An age of -1 from the host is no age: the registry's record counts.
-  WriteSavedRecord(device.address, kToday - 10, 33);
+  WriteSavedRecord(kAddress, kToday - 10, 33);
   optimizer.SetLastBattery(-1, 77);
   optimizer.PollStep();
   EXPECT_EQ(optimizer.ReportedLevel(), 33);
@@ -134,7 +143,7 @@ TEST_F(OptimizerTest, StartsAtTheMeasuredLevelWithoutAUsableRecord) {
 }
 
 TEST_F(OptimizerTest, FirstReportComesRightAfterTheFirstPollAndSaves) {
-  device.battery = {50, 2, 0x0E74};
+  Show(50, 2, 0x0E74);
   RunFor(2 * kPassMs);
   ASSERT_EQ(reports.size(), 1u);
   const std::vector<uint8_t> frame = {8, 4, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x49};
@@ -162,7 +171,7 @@ TEST_F(OptimizerTest, LevelReportRules) {
   };
   for (const auto& step : steps) {
     if (step.record[0] == 0) SetRawRecord(L"");
-    device.battery.charging = step.charging;
+    Show(50, step.charging);
     optimizer.PollStep();
     optimizer.SetEnabled(step.enabled ? 0x80 : 0);
     reports.clear();
@@ -179,25 +188,25 @@ TEST_F(OptimizerTest, LevelReportRules) {
 
 TEST_F(OptimizerTest, DischargesOnePercentAStep) {
   StartAt(60);
-  device.battery.level = 40;
+  Show(40);
   RunFor(3600 * 1000);
   ASSERT_EQ(reports.size(), 20u);
   for (size_t i = 0; i < reports.size(); ++i) {
     EXPECT_EQ(reports[i].level(), 59 - static_cast<int>(i));
     EXPECT_NEAR(reports[i].at_ms - reports[0].at_ms, 10000.0 * static_cast<double>(i), 500);
   }
-  device.battery.level = 90;  // a level does not rise off the charger
+  Show(90);  // a level does not rise off the charger
   RunFor(60 * 1000);
-  device.battery.level = 15;
+  Show(15);
   RunFor(20 * 1000);
-  device.battery.level = 0;
+  Show(0);
   RunFor(20 * 1000);
   const std::vector<int> levels = Levels();
   EXPECT_EQ(std::vector<int>(levels.end() - 3, levels.end()), (std::vector<int>{40, 15, 0}));
 }
 
 TEST_F(OptimizerTest, ChargesSlowlyWhenNearlyFull) {
-  device.battery = {70, 1, 4110};
+  Show(70, 1, 4110);
   StartAt(82);
   RunFor(2 * 3600 * 1000);
   const std::vector<int> levels = Levels();
@@ -209,83 +218,82 @@ TEST_F(OptimizerTest, ChargesSlowlyWhenNearlyFull) {
   EXPECT_NEAR(reports[3].at_ms - reports[2].at_ms, 10000, 2 * kPassMs);
   EXPECT_NEAR(reports[4].at_ms - reports[3].at_ms, 300000, 2 * kPassMs);
 
-  device.battery.voltage = 4079;  // 94 percent: neither nearly full nor more than 10 ahead
+  Show(70, 1, 4079);  // 94 percent: neither nearly full nor more than 10 ahead
   StartAt(84);
   RunFor(60 * 1000);
   EXPECT_EQ(optimizer.ReportedLevel(), 84);
 }
 
 TEST_F(OptimizerTest, FullAfterTenFullReadingsInARow) {
-  const BatteryLevel full = {100, 1, 0};
-  const auto step = [this](const BatteryLevel& battery) {
-    device.battery = battery;
+  const auto step = [this](uint8_t level, uint8_t charging) {
+    Show(level, charging);
     optimizer.PollStep();
     Sleep(600 * 1000);
     optimizer.SmoothingStep(&Record);
   };
-  device.battery = full;
+  Show(100, 1);
   StartAt(50);
   // Readings that break the row: almost full, and off the charger.
-  for (const BatteryLevel other : {BatteryLevel{99, 1, 0}, BatteryLevel{100, 0, 0}}) {
+  for (const bool charging : {true, false}) {
     reports.clear();
     for (int i = 0; i < 9; ++i)
-      step(full);
+      step(100, 1);
     EXPECT_TRUE(reports.empty());
-    step(other);
+    step(charging ? 99 : 100, charging);
     EXPECT_EQ(reports.size(), 1u);
     EXPECT_LT(optimizer.ReportedLevel(), 70);
   }
   reports.clear();
   for (int i = 0; i < 9; ++i)
-    step(full);
+    step(100, 1);
   EXPECT_TRUE(reports.empty());
-  step(full);
+  step(100, 1);
   EXPECT_EQ(Levels(), (std::vector<int>{100}));
 }
 
 TEST_F(OptimizerTest, FullReadingsFollowEachOtherQuickly) {
-  device.battery = {100, 1, 0};
+  Show(100, 1);
   StartAt(50);
   const double start_ms = NowMs();
-  const int polls = device.polls;
+  const size_t polls = Polls();
   while (reports.empty())
     RunFor(kPassMs);
   EXPECT_EQ(Levels(), (std::vector<int>{100}));
   EXPECT_NEAR(NowMs() - start_ms, 1000, 200);
-  EXPECT_GE(device.polls - polls, 8);
+  EXPECT_GE(Polls() - polls, 8u);
   RunFor(3600 * 1000);  // nothing hurries any more
   EXPECT_EQ(Levels(), (std::vector<int>{100}));
-  EXPECT_LE(device.polls - polls, 740);
+  EXPECT_LE(Polls() - polls, 740u);
 }
 
 TEST_F(OptimizerTest, JumpsOverLargeDifferencesIfAllowed) {
   StartAt(80);
-  device.battery.level = 49;
+  Show(49);
   optimizer.PollStep();
   EXPECT_EQ(optimizer.ReportedLevel(), 80);
   optimizer.SetParam(0x10, 10000, 300000);
-  device.battery.level = 50;
+  Show(50);
   optimizer.PollStep();
   EXPECT_EQ(optimizer.ReportedLevel(), 80);
-  device.battery.level = 49;
+  Show(49);
   optimizer.PollStep();
   EXPECT_EQ(optimizer.ReportedLevel(), 49);
 }
 
 TEST_F(OptimizerTest, FailedPollsKeepTheLevelAndEndSmoothing) {
   StartAt(60);
-  device.battery.level = 70;
-  for (bool BatteryDevice::*answer :
-       {&BatteryDevice::answers_on_line, &BatteryDevice::answers_battery}) {
-    device.*answer = false;
+  uint8_t charging = 0;
+  for (const uint8_t unanswered : {sim::command::kOnLine, sim::command::kBattery}) {
+    mouse.faults().Ignore(sim::Always().For(unanswered));
     reports.clear();
     RunFor(60 * 1000);
     EXPECT_FALSE(optimizer.SmoothingActive());
     EXPECT_FALSE(optimizer.SmoothingArmed());
     EXPECT_EQ(optimizer.ReportedLevel(), 60);
     EXPECT_TRUE(reports.empty());
-    device.*answer = true;
-    device.battery.charging ^= 1;
+    mouse.faults().Heal();
+    charging ^= 1;
+    Show(70, charging);
     RunFor(6 * 1000);
     EXPECT_TRUE(optimizer.SmoothingActive());
     EXPECT_EQ(reports.size(), 1u);
@@ -293,12 +301,12 @@ TEST_F(OptimizerTest, FailedPollsKeepTheLevelAndEndSmoothing) {
 }
 
 TEST_F(OptimizerTest, ConnectionsSaveAtTheirEnd) {
-  device.answers_battery = false;
+  mouse.faults().Silence();
   optimizer.PollStep();
   optimizer.EndConnection();
   EXPECT_EQ(RawRecord(L"BatteryValue_000000"), L"01700000000-0");
 
-  device.answers_battery = true;
+  mouse.faults().Heal();
   optimizer.PollStep();
   optimizer.SetReportedLevel(44);
   optimizer.SetEnabled(0);
@@ -328,7 +336,7 @@ TEST_F(OptimizerTest, HostTableLastsOneConnection) {
   uint32_t table[kVoltagePoints];
   for (uint32_t i = 0; i < kVoltagePoints; ++i)
     table[i] = 1000 + 100 * i;
-  device.battery = {9, 0, 2050};
+  Show(9, 0, 2050);
   const auto start_level = [this] {
     optimizer.PollStep();
     const int level = optimizer.ReportedLevel();
@@ -349,7 +357,7 @@ TEST_F(OptimizerTest, HostTableLastsOneConnection) {
   table[20] = 3001;
   for (const uint8_t charging : {uint8_t{0}, uint8_t{1}}) {
     optimizer.SetSection(table);
-    device.battery = {90, charging, 3000};
+    Show(90, charging, 3000);
     optimizer.Restart();
     RunFor(600 * 1000, [this] { ASSERT_LE(optimizer.ReportedLevel(), 100); });
   }
@@ -357,7 +365,7 @@ TEST_F(OptimizerTest, HostTableLastsOneConnection) {
 
 TEST_F(OptimizerTest, ExportsReachTheOptimiser) {
   BatteryOptimizer& shared = BatteryOptimizer::Instance();
-  shared.SetDevicePath(device.Path());
+  shared.SetDevicePath(mouse.CommandPath());
   uint32_t table[kVoltagePoints];
   for (uint32_t i = 0; i < kVoltagePoints; ++i)
     table[i] = 1000 + 100 * i;
@@ -365,13 +373,13 @@ TEST_F(OptimizerTest, ExportsReachTheOptimiser) {
   EXPECT_FALSE(shared.Enabled());
   UsbServer_SetBatteryOptimizeEnable(2);
   EXPECT_TRUE(shared.Enabled());
-  device.battery = {9, 0, 2050};
+  Show(9, 0, 2050);
   UsbServer_SetBatteryOptimizeSection(table);
   UsbServer_SetBatteryOptimizeLastBattery(-5, 40);
   shared.PollStep();
   EXPECT_EQ(shared.ReportedLevel(), 52);
   UsbServer_SetBatteryOptimizeParam(1, 1000, 3000);
-  device.battery.voltage = 1200;
+  Show(9, 0, 1200);
   shared.PollStep();
   EXPECT_EQ(shared.ReportedLevel(), 10);
 }
