@@ -132,8 +132,9 @@ void FlashImage::SetMacro(size_t slot, std::string_view name, std::span<const Sl
   if (slot >= kSlotCount) return;
   ClearMacro(slot);
   name = name.substr(0, kMaxMacroName);
-  Bytes head{static_cast<uint8_t>(name.size())};
-  head.insert(head.end(), name.begin(), name.end());
+  Bytes head(1 + name.size());
+  head[0] = static_cast<uint8_t>(name.size());
+  std::copy(name.begin(), name.end(), head.begin() + 1);
   SetBytes(MacroAddress(slot), head);
 
   Bytes list{static_cast<uint8_t>(events.size())};
