@@ -1,0 +1,117 @@
+// Every fault at every packet: the upgrade ends as documented and in time, and can be repeated.
+#include "upgrade_rig.h"
+
+namespace perilink::testing {
+namespace {
+
+constexpr uint32_t kTimeoutMs = 2000;
+constexpr size_t kPacketCount = 5;
+constexpr size_t kLast = kPacketCount - 1;
+
+struct Fault {
+  const char* name;
+  std::function<void(sim::Mouse&, size_t packet)> arrange;  // packet 0 is the start packet
+  std::function<bool(size_t packet)> survives;
+};
+
+bool Always(size_t) {
+  return true;
+}
+bool Never(size_t) {
+  return false;
+}
+
+const Fault kFaults[] = {
+    {"reply dropped", [](auto& m, size_t i) { m.boot_faults().Drop(sim::At(i + 1)); }, Never},
+    {"reply of no known kind",
+     [](auto& m, size_t i) { m.boot_faults().WrongCommand(sim::At(i + 1)); }, Never},
+    {"reply with other data",
+     [](auto& m, size_t i) { m.boot_faults().CorruptData(sim::At(i + 1)); }, Always},
+    {"reply duplicated", [](auto& m, size_t i) { m.boot_faults().Duplicate(sim::At(i + 1)); },
+     Always},
+    // The last packet's late reply is lost: the device has restarted by then.
+    {"reply late", [](auto& m, size_t i) { m.boot_faults().AnswerAfter(sim::At(i + 1), 140'000); },
+     [](size_t i) { return i != kLast; }},
+    {"reply too late",
+     [](auto& m, size_t i) { m.boot_faults().AnswerAfter(sim::At(i + 1), 2'500'000); }, Never},
+    {"echo differs once",
+     [](auto& m, size_t i) { m.boot_faults().EchoDiffers(sim::At(std::max<size_t>(i, 1))); },
+     Always},
+    {"echo differs ten times",
+     [](auto& m, size_t i) {
+       m.boot_faults().EchoDiffers({std::max<size_t>(i, 1), 10, {}});
+     },
+     [](size_t i) { return i == kLast; }},
+    {"write fails", [](auto& m, size_t i) { m.boot_faults().FailWrite(sim::At(i + 1)); }, Always},
+    {"every write fails", [](auto& m, size_t i) { m.boot_faults().FailWrite(sim::From(i + 1)); },
+     Never},
+    {"unplugged", [](auto& m, size_t i) { m.boot_faults().UnplugAfter(sim::At(i + 1)); }, Never},
+};
+
+uint64_t LastWriteMs(const sim::Mouse& mouse, uint64_t start_ms) {
+  uint64_t last = start_ms;
+  for (const sim::Request& request : mouse.Requests())
+    if (request.boot && request.error == 0) last = request.at_micros / 1000;
+  return last;
+}
+
+TEST_F(UpgradeTest, SweepOfFaults) {
+  for (const Fault& fault : kFaults) {
+    for (size_t packet = 0; packet < kPacketCount; ++packet) {
+      SCOPED_TRACE(::testing::Message() << fault.name << " at packet " << packet);
+      const uint64_t handles = platform::OpenHandleCount();
+      sim::Mouse mouse;
+      const sim::Bytes file = FileFor(mouse);
+      mouse.Plug();
+      fault.arrange(mouse, packet);
+      const uint64_t start_ms = platform::NowMicros() / 1000;
+      ASSERT_TRUE(RunUpgrade(file, kTimeoutMs));
+      ASSERT_FALSE(events.empty());
+      if (fault.survives(packet)) {
+        EXPECT_EQ(events.back(), (Event{2, 1, 0, 0}));
+        EXPECT_EQ(mouse.firmware().options().version, kNewVersion);
+        EXPECT_LT(last_event_ms - start_ms, 1500u);
+      } else {
+        EXPECT_EQ(events.back(), (Event{2, 2, 3, 0}));
+        const uint64_t idle_ms = last_event_ms - LastWriteMs(mouse, start_ms + 840);
+        EXPECT_GE(idle_ms + 2, kTimeoutMs);
+        EXPECT_LE(idle_ms, kTimeoutMs + 20);
+      }
+      EXPECT_EQ(platform::OpenHandleCount(), handles);
+      EXPECT_EQ(platform::Bus().OpenConnections(), 0u);
+      // Writes that fail are a tick apart, so the log does not grow without bound.
+      EXPECT_LT(RawLog().size(), 400u);
+
+      mouse.faults().Heal();
+      mouse.boot_faults().Heal();
+      mouse.Plug();
+      Sleep(1000);
+      ASSERT_TRUE(RunUpgrade(file, kTimeoutMs));
+      EXPECT_EQ(events.back(), (Event{2, 1, 0, 0}));
+      EXPECT_EQ(mouse.firmware().options().version, kNewVersion);
+    }
+  }
+}
+
+TEST_F(UpgradeTest, RandomFaultsEndAndHeal) {
+  for (uint64_t seed = 1; seed <= 100; ++seed) {
+    SCOPED_TRACE(seed);
+    sim::Mouse mouse;
+    const sim::Bytes file = FileFor(mouse);
+    mouse.Plug();
+    const sim::Probabilities chances{0.1, 0.05, 0.1, 0.05, 0.2, 0, 0.1, 150'000, UINT64_MAX};
+    mouse.faults().Random(seed, chances);
+    mouse.boot_faults().Random(seed + 1000, chances);
+    ASSERT_TRUE(RunUpgrade(file, kTimeoutMs));
+    ASSERT_FALSE(events.empty());
+    EXPECT_EQ(events.back()[0], 2);
+    mouse.faults().Heal();
+    mouse.boot_faults().Heal();
+    Sleep(1000);
+    ASSERT_TRUE(RunUpgrade(file, kTimeoutMs));
+    EXPECT_EQ(events.back(), (Event{2, 1, 0, 0}));
+  }
+}
+
+}  // namespace
+}  // namespace perilink::testing

@@ -1,0 +1,372 @@
+// Whole upgrades: what the host hears and what the log says, line by line.
+#include "upgrade/log.h"
+#include "upgrade_rig.h"
+
+namespace perilink::testing {
+namespace {
+
+const Lines kStart = {"Start Upgrade Thread ", "Found Normal Device",
+                      "Start ResetToBootMode-waitNormal-0"};
+const Lines kOpened = {"ResetToBootMode-hDeviceWrite =H", "ResetToBootMode-hDeviceRead =H"};
+const Lines kResetData = {"T:  ResetToBootMode-Write data:11 00 08 0d 00 00 00 01 "};
+const Lines kReset = kStart + kOpened + kResetData;
+const Lines kWaitUsb = {"ResetToBootMode-Write data success-Wait Usb"};
+const Lines kEchoed = kReset + kWaitUsb + Lines{"ResetToBootMode-Device Respone Success"};
+const Lines kNoEcho = kReset + kWaitUsb + Lines{"ResetToBootMode-Timer Out Error"};
+const Lines kStable = {"Start WaitBootMode", "WaitBootMode-Found one device-wait stable",
+                       "WaitBootMode-Found one device-wait stable",
+                       "WaitBootMode-Found one device-wait stable", "WaitBootMode-usb stable"};
+
+Lines Written(const std::string& dump) {
+  return {"T:  Write Data Success:" + dump};
+}
+Lines Received(const std::string& dump) {
+  return {"T:  Received Data:" + dump};
+}
+Lines Echoed(const std::string& dump) {
+  return Written(dump) + Received(dump);
+}
+const Lines kStarted = Lines{"Start DownloadFile"} + Written("00 b0 00 00 00 00 01 00 ") +
+                       Received("00 b0 00 00 00 00 00 00 ") + Received("00 5b b5 01 01 00 00 00 ");
+const Lines kPackets = Echoed("00 b1 c0 20 00 00 01 00 ") + Echoed("00 b1 c0 20 00 00 01 00 ") +
+                       Echoed("00 b1 c0 20 00 00 01 00 ") + Echoed("00 b1 c1 04 00 00 01 00 ");
+const Lines kDownload = kStarted + kPackets + Received("00 5b b5 88 00 00 00 00 ");
+
+const Event kResetEchoed = {3, 17, 1, 0};
+const Event kBootStable = {3, 17, 2, 0};
+const Events kReady = {{3, 16, 3, 0}, {3, 1, 1, 0}};
+const Events kDeviceEnd = {{3, 0x88, 0, 0}};
+const Events kSuccess = {{1, 100, 0, 0}, {2, 1, 0, 0}};
+
+// A device of its own kind, so that it is found beside the other of a set.
+sim::DeviceOptions OtherOptions() {
+  sim::DeviceOptions options = sim::Mouse::Options();
+  options.product_id = 0x5678;
+  options.boot.product_id = 0xB008;
+  options.instance = "other";
+  return options;
+}
+
+TEST_F(UpgradeTest, LogsOneImageFromItsFirstLineToItsLast) {
+  sim::Mouse mouse;
+  mouse.Plug();
+  ASSERT_TRUE(RunUpgrade(FileFor(mouse)));
+  const std::string command = "vid_1234&pid_abcd&mi_01&col05";
+  const std::string boot = "vid_1234&pid_b007";
+  const Lines parsed = {"File check init",
+                        "File header check ok",
+                        "File header memset",
+                        "File header icName:VIRTUAL",
+                        "File header fileId:virtual upgrade",
+                        "File header bootInputEndPoint:" + boot,
+                        "File header bootOutputEndPoint:" + boot,
+                        "File header normalInputEndPoint:" + command,
+                        "File header normalOutputEndPoint:" + command,
+                        "File header senserName:none",
+                        "File header info ok",
+                        "Create Upgrade Packet OK"};
+  const Lines record = {"T",
+                        "  UsbUpgradeFile",
+                        "isEnd:true",
+                        "valid:true",
+                        "totalPacketCount:0",
+                        "icName:VIRTUAL",
+                        "bootInputEndPoint:" + boot,
+                        "bootOutputEndPoint:" + boot,
+                        "normalInputEndPoint:" + command,
+                        "normalOutputEndPoint:" + command,
+                        "senserName:none",
+                        "productName:Virtual mouse"};
+  EXPECT_EQ(Log(), parsed + record + kEchoed + kStable + kDownload + Lines{"All Upgrade Success"});
+  EXPECT_EQ(events, Events{kResetEchoed} + Progress(1, 84, 205) + Events{kBootStable} + kReady +
+                        Progress(85, 88, 205, 40) + kDeviceEnd + kSuccess);
+  EXPECT_EQ(mouse.firmware().options().version, kNewVersion);
+}
+
+TEST_F(UpgradeTest, OneImageByEveryWay) {
+  for (const bool separate : {false, true}) {
+    for (const bool feature : {false, true}) {
+      for (const bool echo : {false, true}) {
+        SCOPED_TRACE(::testing::Message() << separate << feature << echo);
+        sim::DeviceOptions options = sim::Mouse::Options();
+        options.boot.separate_interfaces = separate;
+        options.boot.echo_reset = echo;
+        const sim::Frame reset = sim::MakeFrame(0x0D, echo ? 1 : 0);
+        options.boot.reset_command.assign(reset.begin(), reset.end());
+        sim::Mouse mouse(options);
+        mouse.Plug();
+        ASSERT_TRUE(RunUpgrade(FileFor(mouse, feature)));
+        EXPECT_EQ(WithoutProgress(), Events({echo ? kResetEchoed : kBootStable, kBootStable}) +
+                                         kReady + kDeviceEnd + Events{kSuccess.back()});
+        EXPECT_EQ(std::ranges::count(ThreadLog(), "ResetToBootMode-Write data success"), !echo);
+        const std::vector<sim::Request> requests = mouse.Requests();
+        EXPECT_EQ(requests.size(), 6u);
+        EXPECT_TRUE(std::ranges::all_of(
+            requests, [&](const sim::Request& request) { return request.feature == feature; }));
+        // Each packet follows at once on the reply to the one before.
+        EXPECT_LE(last_event_ms - requests[1].at_micros / 1000, 51u + 4 * 1 + 20 + 2);
+      }
+    }
+  }
+}
+
+TEST_F(UpgradeTest, DeviceInBootModePassesAHundredPercent) {
+  sim::Mouse mouse;
+  mouse.PlugInBootMode();
+  ASSERT_TRUE(RunUpgrade(FileFor(mouse)));
+  EXPECT_EQ(ThreadLog(), Lines({"Start Upgrade Thread ", "Not found Normal Device",
+                                "Start ResetToBootMode-waitNormal-0"}) +
+                             kStable + kDownload + Lines{"All Upgrade Success"});
+  EXPECT_EQ(events, Progress(1, 63, 5) + Events{kBootStable} + kReady + Progress(64, 67, 5, 1260) +
+                        kDeviceEnd + kSuccess);
+}
+
+struct Failure {
+  const char* name;
+  std::function<void(sim::Mouse&, sim::UpgradeImage&)> arrange;
+  Events events;  // without progress
+  Lines log;
+  uint32_t timeout = 2000;
+};
+
+void CorruptEcho(sim::Mouse& mouse, sim::UpgradeImage&) {
+  mouse.faults().CorruptData(sim::Next());
+}
+
+const Failure kFailures[] = {
+    {"reset not echoed",
+     [](auto& mouse, auto&) { mouse.faults().Drop(sim::Next()); },
+     {{2, 2, 1, 0}},
+     kNoEcho},
+    {"echo with other data", CorruptEcho, {{2, 2, 1, 0}}, kNoEcho},
+    {"echo with wrong checksum",
+     [](auto& mouse, auto&) { mouse.faults().CorruptChecksum(sim::Next()); },
+     {{2, 2, 1, 0}},
+     kNoEcho},
+    {"no output interface",
+     [](auto&, auto& image) { image.normal_output = "vid_9999"; },
+     {{2, 4, 1, 0}},
+     {"Start Upgrade Thread ", "Not found Normal Device", "Start ResetToBootMode-waitNormal-0",
+      "ResetToBootMode-Found Multi Devices-input Size =1",
+      "ResetToBootMode-Found Multi Devices-output Size =0"}},
+    {"no cycles",
+     [](auto&, auto&) {},
+     {{2, 6, 1, 0}},
+     kStart + Lines{"ResetToBootMode-TimeOut-0"},
+     99},
+    {"does not come back in boot mode",
+     [](auto& mouse, auto&) {
+       mouse.OnModeChange([&mouse](sim::Mode mode) {
+         if (mode == sim::Mode::kChanging) mouse.Unplug();
+       });
+     },
+     {kResetEchoed, {2, 7, 1, 0}},
+     kEchoed + Lines{"Start WaitBootMode", "WaitBootMode-NotBootFoundDeviceError-TimeOut-3"},
+     399},
+    {"reset not written",
+     [](auto& mouse, auto&) { mouse.faults().FailWrite(sim::Next()); },
+     {{2, 8, 0, 1}},
+     kReset + Lines{"ResetToBootMode-Write Usb Error"}},
+    {"no event for the reset",
+     [](auto&, auto&) { platform::ArmFault("CreateEventW", 1); },
+     {{2, 8, 1, 0}},
+     kStart + kOpened + Lines{"ResetToBootMode-osReader.hEvent = 0"} + kResetData +
+         Lines{"ResetToBootMode-Write Usb Error"}},
+    {"normal interface not opened",
+     [](auto& mouse, auto&) { mouse.faults().FailOpen(sim::Next(2)); },
+     {{2, 8, 0, 1}},
+     kStart + Lines{"ResetToBootMode-hDeviceWrite =-1", "ResetToBootMode-hDeviceRead =-1"} +
+         kResetData + Lines{"ResetToBootMode-Write Usb Error"}},
+    {"boot output not opened",
+     [](auto& mouse, auto&) { mouse.boot_faults().FailOpen(sim::At(1)); },
+     {kResetEchoed, kBootStable, {2, 9, 0, 1}},
+     kEchoed + kStable + Lines{"DownloadFile-HANDLE Error,hDeviceWrite=-1  hDeviceRead =H"}},
+    {"boot input not opened",
+     [](auto& mouse, auto&) { mouse.boot_faults().FailOpen(sim::At(2)); },
+     {kResetEchoed, kBootStable, {2, 9, 1, 0}},
+     kEchoed + kStable + Lines{"DownloadFile-HANDLE Error,hDeviceWrite=H  hDeviceRead =-1"}},
+    {"gone before the download",
+     [](auto& mouse, auto&) {
+       on_event = [&mouse](const Event& event) {
+         if (event == kBootStable) mouse.Unplug();
+       };
+     },
+     {kResetEchoed, kBootStable, {2, 9, 0, 0}},
+     kEchoed + kStable + Lines{"DownloadFile-HANDLE Error,hDeviceWrite=0  hDeviceRead =0"}},
+    {"no event for the download",
+     [](auto&, auto&) { platform::ArmFault("CreateEventW", 2); },
+     {kResetEchoed, kBootStable, {2, 2, 3, 0}},
+     kEchoed + kStable + Lines{"Start DownloadFile"} + Written("00 b0 00 00 00 00 01 00 ") +
+         Lines{"Upgrade Timeout"}},
+    {"firmware that the device refuses", [](auto&, auto& image) { image.payload.back() ^= 1; },
+     Events{kResetEchoed, kBootStable} + kReady + Events{{2, 10, 4, 0}, {2, 2, 3, 0}},
+     kEchoed + kStable + kStarted + kPackets + Received("00 5a a5 04 00 00 00 00 ") +
+         Lines{"Upgrade Timeout"}},
+};
+
+TEST_F(UpgradeTest, FailuresSayWhatWentWrong) {
+  for (const Failure& failure : kFailures) {
+    SCOPED_TRACE(failure.name);
+    sim::Mouse mouse;
+    sim::UpgradeImage image = sim::ImageFor(mouse, NewFirmware());
+    mouse.Plug();
+    failure.arrange(mouse, image);
+    ASSERT_TRUE(RunUpgrade(sim::UpgradeFileBuilder(image).Build(), failure.timeout));
+    platform::DisarmFault();
+    on_event = nullptr;
+    EXPECT_EQ(WithoutProgress(), failure.events);
+    EXPECT_EQ(ThreadLog(), failure.log);
+    EXPECT_NE(mouse.firmware().options().version, kNewVersion);
+  }
+}
+
+TEST_F(UpgradeTest, TwoDevicesOfOneKindAreRefused) {
+  sim::DeviceOptions twin_options = sim::Mouse::Options();
+  twin_options.instance = "twin";
+  sim::Mouse mouse;
+  sim::Mouse twin(twin_options);
+  mouse.Plug();
+  twin.PlugInBootMode();
+  ASSERT_TRUE(RunUpgrade(FileFor(mouse)));
+  EXPECT_EQ(WithoutProgress(), Events({kResetEchoed, {2, 5, 2, 2}}));
+  EXPECT_EQ(ThreadLog(), kEchoed + Lines{"Start WaitBootMode"} + Lines(1, kStable[1]) +
+                             Lines{"WaitBootMode-Multi Boot Device Error"});
+
+  uint32_t count = 0;
+  char** paths = UsbUpgradeC_FindBootDevices(FileFor(mouse).data(), &count);
+  EXPECT_EQ(count, 2u);
+  UsbFinderC_Free(paths, static_cast<int32_t>(count));
+  paths = UsbUpgradeC_FindBootDevices(sim::Bytes(8192).data(), &count);
+  EXPECT_EQ(count, 0u);
+  UsbFinderC_Free(paths, 0);
+}
+
+TEST_F(UpgradeTest, ASightingLostStartsTheCountAgain) {
+  sim::Mouse mouse;
+  mouse.PlugInBootMode();
+  // Seen at 210 and 420 ms, gone at 630 ms.
+  platform::ScheduleIn(500'000, [&mouse] { mouse.Unplug(); });
+  platform::ScheduleIn(700'000, [&mouse] { mouse.PlugInBootMode(); });
+  ASSERT_TRUE(RunUpgrade(FileFor(mouse)));
+  EXPECT_EQ(events.back(), kSuccess.back());
+  EXPECT_EQ(std::ranges::count(ThreadLog(), kStable[1]), 5);
+}
+
+TEST_F(UpgradeTest, TenMismatchesEndTheRepeats) {
+  sim::Mouse mouse;
+  mouse.PlugInBootMode();
+  mouse.boot_faults().EchoDiffers(sim::Next(10));
+  ASSERT_TRUE(RunUpgrade(FileFor(mouse)));
+  EXPECT_EQ(mouse.CountRequests(0xB1), 10u);
+  EXPECT_EQ(events.back(), (Event{2, 2, 3, 0}));
+  const Lines log = ThreadLog();
+  EXPECT_EQ(std::ranges::count(log, "Repeat timeout"), 1);
+  EXPECT_EQ(Lines(log.end() - 2, log.end()), (Lines{"Repeat timeout", "Upgrade Timeout"}));
+
+  mouse.boot_faults().Heal();
+  mouse.boot_faults().EchoDiffers(sim::Next(9));
+  ASSERT_TRUE(RunUpgrade(FileFor(mouse)));
+  EXPECT_EQ(events.back(), kSuccess.back());
+}
+
+// The lines that tell the order of devices and steps.
+Lines Milestones() {
+  Lines lines;
+  for (const std::string& line : ThreadLog()) {
+    for (const char* start : {"Main and", "Start Upgrade", "Start Reset", "Start Wait",
+                              "Start Down", "Upgrade One", "All Up", "ResetToBootMode-TimeOut"})
+      if (line.starts_with(start)) lines.push_back(line);
+  }
+  return lines;
+}
+const Lines kSteps = {"Start ResetToBootMode-waitNormal-0", "Start WaitBootMode",
+                      "Start DownloadFile"};
+const Lines kBoth = {"Start Upgrade Thread ", "Main and Slave Mode,totalPacketCount = 210"};
+
+class SetTest : public UpgradeTest {
+ protected:
+  sim::Mouse main_;
+  sim::Mouse slave_{OtherOptions()};
+  const sim::Bytes file_ = sim::UpgradeFileBuilder(sim::ImageFor(main_, NewFirmware()))
+                               .Slave(sim::ImageFor(slave_, NewFirmware()))
+                               .Build();
+};
+
+TEST_F(SetTest, SlaveInNormalModeGoesFirst) {
+  main_.Plug();
+  slave_.Plug();
+  ASSERT_TRUE(RunUpgrade(file_));
+  EXPECT_EQ(Milestones(), kBoth + Lines{"Start Upgrade Slave "} + kSteps +
+                              Lines({"Upgrade One Device OK", "Start Upgrade Main "}) + kSteps +
+                              Lines{"All Upgrade Success"});
+  // The second device goes on from the first one's progress, with no percentage sent of its own.
+  EXPECT_EQ(events, Events{kResetEchoed} + Progress(1, 84, 210) + Events{kBootStable} + kReady +
+                        Progress(85, 88, 210, 40) + kDeviceEnd + Events{kResetEchoed} +
+                        Progress(89, 172, 210) + Events{kBootStable} + kReady +
+                        Progress(173, 176, 210, 81) + kDeviceEnd + kSuccess);
+  EXPECT_EQ(main_.firmware().options().version, kNewVersion);
+  EXPECT_EQ(slave_.firmware().options().version, kNewVersion);
+}
+
+TEST_F(SetTest, MainInBootModeGoesFirstAndTheSlaveIsAwaited) {
+  main_.PlugInBootMode();
+  main_.OnModeChange([this](sim::Mode mode) {
+    if (mode == sim::Mode::kNormal) slave_.Plug();
+  });
+  ASSERT_TRUE(RunUpgrade(file_));
+  EXPECT_EQ(Milestones(), kBoth + Lines{"Start Upgrade Main Boot"} + kSteps +
+                              Lines({"Upgrade One Device OK", "Start Upgrade Slave",
+                                     "Start ResetToBootMode-waitNormal-1", "Start WaitBootMode",
+                                     "Start DownloadFile", "All Upgrade Success"}));
+  EXPECT_EQ(events, Progress(1, 63, 210) + Events{kBootStable} + kReady +
+                        Progress(64, 67, 210, 30) + kDeviceEnd + Progress(68, 109, 210) +
+                        Events{kResetEchoed} + Progress(110, 193, 210, 51) + Events{kBootStable} +
+                        kReady + Progress(194, 197, 210, 91) + kDeviceEnd + kSuccess);
+
+  // A slave that never comes: limit 5, so the sixth cycle gives up.
+  slave_.Unplug();
+  main_.Unplug();
+  main_.PlugInBootMode();
+  main_.OnModeChange(nullptr);
+  ASSERT_TRUE(RunUpgrade(file_, 599));
+  EXPECT_EQ(events.back(), (Event{2, 6, 1, 0}));
+  EXPECT_EQ(Milestones().back(), "ResetToBootMode-TimeOut-5");
+}
+
+TEST_F(SetTest, EndsThatHaveNoEvent) {
+  main_.Plug();
+  ASSERT_TRUE(RunUpgrade(file_));
+  EXPECT_EQ(ThreadLog(), kBoth);
+  sim::Bytes slave_only = file_;
+  slave_only[0] ^= 1;
+  EXPECT_FALSE(RunUpgrade(slave_only));  // a broken main image hides the slave's offset
+  EXPECT_EQ(Log().back(), "Upgrade Bin File Error,Upgrade return");
+  EXPECT_EQ(events, Events{});
+}
+
+TEST_F(SetTest, ASecondStartChangesNothing) {
+  main_.Plug();
+  int calls = 0;
+  on_event = [&](const Event&) {
+    ++calls;
+    const Lines before = RawLog();
+    EXPECT_FALSE(UsbUpgrade_Start(file_.data(), nullptr, 1));
+    EXPECT_EQ(RawLog(), before);
+    // A split only adds the parser's lines.
+    sim::Bytes image(file_.size());
+    uint32_t length = 0;
+    EXPECT_TRUE(UsbUpgrade_FileSplit(file_.data(), 0, image.data(), &length, 1));
+    EXPECT_EQ(RawLog().size(), before.size() + 2 * 12);
+  };
+  const sim::Bytes file = FileFor(main_);
+  EXPECT_TRUE(CS_UsbUpgrade_Start(file.data(), RecordEvent, 2000));
+  EXPECT_FALSE(UsbUpgrade_Start(file_.data(), RecordEvent, 2000));
+  // Whoever has heard of the end may start again at once.
+  while (events.empty() || events.back() != kSuccess.back())
+    Sleep(1);
+  EXPECT_GT(calls, 10);
+  EXPECT_TRUE(UsbUpgrade_Start(file_.data(), nullptr, 2000));
+}
+
+}  // namespace
+}  // namespace perilink::testing
