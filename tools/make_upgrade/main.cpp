@@ -1,0 +1,171 @@
+// Makes an upgrade file from a payload, for tests and for people who develop devices.
+//
+//   make_upgrade --payload mouse.bin --normal-input 'vid_1234&pid_abcd&mi_01&col05'
+//                --boot-input 'vid_1234&pid_b007' --output mouse.upgrade
+//
+// A second image, for the slave device of a set, is described by the same options with "slave-"
+// in front.
+#include <CLI/CLI.hpp>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+
+#include "sim/upgrade_file.h"
+#include "sim/virtual_firmware.h"
+
+namespace perilink::tools {
+namespace {
+
+using sim::Bytes;
+
+// What the command line says of one image.
+struct ImageOptions {
+  std::string payload_file;
+  uint16_t virtual_version = 0;
+  size_t virtual_size = 40'000;
+  std::string reset_hex;
+  std::string start_hex;
+  bool feature = false;
+  uint8_t report_id = 0;
+  uint8_t packet_length = 64;
+  uint32_t address = 0x00010000;
+  sim::UpgradeImage image;
+};
+
+void AddImageOptions(CLI::App& app, const std::string& prefix, ImageOptions& o) {
+  const std::string group = prefix.empty() ? "Main image" : "Slave image";
+  const auto add = [&](const char* name, auto& value, const char* description) {
+    return app.add_option("--" + prefix + name, value, description)->group(group);
+  };
+  CLI::Option* payload = add("payload", o.payload_file, "File with the firmware's bytes");
+  payload->check(CLI::ExistingFile);
+  add("virtual-version", o.virtual_version,
+      "Instead of a payload: firmware of this version (0x0103) that virtual devices accept")
+      ->excludes(payload);
+  add("virtual-size", o.virtual_size, "Bytes of that firmware")->check(CLI::Range(16, 16 << 20));
+  add("normal-input", o.image.normal_input, "Key of the interface to read in normal mode");
+  add("normal-output", o.image.normal_output, "Key of the one to write (default: the same)");
+  add("boot-input", o.image.boot_input, "Key of the interface to read in boot mode");
+  add("boot-output", o.image.boot_output, "Key of the one to write (default: the same)");
+  add("reset", o.reset_hex,
+      "Reset command in hexadecimal, at most 62 bytes; its echo is awaited when byte 5 is not 0 "
+      "(default: command 0x0D with echo)");
+  add("start", o.start_hex,
+      "First packet in hexadecimal, at most 62 bytes (default: 0xB0 with address and length)");
+  app.add_flag("--" + prefix + "feature", o.feature, "Send feature reports, not output reports")
+      ->group(group);
+  add("report-id", o.report_id, "First byte of every packet");
+  add("packet-length", o.packet_length, "Bytes of a packet")->check(CLI::Range(49, 64));
+  add("address", o.address, "Where the payload goes in the device");
+  add("file-id", o.image.file_id, "Text");
+  add("ic-name", o.image.ic_name, "Text");
+  add("sensor-name", o.image.sensor_name, "Text");
+  add("product-name", o.image.product_name, "Text");
+  add("checked-length", o.image.checked_length, "End of the checksummed part of the header")
+      ->check(CLI::Range(8, 8192));
+}
+
+Bytes ReadFile(const std::string& name) {
+  std::ifstream file(name, std::ios::binary);
+  Bytes bytes{std::istreambuf_iterator<char>(file), {}};
+  if (!file) throw std::runtime_error(name + " can't be read");
+  return bytes;
+}
+
+Bytes ParseHex(const std::string& hex, const char* what) {
+  Bytes bytes;
+  for (size_t at = 0; at < hex.size(); at += 2) {
+    const std::string digits = hex.substr(at, 2);
+    if (digits.size() != 2 || digits.find_first_not_of("0123456789abcdefABCDEF") != digits.npos)
+      throw std::runtime_error(std::string(what) + " is not pairs of hexadecimal digits");
+    bytes.push_back(static_cast<uint8_t>(std::stoi(digits, nullptr, 16)));
+  }
+  if (bytes.size() > 62) throw std::runtime_error(std::string(what) + " exceeds 62 bytes");
+  return bytes;
+}
+
+Bytes DefaultReset() {
+  const uint8_t echo = 1;
+  const sim::Frame frame = sim::MakeFrame(sim::command::kUpdateMode, 1, {&echo, 1});
+  return {frame.begin(), frame.end()};
+}
+
+Bytes BigEndian(uint32_t value) {
+  return {static_cast<uint8_t>(value >> 24), static_cast<uint8_t>(value >> 16),
+          static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)};
+}
+
+sim::UpgradeCommand Command(Bytes data, bool feature) {
+  return {static_cast<uint8_t>(data.size()), feature, std::move(data)};
+}
+
+sim::UpgradeImage Complete(ImageOptions& o) {
+  sim::UpgradeImage& image = o.image;
+  if (image.normal_input.empty() || image.boot_input.empty())
+    throw std::runtime_error("each image needs --normal-input and --boot-input");
+  if (image.normal_output.empty()) image.normal_output = image.normal_input;
+  if (image.boot_output.empty()) image.boot_output = image.boot_input;
+  for (const std::string* key :
+       {&image.normal_input, &image.normal_output, &image.boot_input, &image.boot_output,
+        &image.file_id, &image.ic_name, &image.sensor_name, &image.product_name})
+    if (key->size() > 64) throw std::runtime_error("a text exceeds 64 bytes: " + *key);
+  image.payload = o.payload_file.empty()
+                      ? sim::MakeVirtualFirmware(o.virtual_version, o.virtual_size)
+                      : ReadFile(o.payload_file);
+
+  image.reset =
+      Command(o.reset_hex.empty() ? DefaultReset() : ParseHex(o.reset_hex, "--reset"), o.feature);
+  Bytes packet = {o.report_id, 0, 0, 0, 0};
+  const Bytes address = BigEndian(o.address);
+  packet.insert(packet.end(), address.begin(), address.end());
+  image.packet = {o.packet_length, o.feature, packet};
+  Bytes start = packet;
+  start[1] = 0xB0;
+  const Bytes length = BigEndian(static_cast<uint32_t>(image.payload.size()));
+  start.insert(start.end(), length.begin(), length.end());
+  image.start = Command(o.start_hex.empty() ? start : ParseHex(o.start_hex, "--start"), o.feature);
+  return image;
+}
+
+void WriteFile(const std::string& name, const Bytes& bytes) {
+  std::ofstream file(name, std::ios::binary);
+  file.write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
+  file.close();
+  if (!file) throw std::runtime_error(name + " can't be written");
+}
+
+int Run(int argc, char** argv) {
+  CLI::App app("Makes an upgrade file from a payload.");
+  ImageOptions main;
+  ImageOptions slave;
+  std::string output;
+  app.add_option("--output,-o", output, "The file to make")->required();
+  AddImageOptions(app, "", main);
+  AddImageOptions(app, "slave-", slave);
+  CLI11_PARSE(app, argc, argv);
+  try {
+    const auto given = [](const ImageOptions& o) {
+      return !o.payload_file.empty() || o.virtual_version != 0;
+    };
+    if (!given(main)) throw std::runtime_error("give --payload or --virtual-version");
+    sim::UpgradeFileBuilder builder(Complete(main));
+    if (given(slave)) builder.Slave(Complete(slave));
+    const Bytes file = builder.Build();
+    WriteFile(output, file);
+    std::cout << output << ": " << file.size() << " bytes\n";
+    return 0;
+  } catch (const std::exception& error) {
+    std::cerr << "make_upgrade: " << error.what() << "\n";
+    return 1;
+  }
+}
+
+}  // namespace
+}  // namespace perilink::tools
+
+int main(int argc, char** argv) {
+  return perilink::tools::Run(argc, argv);
+}
