@@ -30,9 +30,10 @@ DWORD Set(HKEY key, const WCHAR* name, DWORD type, const void* data, size_t size
 TEST(Registry, KeepsValuesAsTheyWereStored) {
   const UniqueRegistryKey key = Create();
   const std::wstring text = L"01736240585-85";
-  // Without its terminating zero.
+  // Stored without a terminating zero. None may follow it: Windows looks, and would store that too.
+  const std::wstring followed = text + L"!";
   const size_t text_bytes = text.size() * sizeof(WCHAR);
-  EXPECT_EQ(Set(key.Get(), L"Text", REG_SZ, text.data(), text_bytes), DWORD{ERROR_SUCCESS});
+  EXPECT_EQ(Set(key.Get(), L"Text", REG_SZ, followed.data(), text_bytes), DWORD{ERROR_SUCCESS});
   const std::vector<BYTE> bytes = {0x00, 0x22, 0xFF};
   EXPECT_EQ(Set(key.Get(), L"Bytes", REG_BINARY, bytes.data(), 3), DWORD{ERROR_SUCCESS});
 
