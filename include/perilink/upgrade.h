@@ -22,7 +22,7 @@
  *   (2, 5, in, out)      failed: so many boot-mode interfaces found, more than one of a kind
  *   (2, 6, 1, 0)         failed: no device in normal mode appeared in time
  *   (2, 7, 1, 0)         failed: no device in boot mode appeared and stayed in time
- *   (2, 8, sent, event)  failed: the reset command was not written (0), or no event was to be had (0)
+ *   (2, 8, sent, event)  failed: the reset command was not written (0), or there was no event (0)
  *   (2, 9, out, in)      failed: the boot-mode output or input interface could not be opened (0)
  *   (2, 10, error, 0)    the device reported an error of its own; the download goes on
  *   (3, 17, 1, 0)        the device echoed its reset command
@@ -57,10 +57,10 @@ PERILINK_BEGIN_DECLS
  * long; the waits for a device to appear last `timeout` / 100 cycles of at least 210 ms, so 10000
  * waits about 21 seconds. Below 100 every upgrade fails.
  *
- * True when the upgrade thread runs. False when no image of the file is valid, a null file included,
- * or when the thread can't be made; the log then tells which. False too while another upgrade runs,
- * which changes nothing. An upgrade runs until its last callback has returned. It can't be stopped.
- * CS_UsbUpgrade_Start does the same. */
+ * True when the upgrade thread runs. False when no image of the file is valid, a null file
+ * included, or when the thread can't be made; the log then tells which. False too while another
+ * upgrade runs, which changes nothing. An upgrade runs until its last callback has returned. It
+ * can't be stopped. CS_UsbUpgrade_Start does the same. */
 PERILINK_API bool UsbUpgrade_Start(const uint8_t* file, UpgradeCallback callback, uint32_t timeout);
 PERILINK_API bool CS_UsbUpgrade_Start(const uint8_t* file, UpgradeCallback callback,
                                       uint32_t timeout);
