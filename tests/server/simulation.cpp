@@ -88,6 +88,7 @@ class Simulation {
 
   void StartServer() {
     const std::wstring path = mouse_.CommandPath();
+    needs_start_ = mouse_.mode() == sim::Mode::kUnplugged;
     model_.Start([&] {
       uintptr_t thread = 0;
       if (Draw(3) == 0) {
@@ -101,6 +102,7 @@ class Simulation {
   }
 
   void Exit() {
+    needs_start_ = true;
     model_.OnExit();
     UsbServer_Exit();
   }
@@ -131,6 +133,7 @@ class Simulation {
         UsbServer_SetBatteryOptimizeEnable(static_cast<uint8_t>(Draw(4)));
         break;
       case 6:
+        needs_start_ = true;
         mouse_.Unplug();
         break;
       case 7:
@@ -168,7 +171,8 @@ class Simulation {
     mouse_.Plug();
     mouse_.SetAsleep(false);
     Sleep(2000);  // answers still under way
-    StartServer();
+    // A server that has lost nothing comes to rest without being started again.
+    if (needs_start_ || Draw(2) == 0) StartServer();
     model_.answers_are_exact = true;
     for (int i = 0; i < 10; ++i)
       QueueSomething();
@@ -220,6 +224,7 @@ class Simulation {
   sim::Mouse mouse_;
   uint32_t serial_ = 0;
   uint32_t reads_ = 0;
+  bool needs_start_ = true;
   bool on_callback_acts_ = true;
   bool reads_configuration_ = false;
   bool image_right_ = false;
