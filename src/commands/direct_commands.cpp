@@ -48,7 +48,7 @@ std::optional<CommandFrame> AskSet(const std::wstring& path, uint8_t command,
 // Fills a record with the reply's first data bytes; without a reply it stays as it is.
 template <typename Record>
 bool Store(const std::optional<CommandFrame>& reply, Record& record) {
-  static_assert(sizeof(Record) <= kFrameDataCapacity && alignof(Record) == 1);
+  static_assert(sizeof(Record) <= kFrameDataCapacity);
   if (!reply) return false;
   std::memcpy(&record, reply->data, sizeof record);
   return true;

@@ -50,13 +50,6 @@ std::string Seen(Result result, const Record& record) {
   return std::to_string(result) + " | " + ToHex(bytes);
 }
 
-template <typename Record, typename Path>
-std::string CallGet(bool (*function)(Path, Record*), Path path) {
-  Record record = Marked<Record>();
-  const bool result = function(path, &record);
-  return Seen(result, record);
-}
-
 // One way to call a command: a wide or a narrow path, the outcome as text.
 using WideCall = std::function<std::string(const std::wstring&)>;
 using NarrowCall = std::function<std::string(const char*)>;
@@ -91,14 +84,12 @@ template <typename Record>
 Row GetRow(std::string name, std::string request, uint8_t keyboard_length,
            std::vector<Row::Case> cases, bool (*wide)(const std::wstring&, Record*),
            std::vector<bool (*)(const char*, Record*)> narrow) {
-  Row row{std::move(name), std::move(request), keyboard_length, std::move(cases), {}, {}};
-  row.wide.push_back(
-      [=](const std::wstring& path) { return CallGet<Record, const std::wstring&>(wide, path); });
-  for (const auto function : narrow) {
-    row.narrow.push_back(
-        [=](const char* path) { return CallGet<Record, const char*>(function, path); });
-  }
-  return row;
+  return MakeRow(std::move(name), std::move(request), keyboard_length, std::move(cases), wide,
+                 std::move(narrow), [](auto function, auto path) {
+                   Record record = Marked<Record>();
+                   const bool result = function(path, &record);
+                   return Seen(result, record);
+                 });
 }
 
 const DataRecord10 kData = {{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}};

@@ -46,6 +46,7 @@ TEST(FinderStress, SeveralThreads) {
   for (int round = 0; round < kRounds; ++round) {
     EXPECT_TRUE(UsbFinderC_OpenDevice(path.c_str()));
     std::vector<std::thread> hosts;
+    hosts.reserve(kThreads);
     for (int i = 0; i < kThreads; ++i)
       hosts.emplace_back([&] { AskEverything(path); });
     for (std::thread& host : hosts)

@@ -1,9 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <new>
-
 #include "perilink_platform/world.h"
-#include "platform/guard.h"
 #include "platform/handles.h"
 #include "platform/text.h"
 
@@ -47,17 +44,6 @@ TEST(Text, GoesThroughTheCodePage) {
     EXPECT_EQ(WideToNarrow(L"mouse"), "");
     platform::DisarmFault();
   }
-}
-
-TEST(Guard, NothingGetsOut) {
-  EXPECT_EQ(Guarded(7, []() -> int { throw std::bad_alloc(); }), 7);
-  EXPECT_EQ(Guarded(7, [] { return 8; }), 8);
-  bool reached = false;
-  Guarded([&] {
-    reached = true;
-    throw 1;
-  });
-  EXPECT_TRUE(reached);
 }
 
 }  // namespace
