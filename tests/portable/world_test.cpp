@@ -1,0 +1,201 @@
+// The virtual world: what costs time, who runs when, and what stops it.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "perilink_platform/runtime.h"
+#include "perilink_platform/win32.h"
+#include "perilink_platform/world.h"
+
+namespace perilink::platform {
+namespace {
+
+HANDLE Start(LPTHREAD_START_ROUTINE start, void* parameter) {
+  return CreateThread(nullptr, 0, start, parameter, 0, nullptr);
+}
+
+TEST(World, BeginsAtItsOwnTime) {
+  EXPECT_EQ(GetTickCount64(), 1'000'000u);
+  EXPECT_EQ(RuntimeClockMs(), 0);
+  SYSTEMTIME time{};
+  GetLocalTime(&time);
+  EXPECT_EQ(time.wYear, 2025);
+  EXPECT_EQ(time.wMonth, 1);
+  EXPECT_EQ(time.wDayOfWeek, 2);
+  EXPECT_EQ(time.wDay, 7);
+  EXPECT_EQ(time.wHour, 9);
+  EXPECT_EQ(time.wMinute, 3);
+  EXPECT_EQ(time.wSecond, 5);
+  SetCalendarTime(0);
+  Sleep(1500);
+  EXPECT_EQ(CalendarTime(), 1);
+  EXPECT_EQ(RuntimeClockMs(), 1500);
+}
+
+TEST(World, OnlyClockReadsAndZeroWaitsCostTime) {
+  const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  const auto cost = [](auto&& call) {
+    const uint64_t before = NowMicros();
+    call();
+    return NowMicros() - before;
+  };
+  EXPECT_GT(cost([] { GetTickCount64(); }), 0u);
+  EXPECT_GT(cost([] { CalendarTime(); }), 0u);
+  EXPECT_GT(cost([] { Sleep(0); }), 0u);
+  EXPECT_GT(cost([&] { WaitForSingleObject(event, 0); }), 0u);
+  EXPECT_EQ(cost([&] { SetEvent(event); }), 0u);
+  EXPECT_EQ(cost([&] { WaitForSingleObject(event, INFINITE); }), 0u);
+  EXPECT_EQ(cost([] { Sleep(250); }), 250'000u);
+  CloseHandle(event);
+}
+
+TEST(World, EventsRunInOrderWhenTheClockReachesThem) {
+  std::vector<int> ran;
+  const uint64_t start = NowMicros();
+  Schedule(start + 2000, [&] { ran.push_back(3); });
+  ScheduleIn(1000, [&] {
+    ran.push_back(1);
+    EXPECT_EQ(NowMicros(), start + 1000);
+    ScheduleIn(0, [&] { ran.push_back(2); });
+  });
+  Schedule(start + 2000, [&] { ran.push_back(4); });
+  const EventId cancelled = Schedule(start + 500, [&] { ran.push_back(0); });
+  Cancel(cancelled);
+  EXPECT_TRUE(ran.empty());
+  Sleep(2);
+  EXPECT_EQ(ran, (std::vector{1, 2, 3, 4}));
+  Cancel(cancelled);
+  // A thread that only reads the clock moves it, too.
+  bool late = false;
+  ScheduleIn(100, [&] { late = true; });
+  while (!late)
+    GetTickCount64();
+}
+
+DWORD WINAPI SleepLong(void* woken_at) {
+  Sleep(4000);
+  *static_cast<uint64_t*>(woken_at) = NowMicros();
+  return 0;
+}
+
+TEST(World, PollingIsCheapAndLetsOthersRun) {
+  uint64_t woken_at = 0;
+  const HANDLE thread = Start(SleepLong, &woken_at);
+  const HANDLE never = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  const auto real_start = std::chrono::steady_clock::now();
+  const uint64_t start = NowMicros();
+  while (NowMicros() - start < 5'000'000) {
+    GetTickCount64();
+    WaitForSingleObject(never, 0);
+  }
+  EXPECT_LT(woken_at - start, 4'001'000u);
+  EXPECT_LT(std::chrono::steady_clock::now() - real_start, std::chrono::seconds(10));
+  EXPECT_EQ(WaitForSingleObject(thread, 0), WAIT_OBJECT_0);
+  CloseHandle(thread);
+  CloseHandle(never);
+}
+
+// A wait that ends at the same instant as the event that it waits for has seen it.
+TEST(World, TheSignalWinsOverTheDeadline) {
+  const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  ScheduleIn(100'000, [event] { SetEvent(event); });
+  EXPECT_EQ(WaitForSingleObject(event, 100), WAIT_OBJECT_0);
+  CloseHandle(event);
+}
+
+struct Trace {
+  HANDLE go;
+  std::string letters;
+};
+
+DWORD WINAPI Write(void* parameter) {
+  auto& [trace, letter] = *static_cast<std::pair<Trace*, char>*>(parameter);
+  WaitForSingleObject(trace->go, INFINITE);
+  for (int i = 0; i < 12; ++i) {
+    trace->letters += letter;
+    Sleep(i % 3 == 0 ? 1 : 0);
+  }
+  return 0;
+}
+
+TEST(World, DISABLED_PrintInterleaving) {
+  Trace trace{CreateEventW(nullptr, TRUE, FALSE, nullptr), ""};
+  std::pair<Trace*, char> writers[] = {{&trace, 'a'}, {&trace, 'b'}, {&trace, 'c'}};
+  std::vector<HANDLE> threads;
+  for (auto& writer : writers)
+    threads.push_back(Start(Write, &writer));
+  SetEvent(trace.go);
+  for (const HANDLE thread : threads)
+    WaitForSingleObject(thread, INFINITE);
+  std::printf("\ntrace %s %llu\n", trace.letters.c_str(),
+              static_cast<unsigned long long>(NowMicros()));
+}
+
+std::string InterleavingOf(int seed) {
+  char program[4096] = {};
+  EXPECT_GT(readlink("/proc/self/exe", program, sizeof(program) - 1), 0);
+  const std::string command = "PERILINK_SEED=" + std::to_string(seed) + " '" + program +
+                              "' --gtest_also_run_disabled_tests"
+                              " --gtest_filter=World.DISABLED_PrintInterleaving | grep ^trace";
+  std::FILE* const pipe = popen(command.c_str(), "r");
+  char line[200] = {};
+  EXPECT_NE(std::fgets(line, sizeof(line), pipe), nullptr);
+  pclose(pipe);
+  return line;
+}
+
+TEST(World, TheSeedDecidesTheOrder) {
+  const std::string first = InterleavingOf(1);
+  EXPECT_EQ(std::count(first.begin(), first.end(), 'b'), 12);
+  EXPECT_EQ(first, InterleavingOf(1));
+  EXPECT_NE(first, InterleavingOf(2));
+}
+
+DWORD WINAPI WaitForEver(void* event) {
+  WaitForSingleObject(event, INFINITE);
+  return 0;
+}
+
+using WorldDeathTest = testing::Test;
+
+TEST(WorldDeathTest, StopsWhenNothingCanWake) {
+  // Threads don't survive the fork of a death test: the one that waits must be made in it.
+  const auto die = [] {
+    const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    const HANDLE thread = Start(WaitForEver, event);
+    WaitForSingleObject(thread, INFINITE);
+  };
+  EXPECT_DEATH(die(),
+               "nothing can ever wake.*\n.*thread 1 .*waits for the end of thread 0x.*\n"
+               ".*thread 2 .*waits for event 0x.* since 1000000.000 ms");
+}
+
+TEST(WorldDeathTest, StopsOnMisuse) {
+  EXPECT_DEATH(std::thread([] { Sleep(1); }).join(), "Sleep was called on a thread that");
+  EXPECT_DEATH(
+      {
+        ScheduleIn(0, [] { Sleep(1); });
+        Sleep(1);
+      },
+      "device code must not wait");
+}
+
+// The process ends while threads wait, and the one that ends it is the only one that runs.
+TEST(WorldDeathTest, EndsWithThreadsAlive) {
+  const auto leave = [] {
+    Start(WaitForEver, CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    uint64_t woken_at = 0;
+    Start(SleepLong, &woken_at);
+    Sleep(1);
+    std::exit(7);
+  };
+  EXPECT_EXIT(leave(), testing::ExitedWithCode(7), "");
+}
+
+}  // namespace
+}  // namespace perilink::platform
