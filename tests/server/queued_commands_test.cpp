@@ -169,7 +169,9 @@ TEST_F(QueuedCommands, DescriptorStringIsCutIntoChunks) {
                                                        {29, {30, 10, 10, 10}},
                                                        {30, {30, 10, 10, 10}},
                                                        {200, {30, 10, 10, 10}}};
-  for (const auto& [size, declared] : rows) {
+  for (const auto& row : rows) {
+    const size_t size = row.first;
+    const Report& declared = row.second;
     const std::string text(size, 'x');
     std::vector<Report> expected;
     for (size_t i = 1; i < declared.size(); ++i) {
