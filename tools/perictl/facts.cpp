@@ -44,20 +44,12 @@ void AddOnline(Report& report, const CommandFrame& online) {
   report.Fact("address", "address", address, address);
 }
 
-void AddBattery(Report& report, const std::string& path) {
+void ReadBattery(Report& report, const std::string& path) {
   BatteryLevel battery{};
   if (!UsbFinderC_GetBatteryLevel(path.c_str(), &battery)) {
     return AddUntold(report, path, "battery", "battery");
   }
-  // A packed record's fields are copied before they are referred to.
-  const int level = battery.level;
-  const int millivolts = battery.voltage;
-  const bool charging = battery.charging != 0;
-  std::string text = std::to_string(level) + " %";
-  if (charging) text += ", charging";
-  if (millivolts != 0) text += ", " + std::to_string(millivolts) + " mV";
-  report.Fact("battery", "battery", text,
-              {{"percent", level}, {"charging", charging}, {"millivolts", millivolts}});
+  AddBattery(report, battery);
 }
 
 void AddCurrentDpi(Report& report, const std::string& path) {
@@ -109,6 +101,20 @@ void AddDeviceInfo(Report& report, const std::string& path, bool keyboard) {
 
 }  // namespace
 
+std::string BatteryText(const BatteryLevel& battery) {
+  std::string text = std::to_string(battery.level) + " %";
+  if (battery.charging != 0) text += ", charging";
+  if (battery.voltage != 0) text += ", " + std::to_string(battery.voltage) + " mV";
+  return text;
+}
+
+Json BatteryJson(const BatteryLevel& battery) {
+  // A packed record's fields are copied before they are referred to.
+  return {{"percent", int{battery.level}},
+          {"charging", battery.charging != 0},
+          {"millivolts", int{battery.voltage}}};
+}
+
 void AddInterface(Report& report, const std::string& path, bool takes_commands) {
   const std::optional<DeviceIds> ids = ReadIds(path);
   Json value = {{"path", path}, {"takes_commands", takes_commands}};
@@ -124,12 +130,16 @@ void AddInterface(Report& report, const std::string& path, bool takes_commands) 
   report.Item("interfaces", text + path, std::move(value));
 }
 
+void AddBattery(Report& report, const BatteryLevel& battery) {
+  report.Fact("battery", "battery", BatteryText(battery), BatteryJson(battery));
+}
+
 void AddDeviceFacts(Report& report, const std::string& path, const Selection& selection,
                     const CommandFrame& online) {
   AddVersion(report, path);
   AddSlaveVersion(report, path);
   AddOnline(report, online);
-  AddBattery(report, path);
+  ReadBattery(report, path);
   AddCurrentDpi(report, path);
   AddRssi(report, path);
   AddSerialNumber(report, path);

@@ -12,6 +12,11 @@ namespace perictl {
 // One HID interface with its ids, as an entry of the list "interfaces".
 void AddInterface(Report& report, const std::string& path, bool takes_commands);
 
+// A reading of the battery, for people and for scripts.
+std::string BatteryText(const BatteryLevel& battery);
+Json BatteryJson(const BatteryLevel& battery);
+void AddBattery(Report& report, const BatteryLevel& battery);
+
 // Everything that the direct commands can read of a device that is on line: `online` is the answer
 // to that question. A fact that this device does not tell is reported as such. Throws Failure when
 // the device stops answering altogether.

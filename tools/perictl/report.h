@@ -30,6 +30,9 @@ class Report {
   // For watches, which have no end: the line, or the value as a JSON object of a line, at once.
   void Event(const std::string& text, const Json& value);
 
+  // Whether the output can't be written any more.
+  bool Lost() const { return !out_; }
+
   // Ends the report, with the document if it is one. Nothing may follow.
   void Finish();
 

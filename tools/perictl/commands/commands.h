@@ -11,12 +11,12 @@ namespace perictl {
 
 void AddListCommand(CLI::App& app, Context& context);
 void AddInfoCommand(CLI::App& app, Context& context);
+void AddBatteryCommand(CLI::App& app, Context& context);
+void AddEventsCommand(CLI::App& app, Context& context);
 void AddDemoCommand(CLI::App& app, Context& context);
 
 inline constexpr void (*kAddCommands[])(CLI::App&, Context&) = {
-    AddListCommand,
-    AddInfoCommand,
-    AddDemoCommand,
+    AddListCommand, AddInfoCommand, AddBatteryCommand, AddEventsCommand, AddDemoCommand,
 };
 
 }  // namespace perictl

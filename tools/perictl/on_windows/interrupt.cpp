@@ -1,0 +1,31 @@
+#include "interrupt.h"
+
+#include <atomic>
+
+#include "system.h"
+
+namespace perictl {
+namespace {
+
+std::atomic<bool> interrupted{false};
+
+// Runs on a thread of its own.
+BOOL WINAPI Handle(DWORD event) {
+  if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) return FALSE;
+  return interrupted.exchange(true) ? FALSE : TRUE;
+}
+
+}  // namespace
+
+InterruptGuard::InterruptGuard() {
+  SetConsoleCtrlHandler(Handle, TRUE);
+}
+InterruptGuard::~InterruptGuard() {
+  SetConsoleCtrlHandler(Handle, FALSE);
+}
+
+bool Interrupted() {
+  return interrupted;
+}
+
+}  // namespace perictl
