@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <cwchar>
 #include <deque>
 #include <mutex>
 
@@ -108,7 +109,7 @@ void AppendLogFile(std::wstring_view text) {
   for (const wchar_t character : text) {
     // The file's line ends are CR LF, also those that a text brings along.
     if (character == L'\n') line.push_back('\r');
-    const auto code = static_cast<uint32_t>(character);
+    const std::wint_t code = std::char_traits<wchar_t>::to_int_type(character);
     line.push_back(code <= 0xFF ? static_cast<char>(code) : '?');
   }
   AppendLineShared(kLogFileName, line);

@@ -24,7 +24,6 @@ class LogTest : public UpgradeTest {
     std::filesystem::remove_all(folder_);
   }
 
-  static bool FileExists() { return std::filesystem::exists("dll_log.txt"); }
   static std::string RawFile() {
     std::ifstream file("dll_log.txt", std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
@@ -44,14 +43,7 @@ class LogTest : public UpgradeTest {
 };
 
 TEST_F(LogTest, Timestamp) {
-  SYSTEMTIME time{};
-  time.wYear = 2025;
-  time.wMonth = 1;
-  time.wDay = 7;
-  time.wHour = 9;
-  time.wMinute = 3;
-  time.wSecond = 5;
-  time.wMilliseconds = 7;
+  const SYSTEMTIME time{2025, 1, 2, 7, 9, 3, 5, 7};
   EXPECT_EQ(FormatTimestamp(time), L"2025-01-07 09:03:05 007");
 }
 
@@ -62,12 +54,12 @@ TEST_F(LogTest, HexLineShowsEightBytesAtMostAndSkipsTheFile) {
   LogHexLine(L"none:", {});
   EXPECT_EQ(Log(),
             (Lines{"T:  Received Data:af af af af af af af af ", "T:  short:00 1b ", "T:  none:"}));
-  EXPECT_FALSE(FileExists());
+  EXPECT_FALSE(std::filesystem::exists("dll_log.txt"));
 }
 
 TEST_F(LogTest, FileHoldsEightBitText) {
   LogLine(L"before");
-  EXPECT_FALSE(FileExists());
+  EXPECT_FALSE(std::filesystem::exists("dll_log.txt"));
   UsbUpgrade_EnableSaveLogFile(2);
   LogLine(L"\u00E4\u0101\u20AC \nx");
   UsbUpgrade_EnableSaveLogFile(0);

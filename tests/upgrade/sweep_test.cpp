@@ -93,25 +93,5 @@ TEST_F(UpgradeTest, SweepOfFaults) {
   }
 }
 
-TEST_F(UpgradeTest, RandomFaultsEndAndHeal) {
-  for (uint64_t seed = 1; seed <= 100; ++seed) {
-    SCOPED_TRACE(seed);
-    sim::Mouse mouse;
-    const sim::Bytes file = FileFor(mouse);
-    mouse.Plug();
-    const sim::Probabilities chances{0.1, 0.05, 0.1, 0.05, 0.2, 0, 0.1, 150'000, UINT64_MAX};
-    mouse.faults().Random(seed, chances);
-    mouse.boot_faults().Random(seed + 1000, chances);
-    ASSERT_TRUE(RunUpgrade(file, kTimeoutMs));
-    ASSERT_FALSE(events.empty());
-    EXPECT_EQ(events.back()[0], 2);
-    mouse.faults().Heal();
-    mouse.boot_faults().Heal();
-    Sleep(1000);
-    ASSERT_TRUE(RunUpgrade(file, kTimeoutMs));
-    EXPECT_EQ(events.back(), (Event{2, 1, 0, 0}));
-  }
-}
-
 }  // namespace
 }  // namespace perilink::testing

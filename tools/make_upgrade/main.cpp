@@ -137,6 +137,10 @@ void WriteFile(const std::string& name, const Bytes& bytes) {
   if (!file) throw std::runtime_error(name + " can't be written");
 }
 
+bool HasPayload(const ImageOptions& o) {
+  return !o.payload_file.empty() || o.virtual_version != 0;
+}
+
 int Run(int argc, char** argv) {
   CLI::App app("Makes an upgrade file from a payload.");
   ImageOptions main;
@@ -146,26 +150,23 @@ int Run(int argc, char** argv) {
   AddImageOptions(app, "", main);
   AddImageOptions(app, "slave-", slave);
   CLI11_PARSE(app, argc, argv);
-  try {
-    const auto given = [](const ImageOptions& o) {
-      return !o.payload_file.empty() || o.virtual_version != 0;
-    };
-    if (!given(main)) throw std::runtime_error("give --payload or --virtual-version");
-    sim::UpgradeFileBuilder builder(Complete(main));
-    if (given(slave)) builder.Slave(Complete(slave));
-    const Bytes file = builder.Build();
-    WriteFile(output, file);
-    std::cout << output << ": " << file.size() << " bytes\n";
-    return 0;
-  } catch (const std::exception& error) {
-    std::cerr << "make_upgrade: " << error.what() << "\n";
-    return 1;
-  }
+  if (!HasPayload(main)) throw std::runtime_error("give --payload or --virtual-version");
+  sim::UpgradeFileBuilder builder(Complete(main));
+  if (HasPayload(slave)) builder.Slave(Complete(slave));
+  const Bytes file = builder.Build();
+  WriteFile(output, file);
+  std::cout << output << ": " << file.size() << " bytes\n";
+  return 0;
 }
 
 }  // namespace
 }  // namespace perilink::tools
 
 int main(int argc, char** argv) {
-  return perilink::tools::Run(argc, argv);
+  try {
+    return perilink::tools::Run(argc, argv);
+  } catch (const std::exception& error) {
+    std::cerr << "make_upgrade: " << error.what() << "\n";
+    return 1;
+  }
 }
