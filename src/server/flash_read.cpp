@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <vector>
 
-#include "perilink/protocol_data.h"
 #include "perilink/server.h"
 #include "platform/guard.h"
+#include "protocol/check_byte.h"
+#include "protocol/key_events.h"
 #include "protocol/stored.h"
 #include "server/state.h"
 #include "transport/frame.h"
@@ -32,28 +34,21 @@ constexpr uint32_t kExtensionAddress = 6912;
 constexpr uint32_t kExtensionSize = 48;
 constexpr uint8_t kErased = 0xFF;
 
-constexpr uint8_t kSlots = 16;
+constexpr uint8_t kSlots = std::size(ProtocolData{}.macros);
 constexpr uint32_t ShortcutAddress(uint8_t slot) {
-  return 256u + 32u * slot;
+  return PERILINK_SHORTCUT_ADDRESS + uint32_t{PERILINK_SHORTCUT_SLOT_SIZE} * slot;
 }
 constexpr uint32_t MacroAddress(uint8_t slot) {
-  return 768u + 384u * slot;
+  return PERILINK_MACRO_ADDRESS + uint32_t{PERILINK_MACRO_SLOT_SIZE} * slot;
 }
-constexpr uint32_t kMacroCountOffset = 31;
 
-constexpr bool IsShortcutCount(uint8_t count) {
-  return count >= 2 && count <= 6;
-}
-constexpr bool IsMacroCount(uint8_t count) {
-  return count >= 2 && count <= 70;
-}
 constexpr bool IsNameLength(uint8_t length) {
-  return length >= 1 && length <= 30;
+  return length >= 1 && length <= kMaxMacroName;
 }
 
 // Larger than the image, so that no address of a step needs a second thought.
 constinit std::array<uint8_t, 8192> image{};
-static_assert(MacroAddress(kSlots - 1) + 384 <= sizeof(image));
+static_assert(MacroAddress(kSlots - 1) + PERILINK_MACRO_SLOT_SIZE <= sizeof(image));
 static_assert(kExtensionAddress + kExtensionSize == PERILINK_FLASH_IMAGE_SIZE);
 
 // ---- The chain ---------------------------------------------------------------------------------
@@ -92,7 +87,7 @@ void ProbeMacro(uint8_t slot) {
   const uint32_t address = MacroAddress(slot);
   const QueueEntry probe[] = {
       ReadEntry(address, kFrameBytes, tag, false),
-      ReadEntry(address + kMacroCountOffset, kFrameBytes, tag, true),
+      ReadEntry(address + PERILINK_MACRO_COUNT_OFFSET, kFrameBytes, tag, true),
   };
   ServerState::Instance().Append(probe);
 }
@@ -123,14 +118,15 @@ void TakeShortcutProbe(uint8_t slot, Data data) {
     ProbeShortcut(static_cast<uint8_t>(slot + 1));
     return;
   }
-  QueueMemoryRead(ShortcutAddress(slot), 3 * count + 2, static_cast<uint8_t>(kTagShortcut + slot));
+  QueueMemoryRead(ShortcutAddress(slot), static_cast<int32_t>(ShortcutLength(count)),
+                  static_cast<uint8_t>(kTagShortcut + slot));
 }
 
 void TakeShortcut(uint8_t slot, Data data) {
   const uint8_t count = data[0];
-  const size_t check_at = 3 * size_t{count} + 1;
-  if (IsShortcutCount(count) && data[check_at] == ChecksumRange(data.data(), 0, check_at))
-    std::copy_n(data.begin(), check_at + 1, image.begin() + ShortcutAddress(slot));
+  const size_t length = ShortcutLength(count);
+  if (IsShortcutCount(count) && CheckHolds(data.data(), length - 1))
+    std::copy_n(data.begin(), length, image.begin() + ShortcutAddress(slot));
   ProbeShortcut(static_cast<uint8_t>(slot + 1));
 }
 
@@ -141,15 +137,16 @@ void TakeMacroProbe(uint8_t slot, Data data) {
     ProbeMacro(static_cast<uint8_t>(slot + 1));
     return;
   }
-  const int32_t length = IsMacroCount(count) ? 5 * count + 33 : name_length + 1;
-  QueueMemoryRead(MacroAddress(slot), length, static_cast<uint8_t>(kTagMacro + slot));
+  const size_t length = IsMacroCount(count) ? MacroLength(count) : name_length + size_t{1};
+  QueueMemoryRead(MacroAddress(slot), static_cast<int32_t>(length),
+                  static_cast<uint8_t>(kTagMacro + slot));
 }
 
 // Through the record and back: the slot is stored in its normalised form.
 void TakeMacro(uint8_t slot, Data data) {
   MacroKey macro{};
-  BufferToMacroKey(data.data(), &macro);
-  MacroKeyToBuffer(&macro, image.data() + MacroAddress(slot));
+  DecodeMacro(data.first<PERILINK_MACRO_SLOT_SIZE>(), macro);
+  EncodeMacro(macro, MacroSlot(image.data() + MacroAddress(slot), PERILINK_MACRO_SLOT_SIZE));
   ProbeMacro(static_cast<uint8_t>(slot + 1));
 }
 

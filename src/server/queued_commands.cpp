@@ -4,9 +4,9 @@
 #include <cstring>
 
 #include "battery/optimizer.h"
+#include "commands/request_frames.h"
 #include "perilink/server.h"
 #include "platform/guard.h"
-#include "platform/runtime.h"
 #include "server/state.h"
 #include "transport/frame.h"
 
@@ -163,11 +163,7 @@ void UsbServer_SetData(uint8_t command, const uint8_t* data, uint8_t length) {
 // ---- Commands that do more than queue ----------------------------------------------------------
 
 void UsbServer_ReadEncryption(void) {
-  SeedRandom(static_cast<uint32_t>(CalendarTime()));
-  std::array<uint8_t, 4> challenge;
-  for (uint8_t& value : challenge)
-    value = static_cast<uint8_t>(NextRandom() % 256);
-  Queue(kCommandDeviceInfo, 8, challenge);
+  Guarded([] { perilink::Append(SingleEntry(BuildDeviceInfoFrame(false))); });
 }
 
 void UsbServer_SetPCDriverStatus(uint8_t status) {
