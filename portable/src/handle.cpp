@@ -9,6 +9,7 @@ using perilink::platform::EnterCall;
 using perilink::platform::Event;
 using perilink::platform::Fail;
 using perilink::platform::HandleTable;
+using perilink::platform::InjectedError;
 using perilink::platform::Scheduler;
 using perilink::platform::Thread;
 using perilink::platform::ThreadObject;
@@ -31,9 +32,9 @@ bool WaitFor(Waitable& object, HANDLE handle, DWORD milliseconds) {
 }  // namespace perilink::platform
 
 BOOL CloseHandle(HANDLE handle) {
-  if (CallMustFail("CloseHandle")) return FALSE;
+  const DWORD injected = InjectedError("CloseHandle");
   if (!HandleTable::Get().Close<Waitable>(handle)) return Fail(ERROR_INVALID_HANDLE, FALSE);
-  return TRUE;
+  return injected == 0 ? TRUE : Fail(injected, FALSE);
 }
 
 HANDLE CreateEventW(LPSECURITY_ATTRIBUTES attributes, BOOL manual_reset, BOOL initial_state,

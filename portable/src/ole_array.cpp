@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "call.h"
+#include "ole_string.h"
 #include "perilink_platform/ole.h"
 
 namespace perilink::platform {
@@ -31,7 +32,9 @@ void* Element(const SAFEARRAY& array, LONG index) {
   return static_cast<char*>(array.pvData) + static_cast<size_t>(offset) * array.cbElements;
 }
 
-HRESULT Bound(SAFEARRAY* array, UINT dimension, LONG* bound, bool upper) {
+HRESULT Bound(const char* function, SAFEARRAY* array, UINT dimension, LONG* bound, bool upper) {
+  const HRESULT injected = InjectedResult(function);
+  if (FAILED(injected)) return injected;
   if (array == nullptr || bound == nullptr) return E_INVALIDARG;
   if (dimension != 1) return DISP_E_BADINDEX;
   const SAFEARRAYBOUND& own = array->rgsabound[0];
@@ -40,7 +43,7 @@ HRESULT Bound(SAFEARRAY* array, UINT dimension, LONG* bound, bool upper) {
 }
 
 bool CopyString(BSTR text, BSTR& copy) {
-  copy = text == nullptr ? nullptr : SysAllocStringLen(text, SysStringLen(text));
+  copy = text == nullptr ? nullptr : AllocateString(text, SysStringLen(text));
   return text == nullptr || copy != nullptr;
 }
 
@@ -123,14 +126,16 @@ UINT SafeArrayGetDim(SAFEARRAY* array) {
 }
 
 HRESULT SafeArrayGetUBound(SAFEARRAY* array, UINT dimension, LONG* bound) {
-  return perilink::platform::Bound(array, dimension, bound, true);
+  return perilink::platform::Bound("SafeArrayGetUBound", array, dimension, bound, true);
 }
 
 HRESULT SafeArrayGetLBound(SAFEARRAY* array, UINT dimension, LONG* bound) {
-  return perilink::platform::Bound(array, dimension, bound, false);
+  return perilink::platform::Bound("SafeArrayGetLBound", array, dimension, bound, false);
 }
 
 HRESULT SafeArrayGetVartype(SAFEARRAY* array, VARTYPE* type) {
+  const HRESULT injected = InjectedResult("SafeArrayGetVartype");
+  if (FAILED(injected)) return injected;
   if (array == nullptr || type == nullptr) return E_INVALIDARG;
   *type = BlockOf(array)->type;
   return S_OK;

@@ -3,6 +3,7 @@
 #include <cwchar>
 
 #include "call.h"
+#include "ole_string.h"
 #include "perilink_platform/ole.h"
 
 namespace perilink::platform {
@@ -16,7 +17,9 @@ char* Block(BSTR text) {
   return reinterpret_cast<char*>(text) - kPrefix;
 }
 
-BSTR Allocate(const OLECHAR* text, size_t length) {
+}  // namespace
+
+BSTR AllocateString(const OLECHAR* text, size_t length) {
   if (length > (UINT32_MAX - kPrefix) / sizeof(OLECHAR) - 1) return nullptr;
   const size_t bytes = length * sizeof(OLECHAR);
   char* const block = static_cast<char*>(std::calloc(1, kPrefix + bytes + sizeof(OLECHAR)));
@@ -27,17 +30,16 @@ BSTR Allocate(const OLECHAR* text, size_t length) {
   return reinterpret_cast<BSTR>(block + kPrefix);
 }
 
-}  // namespace
 }  // namespace perilink::platform
 
 BSTR SysAllocString(const OLECHAR* text) {
   if (perilink::platform::CallMustFail("SysAllocString") || text == nullptr) return nullptr;
-  return perilink::platform::Allocate(text, std::wcslen(text));
+  return perilink::platform::AllocateString(text, std::wcslen(text));
 }
 
 BSTR SysAllocStringLen(const OLECHAR* text, UINT length) {
   if (perilink::platform::CallMustFail("SysAllocStringLen")) return nullptr;
-  return perilink::platform::Allocate(text, length);
+  return perilink::platform::AllocateString(text, length);
 }
 
 void SysFreeString(BSTR text) {

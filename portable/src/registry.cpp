@@ -84,7 +84,7 @@ LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR sub_key, DWORD options, REGSAM access, P
 }
 
 LSTATUS RegCreateKeyW(HKEY key, LPCWSTR sub_key, PHKEY result) {
-  if (DWORD error = InjectedError("RegCreateKeyW"); error != 0) return Status(error);
+  if (const DWORD error = InjectedError("RegCreateKeyW"); error != 0) return Status(error);
   const auto parent = FindKey(key);
   if (parent == nullptr) return Status(ERROR_INVALID_HANDLE);
   std::wstring path;
@@ -147,9 +147,9 @@ LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const
 }
 
 LSTATUS RegCloseKey(HKEY key) {
-  if (const DWORD error = InjectedError("RegCloseKey"); error != 0) return Status(error);
-  if (key == HKEY_CURRENT_USER) return Status(ERROR_SUCCESS);
-  return Status(perilink::platform::HandleTable::Get().Close<perilink::platform::OpenKey>(key)
-                    ? ERROR_SUCCESS
-                    : ERROR_INVALID_HANDLE);
+  const DWORD injected = InjectedError("RegCloseKey");
+  if (key != HKEY_CURRENT_USER &&
+      !perilink::platform::HandleTable::Get().Close<perilink::platform::OpenKey>(key))
+    return Status(ERROR_INVALID_HANDLE);
+  return Status(injected);
 }

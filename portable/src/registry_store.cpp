@@ -19,7 +19,7 @@ constexpr char kFile[] = "registry.txt";
 constexpr char kNewFile[] = "registry.new";
 constexpr char kDamagedFile[] = "registry.damaged";
 constexpr char kLockFile[] = "registry.lock";
-constexpr off_t kLargestFile = 16 * 1024 * 1024;
+constexpr off_t kLargestFile = 16'000'000;
 
 class FileDescriptor {
  public:

@@ -52,14 +52,14 @@ bool StartPthread(size_t stack_size, std::function<void()> main) {
   if (pthread_attr_init(&attributes) != 0) return false;
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
   if (stack_size != 0) {
-    const size_t smallest = 256 * 1024;  // room for the C library and the sanitizers
+    const size_t smallest = 262'144;  // room for the C library and the sanitizers
     const size_t page = 4096;
     pthread_attr_setstacksize(&attributes,
                               (std::max(stack_size, smallest) + page - 1) / page * page);
   }
   pthread_t thread;
   const bool made = pthread_create(&thread, &attributes, PthreadMain, started.get()) == 0;
-  if (made) started.release();
+  if (made) static_cast<void>(started.release());  // the thread has it
   pthread_attr_destroy(&attributes);
   return made;
 }

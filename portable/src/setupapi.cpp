@@ -97,8 +97,8 @@ BOOL SetupDiGetDeviceInterfaceDetailW(HDEVINFO set, PSP_DEVICE_INTERFACE_DATA da
 }
 
 BOOL SetupDiDestroyDeviceInfoList(HDEVINFO set) {
-  if (CallMustFail("SetupDiDestroyDeviceInfoList")) return FALSE;
-  return HandleTable::Get().Close<perilink::platform::DeviceInfoSet>(set)
-             ? TRUE
-             : Fail(ERROR_INVALID_HANDLE, FALSE);
+  const DWORD injected = perilink::platform::InjectedError("SetupDiDestroyDeviceInfoList");
+  if (!HandleTable::Get().Close<perilink::platform::DeviceInfoSet>(set))
+    return Fail(ERROR_INVALID_HANDLE, FALSE);
+  return injected == 0 ? TRUE : Fail(injected, FALSE);
 }

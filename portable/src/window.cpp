@@ -60,8 +60,9 @@ HWND CreateWindowExW(DWORD extended_style, LPCWSTR class_name, LPCWSTR window_na
 }
 
 BOOL DestroyWindow(HWND window) {
-  if (CallMustFail("DestroyWindow")) return FALSE;
-  return Succeeded(WindowSystem::Get().Destroy(window));
+  const DWORD injected = perilink::platform::InjectedError("DestroyWindow");
+  const DWORD error = WindowSystem::Get().Destroy(window);
+  return Succeeded(error != 0 ? error : injected);
 }
 
 BOOL IsWindow(HWND window) {

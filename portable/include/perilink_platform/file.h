@@ -19,7 +19,7 @@
 /* What Internal holds: 0, or an NTSTATUS. */
 #define STATUS_PENDING 0x103u
 
-typedef struct _OVERLAPPED {
+typedef struct OVERLAPPED {
   ULONG_PTR Internal;     /* STATUS_PENDING while the I/O is pending, then its status */
   ULONG_PTR InternalHigh; /* bytes transferred */
   DWORD Offset;           /* not used: devices have no position */

@@ -4,7 +4,8 @@
 
 #include "perilink_platform/types.h"
 
-typedef struct _HIDD_ATTRIBUTES {
+/* perilink's own headers name this record by its tag. */
+typedef struct _HIDD_ATTRIBUTES { /* NOLINT(bugprone-reserved-identifier) */
   ULONG Size;
   USHORT VendorID;
   USHORT ProductID;

@@ -34,7 +34,7 @@ PERILINK_PLATFORM_BEGIN
 
 /* A copy of a zero-terminated text; null for a null text or without memory. */
 BSTR WINAPI SysAllocString(const OLECHAR* text);
-/* A copy of `length` characters, zeros among them; undefined characters if `text` is null. */
+/* A copy of `length` characters, zeros among them; zeros if `text` is null. */
 BSTR WINAPI SysAllocStringLen(const OLECHAR* text, UINT length);
 /* Null is allowed. */
 void WINAPI SysFreeString(BSTR text);

@@ -40,8 +40,8 @@ LSTATUS WINAPI RegCreateKeyW(HKEY key, LPCWSTR sub_key, PHKEY result);
 LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data,
                                 LPDWORD size);
 /* Stores a value. `type` is 0 to 11 (the system's own types), `reserved` 0. Exactly `size`
- * bytes are stored: Windows adds a text's terminating zero if it finds one behind them. The file has been
- * replaced and forced to the disk when it returns. */
+ * bytes are stored: Windows adds a text's terminating zero if it finds one behind them. The file
+ * has been replaced and forced to the disk when it returns. */
 LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data,
                               DWORD size);
 LSTATUS WINAPI RegCloseKey(HKEY key);

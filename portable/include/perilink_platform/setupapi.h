@@ -8,7 +8,7 @@
 #define DIGCF_DEVICEINTERFACE 0x10u
 #define SPINT_ACTIVE 1u
 
-typedef struct _SP_DEVINFO_DATA {
+typedef struct SP_DEVINFO_DATA {
   DWORD cbSize;
   GUID ClassGuid;
   DWORD DevInst;
@@ -16,7 +16,7 @@ typedef struct _SP_DEVINFO_DATA {
 } SP_DEVINFO_DATA;
 typedef SP_DEVINFO_DATA* PSP_DEVINFO_DATA;
 
-typedef struct _SP_DEVICE_INTERFACE_DATA {
+typedef struct SP_DEVICE_INTERFACE_DATA {
   DWORD cbSize;
   GUID InterfaceClassGuid;
   DWORD Flags;
@@ -25,7 +25,7 @@ typedef struct _SP_DEVICE_INTERFACE_DATA {
 typedef SP_DEVICE_INTERFACE_DATA* PSP_DEVICE_INTERFACE_DATA;
 
 /* 8 bytes, as in 64-bit Windows: what cbSize must hold. */
-typedef struct _SP_DEVICE_INTERFACE_DETAIL_DATA_W {
+typedef struct SP_DEVICE_INTERFACE_DETAIL_DATA_W {
   DWORD cbSize;
   WCHAR DevicePath[1];
 } SP_DEVICE_INTERFACE_DETAIL_DATA_W;

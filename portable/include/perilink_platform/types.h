@@ -74,19 +74,19 @@ typedef WORD ATOM;
 typedef void* HANDLE;
 typedef void* HDEVINFO;
 typedef void* HDEVNOTIFY;
-typedef struct HWND__* HWND;
-typedef struct HKEY__* HKEY;
+typedef struct PerilinkWindow* HWND;
+typedef struct PerilinkKey* HKEY;
 typedef HKEY* PHKEY;
-typedef struct HINSTANCE__* HINSTANCE;
+typedef struct PerilinkModule* HINSTANCE;
 typedef HINSTANCE HMODULE;
-typedef struct HMENU__* HMENU;
-typedef struct HICON__* HICON;
+typedef struct PerilinkMenu* HMENU;
+typedef struct PerilinkIcon* HICON;
 typedef HICON HCURSOR;
-typedef struct HBRUSH__* HBRUSH;
+typedef struct PerilinkBrush* HBRUSH;
 
 #define INVALID_HANDLE_VALUE ((HANDLE)(intptr_t)-1) /* NOLINT(performance-no-int-to-ptr) */
 
-typedef struct _GUID {
+typedef struct GUID {
   uint32_t Data1;
   uint16_t Data2;
   uint16_t Data3;
@@ -105,10 +105,10 @@ inline bool operator==(const GUID& a, const GUID& b) {
 #endif
 
 /* Security attributes are never used: pass null. */
-typedef struct _SECURITY_ATTRIBUTES SECURITY_ATTRIBUTES;
+typedef struct SECURITY_ATTRIBUTES SECURITY_ATTRIBUTES;
 typedef SECURITY_ATTRIBUTES* LPSECURITY_ATTRIBUTES;
 
-typedef struct _SYSTEMTIME {
+typedef struct SYSTEMTIME {
   WORD wYear;
   WORD wMonth;
   WORD wDayOfWeek; /* 0 is Sunday */

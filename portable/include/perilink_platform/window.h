@@ -78,7 +78,7 @@ typedef struct tagMSG {
 } MSG;
 typedef MSG* LPMSG;
 
-typedef struct _DEV_BROADCAST_HDR {
+typedef struct DEV_BROADCAST_HDR {
   DWORD dbch_size;
   DWORD dbch_devicetype;
   DWORD dbch_reserved;
@@ -86,7 +86,7 @@ typedef struct _DEV_BROADCAST_HDR {
 typedef DEV_BROADCAST_HDR* PDEV_BROADCAST_HDR;
 
 /* 32 bytes, and more in a broadcast, whose name goes on beyond the record. */
-typedef struct _DEV_BROADCAST_DEVICEINTERFACE_W {
+typedef struct DEV_BROADCAST_DEVICEINTERFACE_W {
   DWORD dbcc_size;
   DWORD dbcc_devicetype;
   DWORD dbcc_reserved;

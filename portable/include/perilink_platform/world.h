@@ -53,7 +53,8 @@ std::recursive_mutex& DeviceLock();
 
 // Fail-the-nth-call: while armed, the nth call (counting from 1) of the named platform function
 // ("CreateEventW", "WriteFile", …, or "*" for any call that can fail) fails with its documented
-// failure value and `error`; with `for_ever` so does every later one. Calls counted since arming
+// failure value and `error`; with `for_ever` so does every later one. A call that releases
+// something (CloseHandle, DestroyWindow, …) has done so all the same. Calls counted since arming
 // are returned by PlatformCallCount. DisarmFault ends it. One fault is armed at a time.
 void ArmFault(const std::string& function, uint64_t nth, bool for_ever = false,
               uint32_t error = 1450 /* ERROR_NO_SYSTEM_RESOURCES */);
