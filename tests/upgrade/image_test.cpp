@@ -49,10 +49,10 @@ TEST(ImageTest, HeaderCheck) {
 }
 
 TEST(ImageTest, TextFieldsEndAtZeroOrAtTheirEnd) {
-  UpgradeImage spec = ImageOf(0);
-  spec.file_id = std::string(80, 'f');
-  spec.boot_input = "b\xC3\xA4";
-  const Bytes image = UpgradeFileBuilder(spec).Build();
+  UpgradeImage wanted = ImageOf(0);
+  wanted.file_id = std::string(80, 'f');
+  wanted.boot_input = "b\xC3\xA4";
+  const Bytes image = UpgradeFileBuilder(wanted).Build();
   const ImageHeader header = ReadImageHeader(image.data());
   EXPECT_EQ(ReadTextField(header.file_id), std::wstring(64, L'f'));
   EXPECT_EQ(ReadTextField(header.boot_input_end_point), L"b\u00E4");
@@ -87,10 +87,10 @@ TEST(PacketTest, CutsThePayload) {
 }
 
 TEST(PacketTest, StartCommandIsCutToItsDataAndAddressesWrap) {
-  UpgradeImage spec = ImageOf(33);
-  spec.start.length = 255;
-  std::fill_n(spec.packet.data.begin() + 5, 4, uint8_t{0xFF});
-  const auto packets = BuildUpgradePackets(UpgradeFileBuilder(spec).Build().data());
+  UpgradeImage wanted = ImageOf(33);
+  wanted.start.length = 255;
+  std::fill_n(wanted.packet.data.begin() + 5, 4, uint8_t{0xFF});
+  const auto packets = BuildUpgradePackets(UpgradeFileBuilder(wanted).Build().data());
   EXPECT_EQ(packets[0].data[61], 0x77);
   EXPECT_EQ(packets[0].data[62], 0x00);
   EXPECT_EQ(Bytes(packets[2].data + 5, packets[2].data + 9), (Bytes{0, 0, 0, 31}));
