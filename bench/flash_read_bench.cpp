@@ -1,0 +1,78 @@
+// The full read of the configuration, in virtual time: hardly more than its frames need at the
+// spacing of writes and the device's latency.
+#include <benchmark/benchmark.h>
+
+#include <array>
+
+#include "perilink/battery.h"
+#include "perilink/server.h"
+#include "perilink_platform/world.h"
+#include "platform/win32.h"
+#include "sim/mouse.h"
+
+namespace perilink {
+namespace {
+
+constexpr double kMostOverhead = 1.02;
+constexpr uint64_t kSpacingMicros = 8000;
+constexpr uint8_t kReadMemory = 0x08;
+
+uint64_t finished_micros = 0;
+
+void PERILINK_CALL OnReport(const uint8_t*, uint32_t, const uint8_t*, uint32_t data_length) {
+  if (data_length == PERILINK_FLASH_IMAGE_SIZE) finished_micros = platform::NowMicros();
+}
+
+// Every slot filled, so that every one is read in whole.
+void Fill(sim::FlashImage& flash) {
+  std::array<sim::SlotEvent, 70> events{};
+  for (size_t slot = 0; slot < 16; ++slot) {
+    flash.SetShortcut(slot, std::span(events).first(6));
+    flash.SetMacro(slot, "a macro of seventy events", events);
+  }
+}
+
+void BM_FullRead(benchmark::State& state) {
+  sim::DeviceOptions options = sim::Mouse::Options();
+  if (state.range(0) != 0) Fill(options.flash);
+  const uint64_t latency_micros = options.firmware.latency_micros;
+  sim::Mouse mouse(std::move(options));
+  mouse.Plug();
+  UsbServer_SetBatteryOptimizeEnable(0);
+  CS_UsbServer_SetThreadSleepTime(1);
+  const std::wstring path = mouse.CommandPath();
+  double overhead = 0;
+  for (auto _ : state) {
+    const HANDLE thread = reinterpret_cast<HANDLE>(UsbServer_Start(path, path, &OnReport));
+    Sleep(100);
+    mouse.ClearRequests();
+    finished_micros = 0;
+    const uint64_t start_micros = platform::NowMicros();
+    UsbServer_ReadAllFlashData();
+    for (int i = 0; i < 600 && finished_micros == 0; ++i)
+      Sleep(100);
+    UsbServer_Exit();
+    WaitForSingleObject(thread, INFINITE);
+    CloseHandle(thread);
+    const uint64_t frames = mouse.CountRequests(kReadMemory);
+    if (finished_micros == 0 || frames == 0) return state.SkipWithError("the read did not end");
+    overhead = static_cast<double>(finished_micros - start_micros) /
+               static_cast<double>(frames * (kSpacingMicros + latency_micros));
+    state.counters["frames"] = static_cast<double>(frames);
+  }
+  mouse.Unplug();
+  state.counters["overhead"] = overhead;
+  state.counters["limit"] = kMostOverhead;
+  if (overhead > kMostOverhead) state.SkipWithError("takes longer than its frames need");
+}
+BENCHMARK(BM_FullRead)->ArgName("filled")->Arg(0)->Arg(1)->Iterations(1);
+
+}  // namespace
+}  // namespace perilink
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  perilink::platform::StartVirtual(1);
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}

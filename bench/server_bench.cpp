@@ -1,0 +1,81 @@
+// What the background server costs while it idles, and what one queued command costs in a queue of
+// any length.
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "perilink/server.h"
+#include "platform/win32.h"
+#include "server/state.h"
+#include "support/scripted_device.h"
+
+namespace perilink::testing {
+namespace {
+
+constexpr double kMostIdleUse = 0.003;
+
+double ProcessorSeconds() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  const auto seconds = [](const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+  };
+  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+// Sixteen interfaces are present; the device answers battery polls as any other command.
+void BM_IdleServer(benchmark::State& state) {
+  constexpr int kInterfaces = 16;
+  constexpr DWORD kIdleMs = 5000;
+  std::vector<std::unique_ptr<ScriptedDevice>> devices;
+  for (int i = 0; i < kInterfaces; ++i) {
+    devices.push_back(
+        std::make_unique<ScriptedDevice>(std::wstring(kScriptedPath) + std::to_wstring(i),
+                                         [](ScriptedDevice& self, const Report& request) {
+                                           self.Deliver(ReplyTo(request, {1, 0, 0, 0}));
+                                           return DWORD{0};
+                                         }));
+  }
+  const std::wstring path = devices.front()->Path();
+  double busy = 0;
+  double wall = 0;
+  for (auto _ : state) {
+    const HANDLE thread = reinterpret_cast<HANDLE>(UsbServer_Start(path, path, nullptr));
+    Sleep(500);
+    const double busy_before = ProcessorSeconds();
+    const uint64_t start = GetTickCount64();
+    Sleep(kIdleMs);
+    busy += ProcessorSeconds() - busy_before;
+    wall += static_cast<double>(GetTickCount64() - start) * 1e-3;
+    UsbServer_Exit();
+    WaitForSingleObject(thread, INFINITE);
+    CloseHandle(thread);
+  }
+  state.counters["processor_use"] = busy / wall;
+  state.counters["limit"] = kMostIdleUse;
+  if (busy / wall > kMostIdleUse) state.SkipWithError("uses too much of the processor");
+}
+BENCHMARK(BM_IdleServer)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// A command is queued and the head removed, in a queue that stays as long as the argument says.
+// Compare the times over the lengths.
+void BM_QueueEntry(benchmark::State& state) {
+  ServerState& server = ServerState::Instance();
+  server.LockQueues().commands.Clear();
+  for (int64_t i = 0; i < state.range(0); ++i)
+    UsbServer_ReadOnLine();
+  for (auto _ : state) {
+    UsbServer_ReadOnLine();
+    server.LockQueues().commands.PopHead();
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_QueueEntry)->Arg(1)->Arg(1'000)->Arg(100'000)->Arg(1'000'000);
+
+}  // namespace
+}  // namespace perilink::testing
+
+BENCHMARK_MAIN();
