@@ -298,7 +298,8 @@ void Device::HandleCommand(Exchange& exchange) {
     if (resets && !boot_options().echo_reset) exchange.replies.clear();
   }
   if (resets) {
-    ChangeMode(Mode::kBoot, options_.boot.reset_micros, options_.boot.appear_micros);
+    ChangeMode(Mode::kBoot, exchange.at_micros + options_.boot.reset_micros,
+               options_.boot.appear_micros);
   }
 }
 
@@ -320,7 +321,8 @@ void Device::HandleBootPacket(Exchange& exchange) {
   exchange.replies = boot_loader_.OnPacket(exchange.request);
   if (!boot_loader_.Finished()) return;
   if (boot_loader_.Version()) firmware_.options().version = *boot_loader_.Version();
-  ChangeMode(Mode::kNormal, exchange.replies.back().delay_micros + options_.boot.reset_micros,
+  const uint64_t last_reply_micros = exchange.at_micros + exchange.replies.back().delay_micros;
+  ChangeMode(Mode::kNormal, last_reply_micros + options_.boot.leave_micros,
              options_.boot.restart_micros);
 }
 
@@ -329,7 +331,8 @@ void Device::Send(const Exchange& exchange) {
     if (reply.delay_micros == 0) {
       Deliver(reply.report);
     } else {
-      After(reply.delay_micros, [this, report = reply.report] { Deliver(report); });
+      At(exchange.at_micros + reply.delay_micros,
+         [this, report = reply.report] { Deliver(report); });
     }
   }
 }
@@ -360,9 +363,9 @@ void Device::Hide() {
   platform::Bus().BroadcastUsbChange(interfaces_->usb_path(mode), false);
 }
 
-void Device::ChangeMode(Mode mode, uint64_t hide_after_micros, uint64_t show_after_micros) {
+void Device::ChangeMode(Mode mode, uint64_t hide_at_micros, uint64_t show_after_micros) {
   leaving_ = true;
-  After(hide_after_micros, [this, mode, show_after_micros] {
+  At(hide_at_micros, [this, mode, show_after_micros] {
     Hide();
     ++generation_;
     firmware_.PowerOn();
@@ -377,8 +380,12 @@ void Device::SetMode(Mode mode) {
 }
 
 void Device::After(uint64_t delay_micros, std::function<void()> action) {
-  platform::ScheduleIn(delay_micros, [this, alive = std::weak_ptr<int>(alive_),
-                                      generation = generation_, run = std::move(action)] {
+  At(platform::NowMicros() + delay_micros, std::move(action));
+}
+
+void Device::At(uint64_t at_micros, std::function<void()> action) {
+  platform::Schedule(at_micros, [this, alive = std::weak_ptr<int>(alive_), generation = generation_,
+                                 run = std::move(action)] {
     if (!alive.expired() && generation == generation_) run();
   });
 }

@@ -30,7 +30,7 @@ const Fault kFaults[] = {
     {"reply duplicated", [](auto& m, size_t i) { m.boot_faults().Duplicate(sim::At(i + 1)); },
      Always},
     // The last packet's late reply is lost: the device has restarted by then.
-    {"reply late", [](auto& m, size_t i) { m.boot_faults().AnswerAfter(sim::At(i + 1), 140'000); },
+    {"reply late", [](auto& m, size_t i) { m.boot_faults().AnswerAfter(sim::At(i + 1), 340'000); },
      [](size_t i) { return i != kLast; }},
     {"reply too late",
      [](auto& m, size_t i) { m.boot_faults().AnswerAfter(sim::At(i + 1), 2'500'000); }, Never},

@@ -321,9 +321,9 @@ TEST_F(SetTest, MainInBootModeGoesFirstAndTheSlaveIsAwaited) {
                                      "Start ResetToBootMode-waitNormal-1", "Start WaitBootMode",
                                      "Start DownloadFile", "All Upgrade Success"}));
   EXPECT_EQ(events, Progress(1, 63, 210) + Events{kBootStable} + kReady +
-                        Progress(64, 67, 210, 30) + kDeviceEnd + Progress(68, 109, 210) +
-                        Events{kResetEchoed} + Progress(110, 193, 210, 51) + Events{kBootStable} +
-                        kReady + Progress(194, 197, 210, 91) + kDeviceEnd + kSuccess);
+                        Progress(64, 67, 210, 30) + kDeviceEnd + Progress(68, 130, 210) +
+                        Events{kResetEchoed} + Progress(131, 214, 210, 61) + Events{kBootStable} +
+                        kReady + Progress(215, 218, 210, 101) + kDeviceEnd + kSuccess);
 
   // A slave that never comes: limit 5, so the sixth cycle gives up.
   slave_.Unplug();

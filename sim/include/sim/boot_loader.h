@@ -43,6 +43,9 @@ struct BootOptions {
   uint64_t erase_micros = 50'000;
   uint64_t packet_micros = 1'000;  // from a packet to its echo
   uint64_t verify_micros = 20'000;
+  // From the report of the end until the device disappears. What its host has not read by then is
+  // lost, so it gives a busy host time.
+  uint64_t leave_micros = 200'000;
   uint64_t restart_micros = 300'000;  // from the end until the new firmware's interfaces appear
 };
 

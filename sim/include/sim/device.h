@@ -131,10 +131,13 @@ class Device {
   void Deliver(std::span<const uint8_t> report);
   void Show(Mode mode);
   void Hide();
-  void ChangeMode(Mode mode, uint64_t hide_after_micros, uint64_t show_after_micros);
+  void ChangeMode(Mode mode, uint64_t hide_at_micros, uint64_t show_after_micros);
   void SetMode(Mode mode);
   // Runs the action unless the device has been unplugged, has changed mode or is gone by then.
   void After(uint64_t delay_micros, std::function<void()> action);
+  // The times of one exchange all count from its request: in real time a busy machine may take
+  // long over it, and what follows must still come in order.
+  void At(uint64_t at_micros, std::function<void()> action);
 
   DeviceOptions options_;
   Battery battery_;
