@@ -46,6 +46,14 @@ ProtocolData ConfigFromText(std::string_view text);
 Json GetConfigField(const ProtocolData& record, std::string_view path);
 void SetConfigField(ProtocolData& record, std::string_view path, const Json& value);
 
+// Several at once, for fields that go together: only the result has to be a configuration. The
+// record is untouched when it is none.
+struct ConfigAssignment {
+  std::string path;
+  Json value;
+};
+void SetConfigFields(ProtocolData& record, std::span<const ConfigAssignment> assignments);
+
 // The record as lines for people; empty shortcuts and macros are left out.
 std::string ConfigText(const ProtocolData& record);
 

@@ -4,6 +4,7 @@
 
 #include "common/config.h"
 #include "common/config_members.h"
+#include "common/config_parts.h"
 #include "perilink/config_layout.h"
 #include "perilink/protocol_data.h"
 
@@ -14,26 +15,6 @@ constexpr uint8_t kErased = 0xFF;
 
 bool CheckIsRight(const uint8_t* value, size_t size) {
   return value[size] == static_cast<uint8_t>(0x55 - std::accumulate(value, value + size, 0));
-}
-
-// "dpi_levels[2].color", and of records that are nothing but bytes "led_bar[6]".
-std::string FieldName(const ConfigGroup& group, size_t entry, const ConfigField& field) {
-  constexpr std::string_view kBytes = "bytes";
-  const std::string record = group.count > 1 ? Indexed(group.name, entry) : std::string(group.name);
-  const std::string_view name = field.name;
-  if (name.substr(0, kBytes.size()) != kBytes) return Joined(record, field.name);
-  return record + std::string(name.substr(kBytes.size()));
-}
-
-void AddFailedFields(const ConfigGroup& group, const uint8_t* image,
-                     std::vector<std::string>& failed) {
-  for (size_t entry = 0; entry < group.count; ++entry) {
-    for (size_t i = 0; i < group.field_count; ++i) {
-      const ConfigField& field = group.fields[i];
-      const uint8_t* value = image + field.flash_address + entry * field.flash_stride;
-      if (!CheckIsRight(value, field.width)) failed.push_back(FieldName(group, entry, field));
-    }
-  }
 }
 
 // Of a slot's event list: erased and 0 stand for none, whatever follows.
@@ -90,8 +71,11 @@ std::vector<std::string> FailedChecks(std::span<const uint8_t> image) {
                       std::to_string(PERILINK_FLASH_IMAGE_SIZE) + " are wanted");
   }
   std::vector<std::string> failed;
-  for (const ConfigGroup& group : kConfigGroups)
-    AddFailedFields(group, image.data(), failed);
+  for (const ConfigPart& part : ConfigParts()) {
+    if (part.kind == PartKind::kField && !CheckIsRight(&image[part.address], part.size)) {
+      failed.push_back(part.name);
+    }
+  }
   AddFailedShortcuts(image.data(), failed);
   AddFailedMacros(image.data(), failed);
   return failed;

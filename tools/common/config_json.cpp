@@ -229,8 +229,14 @@ Json GetConfigField(const ProtocolData& record, std::string_view path) {
 }
 
 void SetConfigField(ProtocolData& record, std::string_view path, const Json& value) {
+  const ConfigAssignment assignment{std::string(path), value};
+  SetConfigFields(record, {&assignment, 1});
+}
+
+void SetConfigFields(ProtocolData& record, std::span<const ConfigAssignment> assignments) {
   Json document = ConfigToJson(record);
-  Find(document, path) = value;
+  for (const ConfigAssignment& it : assignments)
+    Find(document, it.path) = it.value;
   record = ConfigFromJson(document);
 }
 

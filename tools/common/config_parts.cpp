@@ -1,0 +1,279 @@
+#include "common/config_parts.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <numeric>
+
+#include "common/config.h"
+#include "common/config_members.h"
+#include "perilink/protocol_data.h"
+
+namespace perilink::tools {
+namespace {
+
+constexpr uint8_t kErased = 0xFF;
+constexpr size_t kSlots = std::size(ProtocolData{}.shortcuts);
+static_assert(kSlots == std::size(ProtocolData{}.macros));
+
+// ---- Parts -------------------------------------------------------------------------------------
+
+// "dpi_levels[2].color", and of records that are nothing but bytes "led_bar[6]".
+std::string FieldName(const ConfigGroup& group, size_t entry, const ConfigField& field) {
+  constexpr std::string_view kBytes = "bytes";
+  const std::string record = group.count > 1 ? Indexed(group.name, entry) : std::string(group.name);
+  const std::string_view name = field.name;
+  if (name.substr(0, kBytes.size()) != kBytes) return Joined(record, field.name);
+  return record + std::string(name.substr(kBytes.size()));
+}
+
+void AddFields(const ConfigGroup& group, std::vector<ConfigPart>& parts) {
+  for (size_t entry = 0; entry < group.count; ++entry) {
+    for (size_t i = 0; i < group.field_count; ++i) {
+      const ConfigField& field = group.fields[i];
+      const size_t offset = group.record_offset + entry * group.record_stride + field.record_offset;
+      const size_t address = field.flash_address + entry * field.flash_stride;
+      parts.push_back({FieldName(group, entry, field), PartKind::kField, offset, field.width,
+                       address, 0, field.rule});
+    }
+  }
+}
+
+std::vector<ConfigPart> BuildParts() {
+  std::vector<ConfigPart> parts;
+  for (const ConfigGroup& group : kConfigGroups)
+    AddFields(group, parts);
+  for (size_t i = 0; i < kSlots; ++i) {
+    parts.push_back(
+        {Indexed("shortcuts", i), PartKind::kShortcut,
+         offsetof(ProtocolData, shortcuts) + i * sizeof(ShortcutKey), sizeof(ShortcutKey),
+         PERILINK_SHORTCUT_ADDRESS + i * PERILINK_SHORTCUT_SLOT_SIZE, i, FieldRule::kPlain});
+  }
+  for (size_t i = 0; i < kSlots; ++i) {
+    parts.push_back({Indexed("macros", i), PartKind::kMacro,
+                     offsetof(ProtocolData, macros) + i * sizeof(MacroKey), sizeof(MacroKey),
+                     PERILINK_MACRO_ADDRESS + i * PERILINK_MACRO_SLOT_SIZE, i, FieldRule::kPlain});
+  }
+  return parts;
+}
+
+std::vector<uint8_t> EncodedField(const uint8_t* value, const ConfigPart& part) {
+  std::vector<uint8_t> bytes(value, value + part.size);
+  if (part.rule == FieldRule::kNormalizedSwitch) bytes[0] = bytes[0] != 0 ? 1 : 0;
+  bytes.push_back(static_cast<uint8_t>(0x55 - std::accumulate(bytes.begin(), bytes.end(), 0)));
+  return bytes;
+}
+
+// ---- Updates -----------------------------------------------------------------------------------
+
+uint8_t* BytesOf(ProtocolData& record) {
+  return &record.report_rate;
+}
+const uint8_t* BytesOf(const ProtocolData& record) {
+  return &record.report_rate;
+}
+
+bool IsEmptyCount(uint8_t count) {
+  return count == 0 || count == kErased;
+}
+
+bool ImageHolds(const DeviceConfig& device, const ConfigPart& part, const ProtocolData& record) {
+  std::vector<uint8_t> bytes = EncodedPart(record, part);
+  const uint8_t stored = device.image[part.address];
+  const bool is_switch =
+      part.rule == FieldRule::kSwitch || part.rule == FieldRule::kNormalizedSwitch;
+  if (is_switch && bytes[0] != 0 && stored != 0) {
+    bytes = {stored, static_cast<uint8_t>(0x55 - stored)};  // on is on, whatever stands for it
+  }
+  return std::equal(bytes.begin(), bytes.end(),
+                    device.image.begin() + static_cast<ptrdiff_t>(part.address));
+}
+
+bool IsSound(const DeviceConfig& device, const ConfigPart& part) {
+  switch (part.kind) {
+    case PartKind::kShortcut:
+      return device.record.shortcuts[part.slot].count != 0 ||
+             IsEmptyCount(device.shortcut_counts[part.slot]);
+    case PartKind::kMacro:
+      return device.record.macros[part.slot].count != 0 ||
+             IsEmptyCount(device.macro_counts[part.slot]);
+    case PartKind::kField:
+      break;
+  }
+  return ImageHolds(device, part, device.record);
+}
+
+bool MustWrite(const DeviceConfig& device, const ConfigPart& part, const ProtocolData& record) {
+  if (part.kind == PartKind::kField) return !ImageHolds(device, part, record);
+  return EncodedPart(device.record, part) != EncodedPart(record, part) || !IsSound(device, part);
+}
+
+// Makes the library write the part: its bytes in `previous` become other than those in `record`.
+void MakeOther(const ConfigPart& part, const ProtocolData& record, ProtocolData& previous) {
+  const uint8_t* const wanted = BytesOf(record) + part.offset;
+  uint8_t* const target = BytesOf(previous) + part.offset;
+  if (part.kind == PartKind::kField) {
+    std::transform(wanted, wanted + part.size, target,
+                   [](uint8_t byte) { return byte != 0 ? uint8_t{0} : uint8_t{1}; });
+    return;
+  }
+  const auto other_count = [](uint8_t count) { return count != 0 ? uint8_t{0} : uint8_t{2}; };
+  std::fill_n(target, part.size, uint8_t{0});
+  if (part.kind == PartKind::kShortcut) {
+    previous.shortcuts[part.slot].count = other_count(record.shortcuts[part.slot].count);
+  } else {
+    previous.macros[part.slot].count = other_count(record.macros[part.slot].count);
+  }
+}
+
+// The image of a whole read from a device that holds the record.
+std::vector<uint8_t> ReadBackImage(const ProtocolData& record) {
+  std::vector<uint8_t> image(PERILINK_FLASH_IMAGE_SIZE, kErased);
+  for (const ConfigPart& part : ConfigParts()) {
+    // A macro without a name is left out.
+    if (part.kind == PartKind::kMacro && record.macros[part.slot].name_length == 0) continue;
+    const std::vector<uint8_t> bytes = EncodedPart(record, part);
+    std::copy(bytes.begin(), bytes.end(), image.begin() + static_cast<ptrdiff_t>(part.address));
+  }
+  return image;
+}
+
+[[noreturn]] void RefusePath(std::string_view path) {
+  throw ConfigError(std::string(path) + ": there is no such field");
+}
+
+// One step of a path: a name or an index, and what follows it.
+struct PathStep {
+  std::string_view name;  // or
+  size_t index = 0;
+  std::string_view rest;
+};
+
+PathStep FirstStep(std::string_view path, std::string_view whole) {
+  PathStep step;
+  if (path.front() == '[') {
+    const size_t close = path.find(']');
+    if (close == std::string_view::npos) RefusePath(whole);
+    const char* const end = path.data() + close;
+    const auto [stop, error] = std::from_chars(path.data() + 1, end, step.index);
+    if (error != std::errc() || stop != end) RefusePath(whole);
+    step.rest = path.substr(close + 1);
+  } else {
+    if (path.front() == '.') path.remove_prefix(1);
+    step.name = path.substr(0, path.find_first_of(".["));
+    if (step.name.empty()) RefusePath(whole);
+    step.rest = path.substr(step.name.size());
+  }
+  return step;
+}
+
+}  // namespace
+
+const std::vector<ConfigPart>& ConfigParts() {
+  static const std::vector<ConfigPart> parts = BuildParts();
+  return parts;
+}
+
+Extent FindExtent(std::string_view path) {
+  Extent extent{0, sizeof(ProtocolData)};
+  const Member* list = nullptr;  // whose entries an index would choose among
+  const std::vector<Member>* members = &RecordMembers();
+  for (std::string_view rest = path; !rest.empty();) {
+    const PathStep step = FirstStep(rest, path);
+    rest = step.rest;
+    if (!step.name.empty()) {
+      if (members == nullptr) RefusePath(path);
+      const auto found = std::find_if(members->begin(), members->end(),
+                                      [&](const Member& it) { return it.name == step.name; });
+      if (found == members->end()) RefusePath(path);
+      list = &*found;
+      extent = {extent.offset + list->offset, list->size * list->count};
+      members = nullptr;
+      continue;
+    }
+    if (list == nullptr || list->kind == MemberKind::kNumber || step.index >= list->count) {
+      RefusePath(path);
+    }
+    extent = {extent.offset + step.index * list->size, list->size};
+    members = list->members.empty() ? nullptr : &list->members;
+    // A record of one nameless member is that member.
+    list = members != nullptr && members->front().name.empty() ? &members->front() : nullptr;
+  }
+  return extent;
+}
+
+std::vector<uint8_t> EncodedPart(const ProtocolData& record, const ConfigPart& part) {
+  if (part.kind == PartKind::kField) return EncodedField(BytesOf(record) + part.offset, part);
+  std::vector<uint8_t> slot(PERILINK_MACRO_SLOT_SIZE, kErased);
+  if (part.kind == PartKind::kShortcut) {
+    ShortcutKey shortcut = record.shortcuts[part.slot];
+    ShortcutKeyToBuffer(&shortcut, slot.data());
+    slot.resize(size_t{shortcut.count} * 3 + 2);
+  } else {
+    const MacroKey& macro = record.macros[part.slot];
+    MacroKeyToBuffer(&macro, slot.data());
+    slot.resize(std::min<size_t>(macro.count, std::size(macro.events)) * 5 +
+                PERILINK_MACRO_EVENTS_OFFSET + 1);
+  }
+  return slot;
+}
+
+void RequireHoldable(const ProtocolData& record) {
+  ProtocolData read_back{};
+  ProtocolDataParser(ReadBackImage(record).data(), &read_back);
+  const std::vector<Difference> differences = ConfigDifferences(record, read_back);
+  if (differences.empty()) return;
+  const Difference& first = differences.front();
+  const bool unnamed = first.field.rfind("macros[", 0) == 0;
+  throw ConfigError(first.field + ": " + first.before.dump() + " would be read back as " +
+                    first.after.dump() +
+                    (unnamed ? ": a macro with events needs a name and its name_length"
+                             : ": it does not go with the other values"));
+}
+
+DeviceConfig DeviceConfigFromImage(std::span<const uint8_t> image) {
+  DeviceConfig device;
+  device.image.assign(image.begin(), image.end());
+  ProtocolDataParser(device.image.data(), &device.record);
+  for (const ConfigPart& part : ConfigParts()) {
+    const uint8_t* const slot = device.image.data() + part.address;
+    if (part.kind == PartKind::kShortcut) device.shortcut_counts.push_back(slot[0]);
+    if (part.kind == PartKind::kMacro) {
+      device.macro_counts.push_back(slot[PERILINK_MACRO_COUNT_OFFSET]);
+    }
+  }
+  return device;
+}
+
+std::vector<std::string> UnsoundParts(const DeviceConfig& device) {
+  std::vector<std::string> names;
+  for (const ConfigPart& part : ConfigParts()) {
+    if (!IsSound(device, part)) names.push_back(part.name);
+  }
+  return names;
+}
+
+bool LooksLikeConfig(const DeviceConfig& device) {
+  const std::vector<ConfigPart>& parts = ConfigParts();
+  const bool erased =
+      std::all_of(device.image.begin(), device.image.begin() + PERILINK_SETTINGS_BLOCK_SIZE,
+                  [](uint8_t byte) { return byte == kErased; });
+  return erased || std::any_of(parts.begin(), parts.end(), [&](const ConfigPart& part) {
+           return part.kind == PartKind::kField && IsSound(device, part);
+         });
+}
+
+ConfigUpdate PlanUpdate(const DeviceConfig& device, const ProtocolData& record,
+                        const std::function<bool(const ConfigPart&)>& may_write) {
+  ConfigUpdate update;
+  update.record = record;
+  update.previous = record;
+  for (const ConfigPart& part : ConfigParts()) {
+    if (!may_write(part) || !MustWrite(device, part, record)) continue;
+    MakeOther(part, record, update.previous);
+    update.writes.push_back(part);
+  }
+  return update;
+}
+
+}  // namespace perilink::tools
