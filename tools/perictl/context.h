@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 
+#include "exit_codes.h"
 #include "report.h"
 
 namespace CLI {
@@ -37,6 +38,8 @@ struct Context {
   Report report;
   // What the chosen command does; set while the command line is read.
   std::function<void()> run;
+  // What the process returns when that has not failed.
+  ExitCode exit_code = ExitCode::kSuccess;
 };
 
 // Adds the options that all commands share.

@@ -20,6 +20,7 @@ constexpr Row kRows[] = {
     {ExitCode::kRefused, "refused", "the device refused, or kept another setting"},
     {ExitCode::kFile, "file", "a file can't be used"},
     {ExitCode::kUpgrade, "upgrade", "a firmware upgrade did not succeed"},
+    {ExitCode::kDiffers, "differs", "configurations differ (config diff)"},
 };
 
 }  // namespace

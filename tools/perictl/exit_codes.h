@@ -18,6 +18,7 @@ enum class ExitCode : int {
   kRefused = 7,   // the device answered that it won't, or kept another setting than the one sent
   kFile = 8,      // a file can't be read or written, or holds something else
   kUpgrade = 9,   // a firmware upgrade ended without success
+  kDiffers = 10,  // no failure: two configurations that were compared differ
 };
 
 // Short name of a code, for --json.

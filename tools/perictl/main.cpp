@@ -39,7 +39,7 @@ int Run(Context& context) {
     std::cerr << "perictl: the output can't be written\n";
     return static_cast<int>(ExitCode::kInternal);
   }
-  return static_cast<int>(ExitCode::kSuccess);
+  return static_cast<int>(context.exit_code);
 }
 
 int Main(int argc, char** argv) {

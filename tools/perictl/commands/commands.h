@@ -13,10 +13,13 @@ void AddListCommand(CLI::App& app, Context& context);
 void AddInfoCommand(CLI::App& app, Context& context);
 void AddBatteryCommand(CLI::App& app, Context& context);
 void AddEventsCommand(CLI::App& app, Context& context);
+void AddConfigCommand(CLI::App& app, Context& context);
+void AddMacroCommand(CLI::App& app, Context& context);
 void AddDemoCommand(CLI::App& app, Context& context);
 
 inline constexpr void (*kAddCommands[])(CLI::App&, Context&) = {
-    AddListCommand, AddInfoCommand, AddBatteryCommand, AddEventsCommand, AddDemoCommand,
+    AddListCommand,   AddInfoCommand,  AddBatteryCommand, AddEventsCommand,
+    AddConfigCommand, AddMacroCommand, AddDemoCommand,
 };
 
 }  // namespace perictl
