@@ -8,10 +8,10 @@ namespace perilink::sim {
 namespace {
 
 constexpr size_t kMaxShortcutEvents = 6;
+constexpr size_t kMaxStoredShortcutEvents = 10;  // what a slot has room for
 constexpr size_t kMaxMacroEvents = 70;
 constexpr size_t kMaxMacroName = 30;
-constexpr size_t kMacroCount = 31;   // position of the event count in a macro slot
-constexpr size_t kMacroEvents = 32;  // position of the first event
+constexpr size_t kMacroCount = 31;  // position of the event count in a macro slot
 
 // A run of equal fields: the table below is expanded once.
 struct FieldRun {
@@ -120,30 +120,36 @@ void FlashImage::BreakField(size_t address, size_t width) {
 void FlashImage::SetShortcut(size_t slot, std::span<const SlotEvent> events) {
   if (slot >= kSlotCount) return;
   ClearShortcut(slot);
-  Bytes encoded{static_cast<uint8_t>(events.size())};
-  for (const SlotEvent& event : events.first(std::min<size_t>(events.size(), 10))) {
-    encoded.insert(encoded.end(), {EventByte(event), event.key, event.key_high});
+  const size_t count = std::min(events.size(), kMaxStoredShortcutEvents);
+  Bytes encoded(1 + 3 * count);
+  encoded[0] = static_cast<uint8_t>(events.size());
+  for (size_t i = 0; i < count; ++i) {
+    encoded[1 + 3 * i] = EventByte(events[i]);
+    encoded[2 + 3 * i] = events[i].key;
+    encoded[3 + 3 * i] = events[i].key_high;
   }
-  if (encoded.size() < kShortcutSlotSize) encoded.push_back(CheckOf(encoded));
-  SetBytes(ShortcutAddress(slot), encoded);
+  SetField(ShortcutAddress(slot), encoded);
 }
 
 void FlashImage::SetMacro(size_t slot, std::string_view name, std::span<const SlotEvent> events) {
   if (slot >= kSlotCount) return;
   ClearMacro(slot);
   name = name.substr(0, kMaxMacroName);
-  Bytes head(1 + name.size());
-  head[0] = static_cast<uint8_t>(name.size());
-  std::copy(name.begin(), name.end(), head.begin() + 1);
-  SetBytes(MacroAddress(slot), head);
+  const size_t address = MacroAddress(slot);
+  bytes_[address] = static_cast<uint8_t>(name.size());
+  std::copy(name.begin(), name.end(), bytes_.begin() + static_cast<ptrdiff_t>(address + 1));
 
-  Bytes list{static_cast<uint8_t>(events.size())};
-  for (const SlotEvent& event : events.first(std::min(events.size(), kMaxMacroEvents))) {
-    list.insert(list.end(),
-                {EventByte(event), event.key, event.key_high,
-                 static_cast<uint8_t>(event.delay_ms >> 8), static_cast<uint8_t>(event.delay_ms)});
+  const size_t count = std::min(events.size(), kMaxMacroEvents);
+  Bytes list(1 + 5 * count);
+  list[0] = static_cast<uint8_t>(events.size());
+  for (size_t i = 0; i < count; ++i) {
+    list[1 + 5 * i] = EventByte(events[i]);
+    list[2 + 5 * i] = events[i].key;
+    list[3 + 5 * i] = events[i].key_high;
+    list[4 + 5 * i] = static_cast<uint8_t>(events[i].delay_ms >> 8);
+    list[5 + 5 * i] = static_cast<uint8_t>(events[i].delay_ms);
   }
-  SetField(MacroAddress(slot) + kMacroCount, list);
+  SetField(address + kMacroCount, list);
 }
 
 void FlashImage::ClearShortcut(size_t slot) {
@@ -190,7 +196,5 @@ std::vector<uint16_t> FlashImage::InvalidFields() const {
 void FlashImage::Erase(size_t address, size_t count) {
   std::fill_n(bytes_.begin() + static_cast<ptrdiff_t>(address), count, uint8_t{0xFF});
 }
-
-static_assert(kMacroEvents == kMacroCount + 1);
 
 }  // namespace perilink::sim
