@@ -45,13 +45,17 @@ void AddCommonOptions(CLI::App& app, Context& context) {
   app.add_flag("--virtual{mouse}", choice.model, "simulate this device (the default: mouse)")
       ->check(CLI::IsMember(VirtualModels()))
       ->group(virtual_group);
-  app.add_option("--virtual-fault", choice.fault, "simulate it with this fault")
-      ->check(CLI::IsMember(VirtualFaults()))
+  app.add_option("--virtual-fault", choice.fault, VirtualFaultHelp())
+      ->check(CLI::Validator([](std::string& faults) { return CheckVirtualFaults(faults); },
+                             "FAULT[@TIME],..."))
       ->group(virtual_group);
+  // For tests.
+  app.add_flag("--virtual-time", choice.virtual_time)->group("");
 }
 
 void PrepareDevices(Context& context) {
   const VirtualChoice& choice = context.virtual_device;
+  if (choice.virtual_time) StartVirtualTime();
   if (!choice.model.empty()) {
     std::cerr << "perictl: using a virtual " << choice.model
               << (choice.fault.empty() ? "" : ", " + choice.fault) << '\n';

@@ -27,7 +27,8 @@ struct Selection {
 // A device that is simulated in this process, instead of the real ones.
 struct VirtualChoice {
   std::string model;  // "mouse", "keyboard", or empty for the real devices
-  std::string fault;  // one of VirtualFaults(), or empty
+  std::string fault;  // what happens to it, as --virtual-fault takes it, or empty
+  bool virtual_time = false;
 };
 
 struct Context {

@@ -11,13 +11,22 @@ namespace perictl {
 
 // What --virtual can choose; empty in a build that reaches real devices only.
 std::vector<std::string> VirtualModels();
-// What --virtual-fault can choose.
-std::vector<std::string> VirtualFaults();
 // The model without --virtual; empty for the real devices.
 std::string DefaultVirtualModel();
 
-// Plugs the device in; it stays until the process ends. The choice is one of those above.
+// What --virtual-fault takes, for its help, and what is wrong with what it was given: one line, or
+// empty.
+std::string VirtualFaultHelp();
+std::string CheckVirtualFaults(const std::string& faults);
+
+// Makes time virtual: what waits takes no time. Before everything else, if at all.
+void StartVirtualTime();
+
+// Plugs the device in; it stays until the process ends. What is saved about it goes with it.
 void PlugVirtualDevice(const VirtualChoice& choice);
+
+// Makes these faults happen to it, times counted from now. False when there is no such device.
+bool HappenToVirtualDevice(const std::string& faults);
 
 }  // namespace perictl
 

@@ -1,6 +1,7 @@
 #include "interrupt.h"
 
 #include <csignal>
+#include <iterator>
 
 namespace perictl {
 namespace {
@@ -8,22 +9,21 @@ namespace {
 constexpr int kSignals[] = {SIGINT, SIGTERM};
 
 volatile std::sig_atomic_t interrupted = 0;
-
-void SetHandler(void (*handler)(int)) {
-  struct sigaction action {};
-  action.sa_handler = handler;
-  action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
-  for (const int signal : kSignals)
-    sigaction(signal, &action, nullptr);
-}
+struct sigaction before[std::size(kSignals)];
 
 }  // namespace
 
 InterruptGuard::InterruptGuard() {
-  SetHandler([](int) { interrupted = 1; });
+  struct sigaction action {};
+  action.sa_handler = [](int) { interrupted = 1; };
+  action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
+  for (size_t i = 0; i < std::size(kSignals); ++i)
+    sigaction(kSignals[i], &action, &before[i]);
 }
+
 InterruptGuard::~InterruptGuard() {
-  SetHandler(SIG_DFL);
+  for (size_t i = 0; i < std::size(kSignals); ++i)
+    sigaction(kSignals[i], &before[i], nullptr);
 }
 
 bool Interrupted() {

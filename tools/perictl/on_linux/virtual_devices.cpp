@@ -1,30 +1,119 @@
 // The simulated devices, on the bus that the library sees in this build.
 #include "virtual_devices.h"
 
-#include <map>
-#include <memory>
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <iterator>
+#include <optional>
 
+#include "perilink_platform/registry.h"
+#include "perilink_platform/world.h"
 #include "sim/keyboard.h"
 #include "sim/mouse.h"
 
 namespace perictl {
 namespace {
 
+namespace platform = perilink::platform;
 namespace sim = perilink::sim;
 
-using Fault = void (*)(sim::Device& device);
+// What can happen to a device, at the start or at a time.
+struct Fault {
+  const char* name;
+  void (*happen)(sim::Device& device);
+};
 
-const std::map<std::string, Fault>& Faults() {
-  static const std::map<std::string, Fault> faults = {
-      {"absent", [](sim::Device& device) { device.Unplug(); }},
-      {"asleep", [](sim::Device& device) { device.SetAsleep(true); }},
-      {"silent", [](sim::Device& device) { device.faults().Silence(); }},
-      {"nonsense", [](sim::Device& device) { device.faults().CorruptChecksum(sim::Always()); }},
-      // Answers two requests and is gone.
-      {"vanishing", [](sim::Device& device) { device.faults().UnplugAfter(sim::At(3)); }},
-  };
-  return faults;
+constexpr Fault kFaults[] = {
+    {"absent", [](sim::Device& device) { device.Unplug(); }},
+    {"present", [](sim::Device& device) { device.Plug(); }},
+    {"asleep", [](sim::Device& device) { device.SetAsleep(true); }},
+    {"awake", [](sim::Device& device) { device.SetAsleep(false); }},
+    {"charging", [](sim::Device& device) { device.SetCharging(true); }},
+    {"discharging", [](sim::Device& device) { device.SetCharging(false); }},
+    {"event", [](sim::Device& device) { device.SendEvent(0x05); }},
+    {"low",
+     [](sim::Device& device) {
+       device.battery().SetPercent(12);
+       device.SendEvent(0x40);
+     }},
+    {"silent", [](sim::Device& device) { device.faults().Silence(); }},
+    {"nonsense", [](sim::Device& device) { device.faults().CorruptChecksum(sim::Always()); }},
+    // Answers two requests and is gone.
+    {"vanishing", [](sim::Device& device) { device.faults().UnplugAfter(sim::At(3)); }},
+    {"healed", [](sim::Device& device) { device.faults().Heal(); }},
+};
+
+struct TimedFault {
+  const Fault* fault = nullptr;
+  uint64_t at_micros = 0;
+};
+
+constexpr double kLongestSeconds = 1e6;
+
+// "2s" or "250ms"
+bool ParseTime(const std::string& text, uint64_t& micros) {
+  char* unit = nullptr;
+  const double number = std::strtod(text.c_str(), &unit);
+  const std::string rest = unit;
+  const double seconds = rest == "ms" ? number / 1000 : number;
+  if (unit == text.c_str() || (rest != "ms" && rest != "s")) return false;
+  if (!(seconds >= 0 && seconds <= kLongestSeconds)) return false;
+  micros = static_cast<uint64_t>(seconds * 1e6);
+  return true;
 }
+
+bool ParseWord(const std::string& word, TimedFault& timed) {
+  const size_t at = word.find('@');
+  timed.fault =
+      std::find_if(std::begin(kFaults), std::end(kFaults),
+                   [name = word.substr(0, at)](const Fault& f) { return f.name == name; });
+  return timed.fault != std::end(kFaults) &&
+         (at == word.npos || ParseTime(word.substr(at + 1), timed.at_micros));
+}
+
+// Ends with the first word that can't be read, and returns it.
+std::optional<std::string> Parse(const std::string& list, std::vector<TimedFault>& faults) {
+  for (size_t start = 0; start <= list.size();) {
+    const size_t end = std::min(list.find(',', start), list.size());
+    const std::string word = list.substr(start, end - start);
+    TimedFault timed;
+    if (!ParseWord(word, timed)) return word;
+    faults.push_back(timed);
+    start = end + 1;
+  }
+  return std::nullopt;
+}
+
+std::string FaultNames() {
+  std::string names;
+  for (const Fault& fault : kFaults)
+    names += std::string(names.empty() ? "" : ", ") + fault.name;
+  return names;
+}
+
+// The device stays until the very end: other threads may still be with it when main returns.
+sim::Device* device = nullptr;
+
+// A simulated device's records are none of the user's.
+class TemporaryRegistry {
+ public:
+  TemporaryRegistry() {
+    std::string name = (std::filesystem::temp_directory_path() / "perictl-XXXXXX").string();
+    if (mkdtemp(name.data()) != nullptr) folder_ = name;
+    platform::SetRegistryFolder(name);
+  }
+  ~TemporaryRegistry() {
+    std::error_code ignored;
+    if (!folder_.empty()) std::filesystem::remove_all(folder_, ignored);
+  }
+  TemporaryRegistry(const TemporaryRegistry&) = delete;
+  TemporaryRegistry& operator=(const TemporaryRegistry&) = delete;
+
+ private:
+  std::string folder_;
+};
 
 }  // namespace
 
@@ -32,26 +121,51 @@ std::vector<std::string> VirtualModels() {
   return {"mouse", "keyboard"};
 }
 
-std::vector<std::string> VirtualFaults() {
-  std::vector<std::string> names;
-  for (const auto& [name, fault] : Faults())
-    names.push_back(name);
-  return names;
-}
-
 std::string DefaultVirtualModel() {
   return "mouse";
 }
 
+std::string VirtualFaultHelp() {
+  return "what happens to it, at the start or after a time, as in charging or absent@2s,"
+         "present@2500ms; one or more of: " +
+         FaultNames();
+}
+
+std::string CheckVirtualFaults(const std::string& faults) {
+  std::vector<TimedFault> parsed;
+  const std::optional<std::string> wrong = Parse(faults, parsed);
+  if (!wrong) return "";
+  return "'" + *wrong + "' is neither NAME nor NAME@TIME, as in absent@2s; the names are " +
+         FaultNames();
+}
+
+void StartVirtualTime() {
+  platform::StartVirtual(1);
+}
+
 void PlugVirtualDevice(const VirtualChoice& choice) {
-  static std::unique_ptr<sim::Device> device;
+  static const TemporaryRegistry registry;
   if (choice.model == "keyboard") {
-    device = std::make_unique<sim::Keyboard>();
+    device = new sim::Keyboard;
   } else {
-    device = std::make_unique<sim::Mouse>();
+    device = new sim::Mouse;
   }
   device->Plug();
-  if (!choice.fault.empty()) Faults().at(choice.fault)(*device);
+  if (!choice.fault.empty()) HappenToVirtualDevice(choice.fault);
+}
+
+bool HappenToVirtualDevice(const std::string& faults) {
+  if (device == nullptr) return false;
+  std::vector<TimedFault> parsed;
+  Parse(faults, parsed);
+  for (const TimedFault& timed : parsed) {
+    if (timed.at_micros == 0) {
+      timed.fault->happen(*device);
+    } else {
+      platform::ScheduleIn(timed.at_micros, [fault = timed.fault] { fault->happen(*device); });
+    }
+  }
+  return true;
 }
 
 }  // namespace perictl

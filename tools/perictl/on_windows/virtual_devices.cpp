@@ -6,12 +6,19 @@ namespace perictl {
 std::vector<std::string> VirtualModels() {
   return {};
 }
-std::vector<std::string> VirtualFaults() {
-  return {};
-}
 std::string DefaultVirtualModel() {
   return "";
 }
+std::string VirtualFaultHelp() {
+  return "";
+}
+std::string CheckVirtualFaults(const std::string&) {
+  return "";
+}
+void StartVirtualTime() {}
 void PlugVirtualDevice(const VirtualChoice&) {}
+bool HappenToVirtualDevice(const std::string&) {
+  return false;
+}
 
 }  // namespace perictl
