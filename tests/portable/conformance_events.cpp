@@ -6,33 +6,6 @@
 namespace perilink {
 namespace {
 
-TEST(Events, ManualResetStaysSignalledAutoResetDoesNot) {
-  for (const BOOL manual : {TRUE, FALSE}) {
-    const UniqueEvent event(CreateEventW(nullptr, manual, TRUE, nullptr));
-    EXPECT_EQ(WaitForSingleObject(event.Get(), INFINITE), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(event.Get(), 0), DWORD{manual ? WAIT_OBJECT_0 : WAIT_TIMEOUT});
-    EXPECT_TRUE(ResetEvent(event.Get()));
-    EXPECT_EQ(WaitForSingleObject(event.Get(), 1), DWORD{WAIT_TIMEOUT});
-    EXPECT_TRUE(SetEvent(event.Get()));
-    EXPECT_EQ(WaitForSingleObject(event.Get(), 1), WAIT_OBJECT_0);
-  }
-}
-
-TEST(Events, ClosedHandlesAreRefused) {
-  const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  ASSERT_TRUE(CloseHandle(event));
-  for (const HANDLE handle : {event, HANDLE{}}) {
-    SetLastError(ERROR_SUCCESS);
-    EXPECT_EQ(WaitForSingleObject(handle, 0), WAIT_FAILED);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
-    SetLastError(ERROR_SUCCESS);
-    EXPECT_FALSE(SetEvent(handle));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
-    EXPECT_FALSE(ResetEvent(handle));
-    EXPECT_FALSE(CloseHandle(handle));
-  }
-}
-
 struct Gate {
   UniqueEvent event{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
   UniqueEvent released{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
@@ -54,9 +27,8 @@ TEST(Events, AnAutoResetEventReleasesOneWaiter) {
     SetEvent(state.event.Get());
     EXPECT_EQ(WaitForSingleObject(state.released.Get(), INFINITE), WAIT_OBJECT_0);
   }
-  EXPECT_EQ(WaitForSingleObject(first.Get(), INFINITE), WAIT_OBJECT_0);
-  EXPECT_EQ(WaitForSingleObject(second.Get(), INFINITE), WAIT_OBJECT_0);
-  EXPECT_EQ(WaitForSingleObject(second.Get(), INFINITE), WAIT_OBJECT_0);  // stays ended
+  for (const HANDLE ended : {first.Get(), second.Get(), second.Get()})
+    EXPECT_EQ(WaitForSingleObject(ended, INFINITE), WAIT_OBJECT_0);
 }
 
 TEST(Clock, WaitsAndSleepsLastAsLongAsTheySay) {
@@ -66,20 +38,6 @@ TEST(Clock, WaitsAndSleepsLastAsLongAsTheySay) {
   Sleep(60);
   // The tick count moves in steps of up to 16 ms on Windows.
   EXPECT_GE(GetTickCount64() - start, 100u);
-}
-
-TEST(Clock, PollingEnds) {
-  const UniqueEvent event = CreateManualResetEvent();
-  ULONGLONG start = GetTickCount64();
-  while (GetTickCount64() - start < 40) {
-  }
-  start = GetTickCount64();
-  while (GetTickCount64() - start < 40)
-    Sleep(0);
-  SYSTEMTIME time{};
-  GetLocalTime(&time);
-  EXPECT_GE(time.wYear, 2025);
-  EXPECT_LE(time.wDayOfWeek, 6);
 }
 
 }  // namespace
