@@ -16,6 +16,10 @@ DeviceOptions Keyboard::Options() {
   options.firmware.cid_mid_flag = true;
   options.flash = FlashImage::KeyboardDefault();
   options.boot.product_id = 0xB008;
+  // With the keyboard's bit, as in its reply, which is to be the exact echo.
+  const uint8_t one = 1;
+  const Frame reset = MakeFrame(command::kUpdateMode, kKeyboardBit | 1, {&one, 1});
+  options.boot.reset_command.assign(reset.begin(), reset.end());
   return options;
 }
 
