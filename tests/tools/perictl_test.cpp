@@ -53,7 +53,8 @@ TEST(Perictl, EveryWayToFailHasItsCodeAndOneLine) {
 TEST(Perictl, HelpNamesEveryExitCode) {
   const PerictlRun run = RunPerictl("--help");
   EXPECT_EQ(run.exit_code, 0);
-  for (const char* row : {"  0  success", "  3  no such device", "  9  a firmware upgrade"}) {
+  for (const char* row : {"  0  success", "  3  no such device", "  9  the device did not take",
+                          " 12  the device stopped"}) {
     EXPECT_NE(run.out.find(row), std::string::npos) << row;
   }
 }
@@ -132,11 +133,19 @@ TEST(Perictl, DemoSetsReadsAndRestores) {
   }
 }
 
+TEST(Perictl, DemoUpgradesAKeyboardToo) {
+  const PerictlRun run = RunPerictl("demo --json --virtual=keyboard");
+  EXPECT_EQ(run.exit_code, 0) << run.err;
+  const Json upgrade = run.Document()["upgrade"];
+  EXPECT_EQ(upgrade["version"], Json({{"before", "1.02"}, {"after", "1.03"}}));
+  EXPECT_EQ(upgrade["events"].back()["event"], "success");
+}
+
 TEST(Perictl, DemoIsReadable) {
   const PerictlRun run = RunPerictl("demo");
   EXPECT_EQ(run.exit_code, 0);
-  for (const char* part :
-       {"Finding the device", "firmware version      1.02", "address", "80 %", "restored"}) {
+  for (const char* part : {"Finding the device", "firmware version      1.02", "address", "80 %",
+                           "restored", "was 1.02; is 1.03"}) {
     EXPECT_NE(run.out.find(part), std::string::npos) << part;
   }
 }

@@ -19,8 +19,10 @@ constexpr Row kRows[] = {
     {ExitCode::kNonsense, "nonsense", "the device answers nonsense"},
     {ExitCode::kRefused, "refused", "the device refused, or kept another setting"},
     {ExitCode::kFile, "file", "a file can't be used"},
-    {ExitCode::kUpgrade, "upgrade", "a firmware upgrade did not succeed"},
+    {ExitCode::kUpgrade, "upgrade", "the device did not take a firmware upgrade"},
     {ExitCode::kDiffers, "differs", "configurations differ (config diff)"},
+    {ExitCode::kDamagedFile, "damaged-file", "an upgrade file is damaged; nothing was sent"},
+    {ExitCode::kTimedOut, "timed-out", "the device stopped answering during an upgrade"},
 };
 
 }  // namespace
@@ -35,7 +37,8 @@ const char* ExitCodeName(ExitCode code) {
 std::string ExitCodeHelp() {
   std::string text = "Exit codes:\n";
   for (const Row& row : kRows) {
-    text += "  " + std::to_string(static_cast<int>(row.code)) + "  " + row.meaning + "\n";
+    const std::string number = std::to_string(static_cast<int>(row.code));
+    text += std::string(3 - number.size(), ' ') + number + "  " + row.meaning + "\n";
   }
   text.pop_back();
   return text;

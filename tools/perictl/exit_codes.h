@@ -17,8 +17,10 @@ enum class ExitCode : int {
   kNonsense = 6,  // the device answers with something that is no answer
   kRefused = 7,   // the device answered that it won't, or kept another setting than the one sent
   kFile = 8,      // a file can't be read or written, or holds something else
-  kUpgrade = 9,   // a firmware upgrade ended without success
+  kUpgrade = 9,   // the device did not take a firmware upgrade
   kDiffers = 10,  // no failure: two configurations that were compared differ
+  kDamagedFile = 11,  // an upgrade file is damaged, truncated or none; nothing was sent
+  kTimedOut = 12,     // a firmware upgrade ended because the device stopped answering
 };
 
 // Short name of a code, for --json.

@@ -1,4 +1,5 @@
-// Ctrl-C, as a wish that a command grants when it has put everything back.
+// What may end the process from outside, as a wish that a command grants when it has put everything
+// back.
 #ifndef PERILINK_TOOLS_PERICTL_INTERRUPT_H_
 #define PERILINK_TOOLS_PERICTL_INTERRUPT_H_
 
@@ -16,6 +17,16 @@ class InterruptGuard {
 
 // Whether Ctrl-C has come.
 bool Interrupted();
+
+// While it lives, output that nobody reads any more is merely lost; otherwise it may end the
+// process. One lives at a time.
+class BrokenPipeGuard {
+ public:
+  BrokenPipeGuard();
+  ~BrokenPipeGuard();
+  BrokenPipeGuard(const BrokenPipeGuard&) = delete;
+  BrokenPipeGuard& operator=(const BrokenPipeGuard&) = delete;
+};
 
 }  // namespace perictl
 

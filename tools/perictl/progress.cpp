@@ -10,7 +10,12 @@ namespace perictl {
 Progress::Progress(std::string what) : what_(std::move(what)), terminal_(IsTerminal(stderr)) {}
 
 Progress::~Progress() {
+  Hide();
+}
+
+void Progress::Hide() {
   if (shown_ >= 0) std::fprintf(stderr, "\r\033[K");
+  shown_ = -1;
 }
 
 void Progress::Show(int percent) {

@@ -15,6 +15,8 @@ class Progress {
 
   // Draws the line if it would change. 0 to 100.
   void Show(int percent);
+  // Makes room for lines of another kind; the next Show draws it again.
+  void Hide();
 
  private:
   const std::string what_;

@@ -51,7 +51,8 @@ void Report::Event(const std::string& text, const Json& value) {
 }
 
 void Report::Finish() {
-  if (json_ && !(streamed_ && document_.empty())) out_ << Dump(document_, 2) << '\n';
+  if (json_ && !(streamed_ && document_.empty()))
+    out_ << Dump(document_, streamed_ ? -1 : 2) << '\n';
   out_.flush();
 }
 

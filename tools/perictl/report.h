@@ -27,6 +27,8 @@ class Report {
   // A line for people only.
   void Remark(const std::string& text);
 
+  // What follows are events, and whatever the report holds besides comes as one line too.
+  void BeginEvents() { streamed_ = true; }
   // For watches, which have no end: the line, or the value as a JSON object of a line, at once.
   void Event(const std::string& text, const Json& value);
 

@@ -1,12 +1,10 @@
 #include "server_session.h"
 
 #include <cstring>
-#include <deque>
-#include <mutex>
 
 #include "exit_codes.h"
+#include "inbox.h"
 #include "perilink/server.h"
-#include "system.h"
 
 namespace perictl {
 namespace {
@@ -15,44 +13,17 @@ namespace {
 constexpr uint32_t kEndTimeoutMs = 5000;
 
 // Between the server's thread, which fills it, and the session's.
-class Inbox {
- public:
-  static Inbox& Instance() {
-    // Never destroyed: the server's thread may still run when the process ends.
-    static Inbox* const inbox = new Inbox;
-    return *inbox;
-  }
-
-  void Clear() {
-    const std::lock_guard lock(mutex_);
-    reports_.clear();
-  }
-  void Put(ServerReport report) {
-    const std::lock_guard lock(mutex_);
-    reports_.push_back(std::move(report));
-    SetEvent(filled_);
-  }
-  std::optional<ServerReport> TryTake() {
-    const std::lock_guard lock(mutex_);
-    if (reports_.empty()) return std::nullopt;
-    ServerReport report = std::move(reports_.front());
-    reports_.pop_front();
-    return report;
-  }
-  void WaitForMore(uint32_t timeout_ms) { WaitForSingleObject(filled_, timeout_ms); }
-
- private:
-  std::mutex mutex_;
-  std::deque<ServerReport> reports_;
-  const HANDLE filled_ = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-};
+Inbox<ServerReport>& Reports() {
+  static auto* const inbox = new Inbox<ServerReport>;
+  return *inbox;
+}
 
 void PERILINK_CALL OnReport(const uint8_t* frame, uint32_t frame_length, const uint8_t* data,
                             uint32_t data_length) {
   ServerReport report;
   if (frame_length == sizeof report.frame) std::memcpy(&report.frame, frame, frame_length);
   report.data.assign(data, data + data_length);
-  Inbox::Instance().Put(std::move(report));
+  Reports().Put(std::move(report));
 }
 
 std::wstring Widen(const std::string& text) {
@@ -66,7 +37,7 @@ std::wstring Widen(const std::string& text) {
 }  // namespace
 
 ServerSession::ServerSession(const std::string& path, bool keyboard)
-    : keyboard_(keyboard), thread_((Inbox::Instance().Clear(), Start(path))) {
+    : keyboard_(keyboard), thread_((Reports().Clear(), Start(path))) {
   if (thread_ == 0) throw Failure(ExitCode::kInternal, "the background server can't be started");
 }
 
@@ -89,14 +60,7 @@ void ServerSession::Reopen(const std::string& path) {
 }
 
 std::optional<ServerReport> ServerSession::Next(uint32_t timeout_ms) {
-  Inbox& inbox = Inbox::Instance();
-  const uint64_t end_ms = GetTickCount64() + timeout_ms;
-  while (true) {
-    if (std::optional<ServerReport> report = inbox.TryTake()) return report;
-    const uint64_t now_ms = GetTickCount64();
-    if (now_ms >= end_ms) return std::nullopt;
-    inbox.WaitForMore(static_cast<uint32_t>(end_ms - now_ms));
-  }
+  return Reports().Next(timeout_ms);
 }
 
 }  // namespace perictl

@@ -2,11 +2,19 @@
 
 #include <cstdio>
 
+#include "common/escaped_text.h"
+
 namespace perictl {
 
 std::string Hex16(unsigned value) {
   char text[16];
   std::snprintf(text, sizeof text, "%04x", value & 0xFFFF);
+  return text;
+}
+
+std::string Hex32(uint32_t value) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%08x", static_cast<unsigned>(value));
   return text;
 }
 
@@ -19,6 +27,11 @@ std::string HexBytes(std::span<const uint8_t> bytes, char separator) {
     text += digits;
   }
   return text;
+}
+
+std::string SafeText(std::string_view bytes) {
+  return perilink::tools::EscapeText(
+      {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
 }
 
 std::string VersionText(int32_t version) {

@@ -2,6 +2,7 @@
 #ifndef PERILINK_TOOLS_PERICTL_VIRTUAL_DEVICES_H_
 #define PERILINK_TOOLS_PERICTL_VIRTUAL_DEVICES_H_
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,10 @@ void StartVirtualTime();
 
 // Plugs the device in; it stays until the process ends. What is saved about it goes with it.
 void PlugVirtualDevice(const VirtualChoice& choice);
+
+// An upgrade file with a small firmware for it, one version on from its own; empty when there is no
+// such device.
+std::vector<uint8_t> VirtualUpgradeFile();
 
 // Makes these faults happen to it, times counted from now. False when there is no such device.
 bool HappenToVirtualDevice(const std::string& faults);

@@ -15,11 +15,12 @@ void AddBatteryCommand(CLI::App& app, Context& context);
 void AddEventsCommand(CLI::App& app, Context& context);
 void AddConfigCommand(CLI::App& app, Context& context);
 void AddMacroCommand(CLI::App& app, Context& context);
+void AddUpgradeCommand(CLI::App& app, Context& context);
 void AddDemoCommand(CLI::App& app, Context& context);
 
 inline constexpr void (*kAddCommands[])(CLI::App&, Context&) = {
     AddListCommand,   AddInfoCommand,  AddBatteryCommand, AddEventsCommand,
-    AddConfigCommand, AddMacroCommand, AddDemoCommand,
+    AddConfigCommand, AddMacroCommand, AddUpgradeCommand, AddDemoCommand,
 };
 
 }  // namespace perictl

@@ -17,6 +17,7 @@ struct DemoState {
 void DemoFind(DemoState& state);
 void DemoRead(DemoState& state);
 void DemoSettings(DemoState& state);
+void DemoUpgrade(DemoState& state);
 
 struct DemoStep {
   const char* key;
@@ -28,6 +29,7 @@ inline constexpr DemoStep kDemoSteps[] = {
     {"find", "Finding the device", DemoFind},
     {"device", "Reading the device", DemoRead},
     {"receiver", "Setting the receiver, and setting it back", DemoSettings},
+    {"upgrade", "Upgrading the firmware", DemoUpgrade},
 };
 
 }  // namespace perictl

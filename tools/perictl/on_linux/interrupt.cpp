@@ -10,6 +10,7 @@ constexpr int kSignals[] = {SIGINT, SIGTERM};
 
 volatile std::sig_atomic_t interrupted = 0;
 struct sigaction before[std::size(kSignals)];
+struct sigaction pipe_before;
 
 }  // namespace
 
@@ -28,6 +29,16 @@ InterruptGuard::~InterruptGuard() {
 
 bool Interrupted() {
   return interrupted != 0;
+}
+
+BrokenPipeGuard::BrokenPipeGuard() {
+  struct sigaction action {};
+  action.sa_handler = SIG_IGN;
+  sigaction(SIGPIPE, &action, &pipe_before);
+}
+
+BrokenPipeGuard::~BrokenPipeGuard() {
+  sigaction(SIGPIPE, &pipe_before, nullptr);
 }
 
 }  // namespace perictl

@@ -10,14 +10,23 @@
 
 #include "perilink_platform/registry.h"
 #include "perilink_platform/world.h"
+#include "sim/device_guard.h"
 #include "sim/keyboard.h"
 #include "sim/mouse.h"
+#include "sim/upgrade_file.h"
+#include "sim/virtual_firmware.h"
 
 namespace perictl {
 namespace {
 
 namespace platform = perilink::platform;
 namespace sim = perilink::sim;
+
+void RefusePacket(sim::Exchange& exchange) {
+  exchange.replies.resize(1);
+  sim::Bytes& report = exchange.replies[0].report;
+  report = {report[0], 0x5A, 0xA5, sim::BootLoader::kBadPacket};
+}
 
 // What can happen to a device, at the start or at a time.
 struct Fault {
@@ -42,7 +51,14 @@ constexpr Fault kFaults[] = {
     {"nonsense", [](sim::Device& device) { device.faults().CorruptChecksum(sim::Always()); }},
     // Answers two requests and is gone.
     {"vanishing", [](sim::Device& device) { device.faults().UnplugAfter(sim::At(3)); }},
-    {"healed", [](sim::Device& device) { device.faults().Heal(); }},
+    // The boot loader takes packets without a word, or refuses them.
+    {"boot-silent", [](sim::Device& device) { device.boot_faults().Silence(); }},
+    {"boot-error", [](sim::Device& device) { device.boot_faults().OnReply(RefusePacket); }},
+    {"healed",
+     [](sim::Device& device) {
+       device.faults().Heal();
+       device.boot_faults().Heal();
+     }},
 };
 
 struct TimedFault {
@@ -152,6 +168,16 @@ void PlugVirtualDevice(const VirtualChoice& choice) {
   }
   device->Plug();
   if (!choice.fault.empty()) HappenToVirtualDevice(choice.fault);
+}
+
+std::vector<uint8_t> VirtualUpgradeFile() {
+  constexpr size_t kFirmwareSize = 4096;
+  if (device == nullptr) return {};
+  const sim::DeviceGuard guard;
+  const auto version = static_cast<uint16_t>(device->firmware().options().version + 1);
+  return sim::UpgradeFileBuilder(
+             sim::ImageFor(*device, sim::MakeVirtualFirmware(version, kFirmwareSize)))
+      .Build();
 }
 
 bool HappenToVirtualDevice(const std::string& faults) {

@@ -28,4 +28,8 @@ bool Interrupted() {
   return interrupted;
 }
 
+// Writing to such a pipe fails here in any case.
+BrokenPipeGuard::BrokenPipeGuard() = default;
+BrokenPipeGuard::~BrokenPipeGuard() = default;
+
 }  // namespace perictl

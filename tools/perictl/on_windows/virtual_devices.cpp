@@ -17,6 +17,9 @@ std::string CheckVirtualFaults(const std::string&) {
 }
 void StartVirtualTime() {}
 void PlugVirtualDevice(const VirtualChoice&) {}
+std::vector<uint8_t> VirtualUpgradeFile() {
+  return {};
+}
 bool HappenToVirtualDevice(const std::string&) {
   return false;
 }

@@ -1,0 +1,62 @@
+// The demo's last step: gives the virtual device new firmware, with which it comes back.
+#include "commands/demo_steps.h"
+#include "device.h"
+#include "exit_codes.h"
+#include "perilink/finder.h"
+#include "system.h"
+#include "text.h"
+#include "upgrade_file.h"
+#include "upgrade_run.h"
+#include "virtual_devices.h"
+
+namespace perictl {
+namespace {
+
+constexpr uint32_t kTimeoutMs = 5000;
+constexpr uint64_t kReturnMs = 5000;
+constexpr uint32_t kPollMs = 50;
+
+int32_t ReadVersion(const std::string& path) {
+  const int32_t version = UsbFinderC_GetVersion(path.c_str());
+  if (version == 0) FailUnanswered(path, "its version");
+  return version;
+}
+
+// The device restarts with its new firmware, and its interfaces come back somewhat later.
+std::string AwaitReturn(const Context& context) {
+  const uint64_t start_ms = GetTickCount64();
+  while (MatchingInterfaces(context.selection).empty() && GetTickCount64() - start_ms < kReturnMs)
+    Sleep(kPollMs);
+  return SelectDevice(context);
+}
+
+}  // namespace
+
+void DemoUpgrade(DemoState& state) {
+  Report& report = state.context.report;
+  const UpgradeFile file = CheckUpgradeFile(VirtualUpgradeFile());
+  if (file.bytes.empty()) {
+    report.Fact("skipped", "skipped", "a real device keeps its firmware; see 'perictl upgrade'",
+                true);
+    return;
+  }
+  RequireSound(file, "the demo's file");
+  const int32_t before = ReadVersion(state.path);
+  const UpgradeImage& image = file.images.front();
+  report.Fact("packets", "packets", std::to_string(image.PacketCount()), image.PacketCount());
+  const UpgradeBar bar = report.json() ? UpgradeBar::kNone : UpgradeBar::kOnTerminal;
+  RunUpgrade(file, kTimeoutMs, bar, [&report](const std::string& text, const Json& value) {
+    if (!text.empty()) report.Item("events", text, value);
+  });
+  state.path = AwaitReturn(state.context);
+  const int32_t after = ReadVersion(state.path);
+  if (after == before) {
+    throw Failure(ExitCode::kUpgrade,
+                  "the device still has version " + VersionText(after) + " after its upgrade");
+  }
+  report.Fact("version", "firmware version",
+              "was " + VersionText(before) + "; is " + VersionText(after),
+              {{"before", VersionText(before)}, {"after", VersionText(after)}});
+}
+
+}  // namespace perictl
