@@ -29,7 +29,6 @@ struct Script {
 TEST(Faults, ScriptedFaultsHappenOnTheirOccasions) {
   const Frame stray = MakeFrame(command::kRssi, 1);
   const Script scripts[] = {
-      {"none", [](Faults&) {}, {"v", "v"}},
       {"drop", [](Faults& f) { f.Drop(Next(2)); }, {"", "", "v"}},
       {"checksum", [](Faults& f) { f.CorruptChecksum(At(3)); }, {"v", "v", "s", "v"}},
       {"data", [](Faults& f) { f.CorruptData(At(2)); }, {"v", "?", "v"}},
@@ -39,10 +38,10 @@ TEST(Faults, ScriptedFaultsHappenOnTheirOccasions) {
       {"duplicate", [](Faults& f) { f.Duplicate(Next()); }, {"vv", "v"}},
       {"truncate", [](Faults& f) { f.Truncate(Next(), 1); }, {"?", "v"}},
       {"ignore", [](Faults& f) { f.Ignore(At(2)); }, {"v", "", "v"}},
+      {"late", [](Faults& f) { f.AnswerAfter(At(2), 12'000); }, {"v", "", "vv"}},
       {"silence", [](Faults& f) { f.Silence(); }, {"", "", ""}},
       {"from", [](Faults& f) { f.Drop(From(3)); }, {"v", "v", "", ""}},
       {"command filter", [](Faults& f) { f.Drop(Always().For(command::kRssi)); }, {"v", "v"}},
-      {"other echo", [](Faults& f) { f.EchoDiffers(Always()); }, {"v", "v"}},
       // Each counts its own occasions; a dropped reply is an occasion for the others as well.
       {"drop, then checksum",
        [](Faults& f) { f.Drop(Next(1)).CorruptChecksum(At(2)).Duplicate(At(2)); },
@@ -62,38 +61,6 @@ TEST(Faults, ScriptedFaultsHappenOnTheirOccasions) {
     host.Exchange(MakeFrame(command::kVersion, 0));
     EXPECT_EQ(Shape(host), "v");
   }
-}
-
-TEST(Faults, ALateAnswerComesToTheMicrosecondAndAnEchoDiffersOnce) {
-  Mouse mouse;
-  mouse.Plug();
-  RawHost host(mouse.CommandPath());
-  mouse.faults().AnswerAfter(Next(), 140'000);
-  const uint64_t start = platform::NowMicros();
-  ASSERT_EQ(host.Exchange(MakeFrame(command::kVersion, 0), 200), 1u);
-  EXPECT_EQ(host.arrived[0].at_micros, start + 140'000);
-
-  mouse.faults().EchoDiffers(Next());
-  const Bytes data = {3, 0x52};
-  const Frame write = MakeFrame(command::kWriteMemory, 2, data, 4);
-  for (const bool same : {false, true}) {
-    ASSERT_EQ(host.Exchange(write), 1u);
-    EXPECT_TRUE(IsSealed(host.arrived[0].report));
-    EXPECT_EQ(host.arrived[0].report == Bytes(write.begin(), write.end()), same);
-  }
-}
-
-TEST(Faults, UnplugsAfterARequestAndFailsOpens) {
-  Mouse mouse;
-  mouse.Plug();
-  RawHost host(mouse.CommandPath());
-  mouse.faults().UnplugAfter(At(2)).FailOpen(Next());
-  EXPECT_EQ(RawHost(mouse.CommandPath()).open_error, 5u);
-  EXPECT_EQ(RawHost(mouse.CommandPath()).open_error, 0u);
-  EXPECT_EQ(host.Exchange(MakeFrame(command::kVersion, 0)), 1u);
-  EXPECT_EQ(host.Write(MakeFrame(command::kVersion, 0)), 0u);
-  EXPECT_TRUE(host.removed);
-  EXPECT_EQ(mouse.mode(), Mode::kUnplugged);
 }
 
 TEST(Faults, LosingPowerLeavesAFlashWriteUndoneOrTorn) {

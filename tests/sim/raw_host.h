@@ -3,7 +3,6 @@
 #define PERILINK_TESTS_SIM_RAW_HOST_H_
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -39,10 +38,6 @@ class RawHost : public platform::HidInputSink {
   DWORD Write(std::span<const uint8_t> report) {
     const DeviceGuard guard;
     return connection_ ? connection_->WriteOutputReport(report) : ~0u;
-  }
-  DWORD WriteFeature(std::span<const uint8_t> report) {
-    const DeviceGuard guard;
-    return connection_ ? connection_->SetFeatureReport(report) : ~0u;
   }
 
   // Writes a request and waits; what came back meanwhile stands in `arrived`.
