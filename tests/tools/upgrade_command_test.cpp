@@ -148,6 +148,10 @@ TEST_F(UpgradeCommand, RunTellsItsNoticesAndKeepsTheLog) {
   const std::string log = ReadText(log_);
   EXPECT_EQ(log.rfind("File check init\n", 0), 0u);
   EXPECT_EQ(log.substr(log.size() - 20), "All Upgrade Success\n");
+
+  const std::string before = ReadText(file_);
+  EXPECT_EQ(RunPerictl("upgrade run " + file_ + " --log " + file_).exit_code, 2);
+  EXPECT_EQ(ReadText(file_), before);
 }
 
 TEST_F(UpgradeCommand, EveryFailureHasItsCodeAndItsEvents) {

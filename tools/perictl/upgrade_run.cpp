@@ -88,7 +88,7 @@ class Upgrade {
  private:
   bool Take(const UpgradeEvent& event);
   bool TakeResult(const UpgradeEvent& result);
-  void Tell(const std::string& text, Json details);
+  void Tell(const std::string& text, const Json& details);
   void TellInterruption();
   void RequireLife();
 
@@ -166,7 +166,7 @@ bool Upgrade::TakeResult(const UpgradeEvent& result) {
   throw Failure(outcome.code, outcome.text);
 }
 
-void Upgrade::Tell(const std::string& text, Json details) {
+void Upgrade::Tell(const std::string& text, const Json& details) {
   const uint64_t at_ms = GetTickCount64() - start_ms_;
   char head[40];
   std::snprintf(head, sizeof head, "%9.3f s  ", static_cast<double>(at_ms) / 1000);

@@ -1,5 +1,6 @@
 // perictl upgrade: shows what an upgrade file holds, and upgrades the device that it is for.
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -131,6 +132,10 @@ void Upgrade(Context& context, const Options& options) {
 
 void Run(Context& context, const Options& options) {
   context.report.BeginEvents();
+  std::error_code no_such_file;
+  if (std::filesystem::equivalent(options.file, options.log, no_such_file)) {
+    throw Failure(ExitCode::kUsage, "the log would take the place of the upgrade file");
+  }
   LogFile log(options.log);
   std::optional<Failure> failure;
   try {
