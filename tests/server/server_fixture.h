@@ -100,7 +100,6 @@ class ServerTest : public RegistryTest {
     self.Deliver(echo ? written : read ? ReplyTo(written, {0x11}) : Answer(written, {0x11}), 1);
     return 0;
   }
-  static DWORD Ignore(ScriptedDevice&, const Report&) { return 0; }
 
   // The commands written, and the clock's milliseconds between them.
   std::vector<int> WrittenCommands() const {

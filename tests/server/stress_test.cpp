@@ -29,64 +29,51 @@ void PERILINK_CALL OnReport(const uint8_t* frame, uint32_t, const uint8_t* data,
   if (frame[1] == 0x12) UsbServer_ReadOnLine();
 }
 
-class Host {
- public:
-  Host(const sim::Mouse& mouse, uint32_t seed)
-      : path_(mouse.CommandPath()), narrow_(mouse.CommandPathNarrow()), random_(seed) {}
+void CloseThread(uintptr_t thread) {
+  if (thread != 0) CloseHandle(reinterpret_cast<HANDLE>(thread));
+}
 
-  void Act() {
-    const auto value = static_cast<uint8_t>(random_());
-    const uint32_t voltages[21] = {};
-    QueueEntry entry;
-    const std::function<void()> actions[] = {
-        [&] { CloseThread(UsbServer_Start(path_, path_, OnReport)); },
-        [&] { CloseThread(UsbServer_KeyboardStart(path_, path_, OnReport)); },
-        [&] { UsbServerC_Start(narrow_.c_str(), narrow_.c_str(), OnReport); },
-        [&] { CS_UsbServer_Start(narrow_.c_str(), "", nullptr); },
-        [&] { UsbServer_Exit(); },
-        [&] { CS_UsbServer_SetThreadSleepTime(1 + value % 8); },
-        [&] { UsbServer_GetCurrentInputDevice(text_); },
-        [&] { SafeArrayDestroy(CS_UsbServer_GetCurrentOutputDevice()); },
-        [&] { UsbServer_ReadEncryption(); },
-        [&] { UsbServer_SetDeviceDescriptorString(L"a text of more than ten"); },
-        [&] { UsbServer_ReadAllFlashData(); },
-        [&] { UsbServer_ReadFalshData(value, value, 0); },
-        [&] { UsbServer_SetPCDriverStatus(value % 2); },
-        [&] { UsbServer_ReadBatteryLevel(); },
-        [&] { UsbServer_ReadVersion(); },
-        [&] { UsbServer_SetData(0x07, narrow_bytes_, value % 12); },
-        [&] {
-          UsbServer_InitWriteCommand(&entry);
-          UsbServer_WriteCommand(&entry);
-        },
-        [&] { ProtocolDataUpdate(&record_); },
-        [&] { CS_ProtocolDataCompareUpdate(&record_, &previous_); },
-        [&] { SetDllProtocolData(&record_); },
-        [&] { UsbServer_SetBatteryOptimizeEnable(value); },
-        [&] { UsbServer_SetBatteryOptimizeSection(voltages); },
-        [&] { UsbServer_SetBatteryOptimizeLastBattery(value, value); },
-        [&] { UsbServer_SetBatteryOptimizeParam(value, value, value); },
-        [&] { CS_UsbServer_ReStartBatteryOptimize(); },
-        [&] { value % 2 ? UsbFinder_SetKeyboardMode() : UsbFinder_SetMouseMode(); },
-        [&] { record_.report_rate = value; },
-        [&] { UsbServer_GetData(value % 12); },
-    };
-    actions[random_() % std::size(actions)]();
-  }
-
- private:
-  static void CloseThread(uintptr_t thread) {
-    if (thread != 0) CloseHandle(reinterpret_cast<HANDLE>(thread));
-  }
-
-  const std::wstring path_;
-  const std::string narrow_;
-  const uint8_t narrow_bytes_[12] = {};
-  std::mt19937 random_;
-  std::wstring text_;
-  ProtocolData record_{};
-  ProtocolData previous_{};
-};
+void Act(const sim::Mouse& mouse, std::mt19937& random, ProtocolData& record) {
+  const std::wstring path = mouse.CommandPath();
+  const std::string narrow = mouse.CommandPathNarrow();
+  const auto value = static_cast<uint8_t>(random());
+  const uint32_t voltages[21] = {};
+  const uint8_t data[12] = {};
+  std::wstring text;
+  ProtocolData previous{};
+  QueueEntry entry;
+  const std::function<void()> actions[] = {
+      [&] { CloseThread(UsbServer_Start(path, path, OnReport)); },
+      [&] { CloseThread(UsbServer_KeyboardStart(path, path, OnReport)); },
+      [&] { UsbServerC_Start(narrow.c_str(), narrow.c_str(), OnReport); },
+      [&] { CS_UsbServer_Start(narrow.c_str(), "", nullptr); },
+      [&] { UsbServer_Exit(); },
+      [&] { CS_UsbServer_SetThreadSleepTime(1 + value % 8); },
+      [&] { UsbServer_GetCurrentInputDevice(text); },
+      [&] { SafeArrayDestroy(CS_UsbServer_GetCurrentOutputDevice()); },
+      [&] { UsbServer_ReadEncryption(); },
+      [&] { UsbServer_SetDeviceDescriptorString(L"a text of more than ten"); },
+      [&] { UsbServer_ReadAllFlashData(); },
+      [&] { UsbServer_ReadFalshData(value, value, 0); },
+      [&] { UsbServer_SetPCDriverStatus(value % 2); },
+      [&] { UsbServer_ReadBatteryLevel(); },
+      [&] { UsbServer_ReadVersion(); },
+      [&] { UsbServer_SetData(0x07, data, value % 12); },
+      [&] { UsbServer_InitWriteCommand(&entry), UsbServer_WriteCommand(&entry); },
+      [&] { ProtocolDataUpdate(&record); },
+      [&] { CS_ProtocolDataCompareUpdate(&record, &previous); },
+      [&] { SetDllProtocolData(&record); },
+      [&] { UsbServer_SetBatteryOptimizeEnable(value); },
+      [&] { UsbServer_SetBatteryOptimizeSection(voltages); },
+      [&] { UsbServer_SetBatteryOptimizeLastBattery(value, value); },
+      [&] { UsbServer_SetBatteryOptimizeParam(value, value, value); },
+      [&] { CS_UsbServer_ReStartBatteryOptimize(); },
+      [&] { value % 2 ? UsbFinder_SetKeyboardMode() : UsbFinder_SetMouseMode(); },
+      [&] { record.report_rate = value; },
+      [&] { UsbServer_GetData(value % 12); },
+  };
+  actions[random() % std::size(actions)]();
+}
 
 class Stress : public RegistryTest {};
 
@@ -100,9 +87,10 @@ TEST_F(Stress, HostsAndDevicesAtOnce) {
   std::vector<std::thread> hosts;
   for (uint32_t seed = 1; seed <= 3; ++seed) {
     hosts.emplace_back([&, seed] {
-      Host host(mouse, seed);
+      std::mt19937 random(seed);
+      ProtocolData record{};
       for (int i = 0; running(); ++i) {
-        host.Act();
+        Act(mouse, random, record);
         if (i % 4 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(2));
       }
     });

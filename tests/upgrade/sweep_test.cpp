@@ -14,38 +14,32 @@ struct Fault {
   std::function<bool(size_t packet)> survives;
 };
 
-bool Always(size_t) {
-  return true;
-}
-bool Never(size_t) {
-  return false;
-}
+const auto kAlways = [](size_t) { return true; };
+const auto kNever = [](size_t) { return false; };
 
 const Fault kFaults[] = {
-    {"reply dropped", [](auto& m, size_t i) { m.boot_faults().Drop(sim::At(i + 1)); }, Never},
-    {"reply of no known kind",
-     [](auto& m, size_t i) { m.boot_faults().WrongCommand(sim::At(i + 1)); }, Never},
-    {"reply with other data",
-     [](auto& m, size_t i) { m.boot_faults().CorruptData(sim::At(i + 1)); }, Always},
-    {"reply duplicated", [](auto& m, size_t i) { m.boot_faults().Duplicate(sim::At(i + 1)); },
-     Always},
+    {"reply dropped", [](auto& m, size_t i) { m.boot_faults().Drop(sim::At(i + 1)); }, kNever},
+    {"unknown kind", [](auto& m, size_t i) { m.boot_faults().WrongCommand(sim::At(i + 1)); },
+     kNever},
+    {"other data", [](auto& m, size_t i) { m.boot_faults().CorruptData(sim::At(i + 1)); }, kAlways},
+    {"duplicated", [](auto& m, size_t i) { m.boot_faults().Duplicate(sim::At(i + 1)); }, kAlways},
     // The last packet's late reply is lost: the device has restarted by then.
-    {"reply late", [](auto& m, size_t i) { m.boot_faults().AnswerAfter(sim::At(i + 1), 340'000); },
+    {"late", [](auto& m, size_t i) { m.boot_faults().AnswerAfter(sim::At(i + 1), 340'000); },
      [](size_t i) { return i != kLast; }},
-    {"reply too late",
-     [](auto& m, size_t i) { m.boot_faults().AnswerAfter(sim::At(i + 1), 2'500'000); }, Never},
+    {"too late", [](auto& m, size_t i) { m.boot_faults().AnswerAfter(sim::At(i + 1), 2'500'000); },
+     kNever},
     {"echo differs once",
      [](auto& m, size_t i) { m.boot_faults().EchoDiffers(sim::At(std::max<size_t>(i, 1))); },
-     Always},
+     kAlways},
     {"echo differs ten times",
      [](auto& m, size_t i) {
        m.boot_faults().EchoDiffers({std::max<size_t>(i, 1), 10, {}});
      },
      [](size_t i) { return i == kLast; }},
-    {"write fails", [](auto& m, size_t i) { m.boot_faults().FailWrite(sim::At(i + 1)); }, Always},
+    {"write fails", [](auto& m, size_t i) { m.boot_faults().FailWrite(sim::At(i + 1)); }, kAlways},
     {"every write fails", [](auto& m, size_t i) { m.boot_faults().FailWrite(sim::From(i + 1)); },
-     Never},
-    {"unplugged", [](auto& m, size_t i) { m.boot_faults().UnplugAfter(sim::At(i + 1)); }, Never},
+     kNever},
+    {"unplugged", [](auto& m, size_t i) { m.boot_faults().UnplugAfter(sim::At(i + 1)); }, kNever},
 };
 
 uint64_t LastWriteMs(const sim::Mouse& mouse, uint64_t start_ms) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <functional>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@
 #include "sim/mouse.h"
 #include "sim/upgrade_file.h"
 #include "sim/virtual_firmware.h"
+#include "support/interop_values.h"
 #include "upgrade/turn.h"
 
 namespace perilink::testing {
@@ -82,34 +84,16 @@ inline Events WithoutProgress() {
 inline Lines RawLog() {
   uint32_t count = 0;
   char** lines = UsbUpgradeC_GetLogs(&count);
-  Lines log(lines, lines + count);
-  UsbFinderC_Free(lines, static_cast<int32_t>(count));
-  return log;
-}
-
-inline bool StartsWithTimestamp(const std::string& line) {
-  static constexpr char kPattern[] = "dddd-dd-dd dd:dd:dd ddd";
-  if (line.size() < sizeof(kPattern) - 1) return false;
-  for (size_t i = 0; i + 1 < sizeof(kPattern); ++i) {
-    const bool digit = line[i] >= '0' && line[i] <= '9';
-    if (kPattern[i] == 'd' ? !digit : line[i] != kPattern[i]) return false;
-  }
-  return true;
+  return TakeTexts(lines, count);
 }
 
 // The log with each timestamp as "T" and each usable handle's number as "H".
 inline Lines Log() {
+  static const std::regex time(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d \d{3})");
+  static const std::regex handle(R"((hDevice(Write|Read) ?=)[1-9]\d*)");
   Lines log = RawLog();
-  for (std::string& line : log) {
-    if (StartsWithTimestamp(line)) line = "T" + line.substr(23);
-    for (const char* name : {"hDeviceWrite=", "hDeviceWrite =", "hDeviceRead ="}) {
-      size_t at = line.find(name);
-      if (at == std::string::npos) continue;
-      at += std::char_traits<char>::length(name);
-      const size_t end = line.find_first_not_of("0123456789", at);
-      if (line[at] >= '1' && line[at] <= '9') line.replace(at, end - at, "H");
-    }
-  }
+  for (std::string& line : log)
+    line = std::regex_replace(std::regex_replace(line, time, "T"), handle, "$1H");
   return log;
 }
 
