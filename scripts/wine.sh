@@ -5,28 +5,32 @@
 set -euo pipefail
 
 wine=/usr/lib/wine/wine64
-export WINEPREFIX=$1
-export WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml='
+server=/usr/lib/wine/wineserver64
+mkdir -p "$1"
+WINEPREFIX=$(cd "$1" && pwd)
+export WINEPREFIX WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml='
 shift
 
 if [[ $1 == --stop ]]; then
-  [[ -d $WINEPREFIX ]] || exit 0
-  # wineserver tells by its exit code whether anything ran; either is fine.
-  /usr/lib/wine/wineserver64 -k || true
+  # It tells by its exit code whether anything ran; either is fine.
+  "$server" -k || true
   exit 0
 fi
 
-# Windows need no display. Several tests may come here at once: one makes the prefix.
-if [[ ! -e $WINEPREFIX/ready ]]; then
-  mkdir -p "$WINEPREFIX"
-  exec 9>"$WINEPREFIX/lock"
-  flock 9
-  if [[ ! -e $WINEPREFIX/ready ]]; then
-    # The server outlives one program, so that each test need not start it.
-    /usr/lib/wine/wineserver64 -p 9>&-
-    "$wine" reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f >&2 9>&-
-    touch "$WINEPREFIX/ready"
-  fi
-  exec 9>&-
+# Starts Wine's server and services before the program does: they outlive it, and would keep the
+# pipes open in which its caller waits for the end of its output. Makes the prefix the first time.
+start_wine() {
+  "$server" -p || return 0  # it runs already
+  # Windows need no display.
+  "$wine" reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f
+}
+
+# Several programs may come here at once.
+exec 9>"$WINEPREFIX/lock"
+flock 9
+if ! start_wine >"$WINEPREFIX/start.log" 2>&1 </dev/null 9>&-; then
+  cat "$WINEPREFIX/start.log" >&2
+  exit 1
 fi
+exec 9>&-
 exec "$wine" "$@"
