@@ -21,8 +21,16 @@ fi
 # pipes open in which its caller waits for the end of its output. Makes the prefix the first time.
 start_wine() {
   "$server" -p || return 0  # it runs already
-  # Windows need no display.
-  "$wine" reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f
+  if [[ ! -e $WINEPREFIX/ready ]]; then
+    # Windows need no display. The desktop that comes up with a new prefix has not been told so, and
+    # while it runs no window can be made: all is ended, and started again.
+    "$wine" reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f || return
+    "$server" -k || return
+    "$server" -w
+    touch "$WINEPREFIX/ready"
+    "$server" -p || return
+  fi
+  "$wine" cmd /c exit
 }
 
 # Several programs may come here at once.
