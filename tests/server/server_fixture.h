@@ -22,18 +22,11 @@ struct Callback {
   Report data;
 };
 
-// A scripted device that also tells when it is opened and closed.
+// A scripted device that also tells when it is closed.
 class HookedDevice : public ScriptedDevice {
  public:
   using ScriptedDevice::ScriptedDevice;
-  std::function<void()> on_open;
   std::function<void()> on_close;
-
-  DWORD OnOpen() override {
-    const DWORD error = ScriptedDevice::OnOpen();
-    if (on_open) std::exchange(on_open, {})();
-    return error;
-  }
   void OnClose() override {
     if (on_close) std::exchange(on_close, {})();
   }

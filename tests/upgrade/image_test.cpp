@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <random>
+#include <tuple>
 
 #include "perilink/upgrade.h"
 #include "sim/upgrade_file.h"
@@ -29,21 +30,18 @@ UpgradeImage ImageOf(size_t payload_size) {
 }
 
 TEST(ImageTest, HeaderCheck) {
-  struct Case {
-    uint32_t checked_length;
-    uint32_t checksum;
-    bool valid;
-  };
   Bytes image(8192);
   std::fill_n(image.begin() + 8, 18, uint8_t{0xFF});
   image[8191] = 0x1234 - 18 * 0xFF;  // the bytes from 8 on add up to 0x1234
-  for (const Case& c :
-       {Case{8192, 0x55554321, true}, Case{8192, 0x55554322, false}, Case{9, 0x55555456, true},
-        Case{8, 0x55555555, true}, Case{8, 0, false}, Case{0, 0x55555555, true},
-        Case{8193, 0, true}, Case{8193, 0x55554321, false}, Case{0xFFFFFFFF, 0, true}}) {
-    std::memcpy(image.data(), &c.checksum, 4);
-    std::memcpy(image.data() + 4, &c.checked_length, 4);
-    EXPECT_EQ(CheckImageHeader(image.data()), c.valid) << c.checked_length << " " << c.checksum;
+  const std::tuple<uint32_t, uint32_t, bool> rows[] = {
+      // checked length, checksum, verdict
+      {8192, 0x55554321, true},  {8192, 0x55554322, false}, {9, 0x55555456, true},
+      {8, 0x55555555, true},     {0, 0x55555555, true},     {8193, 0, true},
+      {8193, 0x55554321, false}, {0xFFFFFFFF, 0, true}};
+  for (const auto& [checked_length, checksum, valid] : rows) {
+    std::memcpy(image.data(), &checksum, 4);
+    std::memcpy(image.data() + 4, &checked_length, 4);
+    EXPECT_EQ(CheckImageHeader(image.data()), valid) << checked_length << " " << checksum;
   }
   EXPECT_FALSE(CheckImageHeader(nullptr));
 }
