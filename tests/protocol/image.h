@@ -1,13 +1,19 @@
-// Builds configuration images from records, from tables and code of its own: what the library's
-// parser and compare are held against.
+// Images of a virtual device's configuration memory, from records that a device can hold: what the
+// library's parser and compare are held against.
 #ifndef PERILINK_TESTS_PROTOCOL_IMAGE_H_
 #define PERILINK_TESTS_PROTOCOL_IMAGE_H_
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <cstring>
 #include <random>
+#include <span>
 #include <vector>
 
 #include "perilink/records.h"
+#include "sim/flash_image.h"
+#include "sim/report.h"
 
 namespace perilink::testing {
 
@@ -53,50 +59,42 @@ inline uint8_t* Bytes(ProtocolData& record) {
 }
 
 inline uint8_t Check(const uint8_t* bytes, size_t size) {
-  unsigned sum = 0;
-  for (size_t i = 0; i < size; ++i)
-    sum += bytes[i];
-  return static_cast<uint8_t>(0x55u - sum);
+  return sim::CheckOf({bytes, size});
 }
 
-inline uint8_t EventByte(const KeyEvent& event) {
-  const uint8_t kinds[] = {0x80, 0x40, 0x00};
-  return static_cast<uint8_t>(kinds[event.kind] + event.code);
+// The events of a shortcut or a macro that count.
+template <typename Slot>
+std::vector<sim::SlotEvent> SlotEvents(const Slot& slot) {
+  std::vector<sim::SlotEvent> events;
+  for (const KeyEvent& it : std::span(slot.events).first(slot.count)) {
+    events.push_back({it.kind, it.code, it.keys[0], it.keys[1], static_cast<uint16_t>(it.delay)});
+  }
+  return events;
 }
 
 inline Image BuildImage(ProtocolData record) {
-  Image image(PERILINK_FLASH_IMAGE_SIZE, 0xFF);
-  for (const Place& place : Places()) {
-    std::memcpy(&image[place.address], Bytes(record) + place.offset, place.width);
-    image[place.address + place.width] = Check(&image[place.address], place.width);
-  }
-  for (size_t k = 0; k < 16; ++k) {
-    const ShortcutKey& shortcut = record.shortcuts[k];
-    uint8_t* slot = &image[256 + 32 * k];
-    slot[0] = shortcut.count;
-    for (size_t i = 0; i < shortcut.count; ++i) {
-      const KeyEvent& event = shortcut.events[i];
-      slot[1 + 3 * i] = EventByte(event);
-      std::memcpy(slot + 2 + 3 * i, event.keys, 2);
-    }
-    if (shortcut.count != 0) slot[1 + 3 * shortcut.count] = Check(slot, 1u + 3u * shortcut.count);
-  }
-  for (size_t k = 0; k < 16; ++k) {
+  sim::FlashImage flash;
+  for (const Place& it : Places())
+    flash.SetField(it.address, std::span(Bytes(record) + it.offset, it.width));
+  for (size_t k = 0; k < sim::kSlotCount; ++k) {
     const MacroKey& macro = record.macros[k];
-    uint8_t* slot = &image[768 + 384 * k];
-    slot[0] = macro.name_length;
-    std::memcpy(slot + 1, macro.name, macro.name_length);
-    slot[31] = macro.count;
-    for (size_t i = 0; i < macro.count; ++i) {
-      const KeyEvent& event = macro.events[i];
-      slot[32 + 5 * i] = EventByte(event);
-      std::memcpy(slot + 33 + 5 * i, event.keys, 2);
-      slot[35 + 5 * i] = static_cast<uint8_t>(event.delay / 256);
-      slot[36 + 5 * i] = static_cast<uint8_t>(event.delay % 256);
-    }
-    slot[32 + 5 * macro.count] = Check(slot + 31, 1u + 5u * macro.count);
+    flash.SetShortcut(k, SlotEvents(record.shortcuts[k]));
+    flash.SetMacro(k, {reinterpret_cast<const char*>(macro.name), macro.name_length},
+                   SlotEvents(macro));
   }
-  return image;
+  return Image(flash.bytes().begin(), flash.bytes().begin() + PERILINK_FLASH_IMAGE_SIZE);
+}
+
+// What a function writes into `size` bytes, which it finds filled and between bytes that it must
+// not touch.
+inline constexpr uint8_t kCanary = 0xAB;
+template <typename Write>
+Image Guarded(size_t size, Write write) {
+  Image buffer(size + 32, kCanary);
+  write(buffer.data() + 16);
+  EXPECT_EQ(std::count(buffer.begin(), buffer.begin() + 16, kCanary), 16);
+  EXPECT_EQ(std::count(buffer.end() - 16, buffer.end(), kCanary), 16);
+  return Image(buffer.begin() + 16, buffer.end() - 16);
 }
 
 inline uint8_t RandomByte(Random& random, unsigned below = 256) {

@@ -6,25 +6,14 @@
 namespace perilink::testing {
 namespace {
 
-constexpr uint8_t kCanary = 0xC5;
-constexpr size_t kShortcutSlot = 32;
-constexpr size_t kMacroSlot = 384;
-
-// Encodes into a slot between canaries and returns the slot.
-template <typename Encode>
-Image EncodeGuarded(size_t slot_size, Encode encode) {
-  Image buffer(slot_size + 32, kCanary);
-  encode(buffer.data() + 16);
-  EXPECT_EQ(std::count(buffer.begin(), buffer.begin() + 16, kCanary), 16);
-  EXPECT_EQ(std::count(buffer.end() - 16, buffer.end(), kCanary), 16);
-  return Image(buffer.begin() + 16, buffer.end() - 16);
-}
+constexpr size_t kMacroSlot = sim::kMacroSlotSize;
 
 Image Encode(ShortcutKey& shortcut) {
-  return EncodeGuarded(kShortcutSlot, [&](uint8_t* slot) { ShortcutKeyToBuffer(&shortcut, slot); });
+  return Guarded(sim::kShortcutSlotSize,
+                 [&](uint8_t* slot) { ShortcutKeyToBuffer(&shortcut, slot); });
 }
 Image Encode(const MacroKey& macro) {
-  return EncodeGuarded(kMacroSlot, [&](uint8_t* slot) { MacroKeyToBuffer(&macro, slot); });
+  return Guarded(kMacroSlot, [&](uint8_t* slot) { MacroKeyToBuffer(&macro, slot); });
 }
 
 Image Part(const Image& image, ptrdiff_t first, ptrdiff_t size) {
@@ -36,34 +25,30 @@ bool SameBytes(const Record& a, const Record& b) {
   return std::memcmp(&a, &b, sizeof(a)) == 0;
 }
 
+// The record that a converter leaves of one full of 0xAB.
+template <typename Record>
+Record Decoded(void (*convert)(const uint8_t*, Record*), const Image& bytes) {
+  Record record;
+  std::memset(&record, 0xAB, sizeof(record));
+  convert(bytes.data(), &record);
+  return record;
+}
+
 TEST(SimpleBlocksTest, EachFieldStandsUnderItsOwnCheck) {
-  const uint8_t led_bytes[] = {5, 0x50, 6, 0x00, 7, 0x4E, 8, 0x4D};
-  DPILed led{};
-  BufferToDPILed(led_bytes, &led);
-  EXPECT_TRUE(SameBytes(led, DPILed{{5, 0x80, 7, 8}}));
-
-  const uint8_t bar_bytes[] = {1, 2, 3, 4, 5, 6, 0x41, 9, 0x4C};
-  LedBar bar{};
-  BufferToLedBar(bar_bytes, &bar);
-  EXPECT_TRUE(SameBytes(bar, LedBar{{1, 0xFF, 0xFF, 0xFF, 8, 9, 9}}));
-
-  const uint8_t good[] = {1, 2, 3, 0x4F};
-  const uint8_t bad[] = {1, 2, 3, 0x50};
+  EXPECT_TRUE(SameBytes(Decoded(BufferToDPILed, {5, 0x50, 6, 0x00, 7, 0x4E, 8, 0x4D}),
+                        DPILed{{5, 0x80, 7, 8}}));
+  EXPECT_TRUE(SameBytes(Decoded(BufferToLedBar, {1, 2, 3, 4, 5, 6, 0x41, 9, 0x4C}),
+                        LedBar{{1, 0xFF, 0xFF, 0xFF, 8, 9, 9}}));
+  const Image good = {1, 2, 3, 0x4F};
+  const Image bad = {1, 2, 3, 0x50};
+  EXPECT_TRUE(SameBytes(Decoded(BufferToKeyFunMap, good), KeyFun{{1, 2, 3}}));
+  EXPECT_TRUE(SameBytes(Decoded(BufferToKeyFunMap, bad), KeyFun{}));
   DPILevel level;
   std::memset(&level, 0xAB, sizeof(level));
-  DPILevel expected = level;
-  BufferToDPIColor(good, &level);
-  expected.color = {{1, 2, 3}};
-  EXPECT_TRUE(SameBytes(level, expected));
-  BufferToDPIColor(bad, &level);
-  expected.color = {{0xFF, 0xFF, 0xFF}};
-  EXPECT_TRUE(SameBytes(level, expected));
-
-  KeyFun function{};
-  BufferToKeyFunMap(good, &function);
-  EXPECT_TRUE(SameBytes(function, KeyFun{{1, 2, 3}}));
-  BufferToKeyFunMap(bad, &function);
-  EXPECT_TRUE(SameBytes(function, KeyFun{}));
+  level.color = {{1, 2, 3}};
+  EXPECT_TRUE(SameBytes(Decoded(BufferToDPIColor, good), level));
+  level.color = {{0xFF, 0xFF, 0xFF}};
+  EXPECT_TRUE(SameBytes(Decoded(BufferToDPIColor, bad), level));
 }
 
 TEST(ShortcutTest, EncodesEventsAndCheck) {
@@ -79,8 +64,7 @@ TEST(ShortcutTest, EncodesEventsAndCheck) {
   const Image wide_code = Encode(shortcut);
   EXPECT_EQ(wide_code[1], 0x12);
   EXPECT_EQ(wide_code[4], 0x00);
-  ShortcutKey decoded{};
-  BufferToShortcutKey(wide_code.data(), &decoded);
+  const ShortcutKey decoded = Decoded(BufferToShortcutKey, wide_code);
   EXPECT_EQ(decoded.events[0].kind, 2);
   EXPECT_EQ(decoded.events[0].code, 2);
 }
@@ -95,10 +79,7 @@ TEST(ShortcutTest, ACountOutOfRangeEmptiesTheRecord) {
     EXPECT_EQ(std::count(slot.begin() + 1, slot.end(), kCanary), 31);
     const ShortcutKey empty{0, {0xAB, 0xAB, 0xAB}, {}};
     EXPECT_TRUE(SameBytes(shortcut, empty)) << int{count};
-
-    std::memset(&shortcut, 0xAB, sizeof(shortcut));
-    BufferToShortcutKey(slot.data(), &shortcut);
-    EXPECT_TRUE(SameBytes(shortcut, empty)) << int{count};
+    EXPECT_TRUE(SameBytes(Decoded(BufferToShortcutKey, slot), empty)) << int{count};
   }
 }
 
@@ -122,9 +103,8 @@ TEST(MacroTest, EncodesNameEventsAndCheck) {
 
   // Codes are cut to four bits and delays to sixteen; no kind but three.
   macro.events[0] = {2, 0xF3, {0, 0}, 0x12345};
-  MacroKey decoded{};
-  BufferToMacroKey(Encode(macro).data(), &decoded);
-  EXPECT_TRUE(SameBytes(decoded.events[0], KeyEvent{2, 3, {0, 0}, 0x2345}));
+  EXPECT_TRUE(SameBytes(Decoded(BufferToMacroKey, Encode(macro)).events[0],
+                        KeyEvent{2, 3, {0, 0}, 0x2345}));
 }
 
 TEST(MacroTest, DecodesNameAndEventsApart) {
@@ -133,27 +113,23 @@ TEST(MacroTest, DecodesNameAndEventsApart) {
   std::memcpy(&slot[31], events, sizeof(events));
   slot[42] = Check(events, sizeof(events));
   std::memcpy(&slot[1], "hello", 5);
-  MacroKey filled;
-  std::memset(&filled, 0xAB, sizeof(filled));
 
   slot[0] = 31;
-  MacroKey macro = filled;
-  BufferToMacroKey(slot.data(), &macro);
-  EXPECT_EQ(macro.name_length, 0);
-  EXPECT_EQ(std::count(std::begin(macro.name), std::end(macro.name), 0), 30);
-  EXPECT_EQ(macro.count, 2);
-  EXPECT_TRUE(SameBytes(macro.events[0], KeyEvent{2, 3, {1, 2}, 0x0304}));
-  EXPECT_TRUE(SameBytes(macro.events[1], KeyEvent{2, 0, {5, 6}, 0x0708}));
-  EXPECT_TRUE(SameBytes(macro.events[2], filled.events[2]));
+  MacroKey expected;
+  std::memset(&expected, 0xAB, sizeof(expected));
+  expected.name_length = 0;
+  std::memset(expected.name, 0, sizeof(expected.name));
+  expected.count = 2;
+  expected.events[0] = {2, 3, {1, 2}, 0x0304};
+  expected.events[1] = {2, 0, {5, 6}, 0x0708};
+  EXPECT_TRUE(SameBytes(Decoded(BufferToMacroKey, slot), expected));
 
   slot[0] = 5;
   ++slot[42];
-  macro = filled;
-  BufferToMacroKey(slot.data(), &macro);
-  MacroKey named{};
-  named.name_length = 5;
-  std::memcpy(named.name, "hello", 5);
-  EXPECT_TRUE(SameBytes(macro, named));
+  expected = {};
+  expected.name_length = 5;
+  std::memcpy(expected.name, "hello", 5);
+  EXPECT_TRUE(SameBytes(Decoded(BufferToMacroKey, slot), expected));
 }
 
 TEST(KeyEventsTest, NoRecordAndNoSlotLeadsBeyondItsBytes) {
@@ -179,20 +155,25 @@ TEST(KeyEventsTest, NoRecordAndNoSlotLeadsBeyondItsBytes) {
     Encode(again);
     EXPECT_TRUE(SameBytes(again, shortcut));
   }
-  const ProtocolData record = RandomRecord(random);
-  const Image image = BuildImage(record);
-  for (size_t k = 0; k < 16; ++k) {
+}
+
+// What a device holds comes back to it as it was.
+TEST(KeyEventsTest, EncodeAfterDecodeReproducesAValidSlot) {
+  Random random(2);
+  const Image image = BuildImage(RandomRecord(random));
+  const auto expect_same = [&](const Image& slot, size_t address, ptrdiff_t first, ptrdiff_t size) {
+    EXPECT_EQ(Part(slot, first, size), Part(image, static_cast<ptrdiff_t>(address) + first, size));
+  };
+  for (size_t k = 0; k < sim::kSlotCount; ++k) {
+    const size_t macro_address = sim::MacroAddress(k);
     MacroKey macro{};
-    BufferToMacroKey(&image[768 + kMacroSlot * k], &macro);
-    const Image slot = Part(image, static_cast<ptrdiff_t>(768 + kMacroSlot * k), kMacroSlot);
-    const Image encoded = Encode(macro);
-    EXPECT_EQ(Part(encoded, 31, 2 + 5 * macro.count), Part(slot, 31, 2 + 5 * macro.count));
-    EXPECT_EQ(Part(encoded, 0, 1 + macro.name_length), Part(slot, 0, 1 + macro.name_length));
+    BufferToMacroKey(&image[macro_address], &macro);
+    expect_same(Encode(macro), macro_address, 0, 1 + macro.name_length);
+    expect_same(Encode(macro), macro_address, 31, 2 + 5 * macro.count);
     ShortcutKey shortcut{};
-    BufferToShortcutKey(&image[256 + kShortcutSlot * k], &shortcut);
+    BufferToShortcutKey(&image[sim::ShortcutAddress(k)], &shortcut);
     const ptrdiff_t length = shortcut.count == 0 ? 1 : 2 + 3 * shortcut.count;
-    EXPECT_EQ(Part(Encode(shortcut), 0, length),
-              Part(image, static_cast<ptrdiff_t>(256 + kShortcutSlot * k), length));
+    expect_same(Encode(shortcut), sim::ShortcutAddress(k), 0, length);
   }
 }
 
