@@ -58,7 +58,9 @@ TEST(ParserTest, AnyImageGivesARecord) {
     const Image bytes = Parsed(ProtocolDataParser, image);
 
     ProtocolData expected = AllDefaults(kCanary);
-    if (run == 0) EXPECT_EQ(std::memcmp(bytes.data(), &expected, sizeof(expected)), 0);
+    if (run == 0) {
+      EXPECT_EQ(std::memcmp(bytes.data(), &expected, sizeof(expected)), 0);
+    }
     for (const Place& place : places) {
       const uint8_t* value = &image[place.address];
       if (Check(value, place.width) != value[place.width]) continue;
