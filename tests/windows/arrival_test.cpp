@@ -1,0 +1,148 @@
+// The notice of USB devices by the real DLL: its hidden window, to which another thread sends what
+// the system broadcasts.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "perilink/usb_changed.h"
+#include "platform/win32.h"
+
+namespace perilink {
+namespace {
+
+constexpr wchar_t kClass[] = L"usb hook msg window";
+constexpr DWORD kVolume = 2;
+
+// The calls so far: '+' an arrival, '-' a removal, in upper case 'A' and 'R' of the other callback.
+std::string calls;
+DWORD calling_thread = 0;
+
+template <char arrival, char removal>
+void PERILINK_CALL Callback(bool arrived) {
+  calls += arrived ? arrival : removal;
+  calling_thread = GetCurrentThreadId();
+}
+constexpr UsbChangedCallback kCallback = Callback<'+', '-'>;
+constexpr UsbChangedCallback kOther = Callback<'A', 'R'>;
+
+void Pump() {
+  MSG message;
+  while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE))
+    DispatchMessageW(&message);
+}
+
+HWND NoticeWindow() {
+  return FindWindowW(kClass, L"");
+}
+
+// Sends a broadcast about a device of this type from another thread while this one pumps, and holds
+// the window's answer to the system's own.
+void Broadcast(WPARAM event, DWORD device_type = DBT_DEVTYP_DEVICEINTERFACE) {
+  DEV_BROADCAST_DEVICEINTERFACE_W broadcast{};
+  broadcast.dbcc_size = sizeof broadcast;
+  broadcast.dbcc_devicetype = device_type;
+  const HWND window = NoticeWindow();
+  EXPECT_NE(window, nullptr);
+  LRESULT result = -1;
+  std::atomic<bool> sent = false;
+  std::thread sender([&] {
+    result = SendMessageW(window, WM_DEVICECHANGE, event, reinterpret_cast<LPARAM>(&broadcast));
+    sent = true;
+  });
+  while (!sent) {
+    Pump();
+    Sleep(1);
+  }
+  sender.join();
+  EXPECT_EQ(result, DefWindowProcW(window, WM_DEVICECHANGE, event, 0));
+}
+
+TEST(Arrival, TheWindowIsHiddenAndOnlyOne) {
+  EXPECT_EQ(NoticeWindow(), nullptr);
+  StopUsbChanged();
+  StartUsbChanged(nullptr, 0);
+  const HWND window = NoticeWindow();
+  ASSERT_NE(window, nullptr);
+  EXPECT_FALSE(IsWindowVisible(window));
+  EXPECT_EQ(GetWindowThreadProcessId(window, nullptr), GetCurrentThreadId());
+  EXPECT_EQ(GetWindowLongPtrW(window, GWL_STYLE) & WS_OVERLAPPEDWINDOW, WS_OVERLAPPEDWINDOW);
+  EXPECT_EQ(calls, "");
+
+  StartUsbChanged(kCallback, 0);
+  StartUsbChanged(kCallback, 0);
+  EXPECT_EQ(calls, "++");
+  EXPECT_EQ(FindWindowExW(nullptr, window, kClass, nullptr), nullptr);
+}
+
+TEST(Arrival, CallsBackForDeviceInterfacesOnly) {
+  StartUsbChanged(kCallback, 0);
+  const struct {
+    WPARAM event;
+    DWORD device_type;
+    const char* calls;
+  } rows[] = {
+      {DBT_DEVICEREMOVECOMPLETE, DBT_DEVTYP_DEVICEINTERFACE, "-"},
+      {DBT_DEVICEARRIVAL, DBT_DEVTYP_DEVICEINTERFACE, "+"},
+      {DBT_DEVICEARRIVAL, kVolume, ""},
+      {DBT_DEVICEREMOVECOMPLETE, kVolume, ""},
+      {DBT_DEVICEQUERYREMOVE, DBT_DEVTYP_DEVICEINTERFACE, ""},
+  };
+  for (const auto& row : rows) {
+    calls.clear();
+    calling_thread = 0;
+    Broadcast(row.event, row.device_type);
+    EXPECT_EQ(calls, row.calls) << row.event << " " << row.device_type;
+    EXPECT_EQ(calling_thread, calls.empty() ? 0 : GetCurrentThreadId());
+  }
+  calls.clear();
+  SendMessageW(NoticeWindow(), WM_DEVICECHANGE, DBT_DEVNODES_CHANGED, 0);
+  EXPECT_EQ(calls, "");
+}
+
+TEST(Arrival, WaitsBeforeItCallsBack) {
+  StartUsbChanged(kCallback, 0);
+  for (const int32_t delay_ms : {200, 0, -1}) {
+    const ULONGLONG start = GetTickCount64();
+    StartUsbChanged(kCallback, delay_ms);
+    EXPECT_LT(GetTickCount64() - start, 150u);
+    calls.clear();
+    const ULONGLONG sent = GetTickCount64();
+    Broadcast(DBT_DEVICEREMOVECOMPLETE);
+    EXPECT_EQ(calls, "-");
+    EXPECT_GE(GetTickCount64() - sent, delay_ms > 0 ? 190u : 0u);
+  }
+}
+
+TEST(Arrival, ACallbackReplacedDuringTheDelayCounts) {
+  StartUsbChanged(kCallback, 300);
+  calls.clear();
+  std::thread host([] {
+    Sleep(100);
+    SetUsbChangedCallBack(kOther, 0);
+  });
+  Broadcast(DBT_DEVICEREMOVECOMPLETE);
+  host.join();
+  EXPECT_EQ(calls, "R");
+}
+
+TEST(Arrival, StopsAndStartsAgain) {
+  StartUsbChanged(kCallback, 0);
+  const HWND first = NoticeWindow();
+  StopUsbChanged();
+  EXPECT_TRUE(IsWindow(first));  // until its thread pumps
+  StartUsbChanged(kOther, 0);
+  Pump();
+  EXPECT_FALSE(IsWindow(first));
+  EXPECT_EQ(calls, "+A");
+  Broadcast(DBT_DEVICEARRIVAL);
+  EXPECT_EQ(calls, "+AA");
+  StopUsbChanged();
+  Pump();
+  EXPECT_EQ(NoticeWindow(), nullptr);
+}
+
+}  // namespace
+}  // namespace perilink
