@@ -255,12 +255,14 @@ std::vector<std::string> UnsoundParts(const DeviceConfig& device) {
 
 bool LooksLikeConfig(const DeviceConfig& device) {
   const std::vector<ConfigPart>& parts = ConfigParts();
-  const bool erased =
-      std::all_of(device.image.begin(), device.image.begin() + PERILINK_SETTINGS_BLOCK_SIZE,
-                  [](uint8_t byte) { return byte == kErased; });
-  return erased || std::any_of(parts.begin(), parts.end(), [&](const ConfigPart& part) {
-           return part.kind == PartKind::kField && IsSound(device, part);
-         });
+  const auto settings_end = parts.begin() + kSettingCount;
+  const auto taken = std::count_if(parts.begin(), settings_end, [&](const ConfigPart& part) {
+    const auto value = device.image.begin() + static_cast<ptrdiff_t>(part.address);
+    const bool erased = std::all_of(value, value + static_cast<ptrdiff_t>(part.size) + 1,
+                                    [](uint8_t byte) { return byte == kErased; });
+    return erased || IsSound(device, part);
+  });
+  return 2 * taken > kSettingCount;
 }
 
 ConfigUpdate PlanUpdate(const DeviceConfig& device, const ProtocolData& record,

@@ -67,7 +67,8 @@ DeviceConfig DeviceConfigFromImage(std::span<const uint8_t> image);
 // the value was not taken.
 std::vector<std::string> UnsoundParts(const DeviceConfig& device);
 
-// Whether any field is as a device writes it, or all are erased: no other memory is written over.
+// Whether most of the settings are as a device writes them, or erased. Otherwise the memory holds
+// something else, as a keyboard's does.
 bool LooksLikeConfig(const DeviceConfig& device);
 
 struct ConfigUpdate {

@@ -1,13 +1,11 @@
 #include "config_report.h"
 
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <span>
 #include <sstream>
 
 #include "device.h"
+#include "files.h"
 
 namespace perictl {
 namespace {
@@ -15,16 +13,6 @@ namespace {
 using perilink::tools::ConfigPart;
 using perilink::tools::ConfigUpdate;
 using perilink::tools::DeviceConfig;
-
-// No configuration comes near it, and a device file may have no end.
-constexpr std::streamsize kLongestFile = 4 << 20;
-
-bool WriteWhole(const std::string& name, const std::string& content) {
-  std::ofstream file(name, std::ios::binary | std::ios::trunc);
-  file.write(content.data(), std::ssize(content));
-  file.close();
-  return static_cast<bool>(file);
-}
 
 std::string Joined(const std::vector<std::string>& names) {
   std::string text;
@@ -34,34 +22,6 @@ std::string Joined(const std::vector<std::string>& names) {
 }
 
 }  // namespace
-
-std::string ReadFile(const std::string& name) {
-  std::error_code ignored;
-  std::ifstream file(name, std::ios::binary);
-  if (!file || std::filesystem::is_directory(name, ignored)) {
-    throw Failure(ExitCode::kFile, name + ": the file can't be read");
-  }
-  std::string content(static_cast<size_t>(kLongestFile), '\0');
-  file.read(content.data(), kLongestFile);
-  if (!file.eof()) throw Failure(ExitCode::kFile, name + ": this is too long for a configuration");
-  content.resize(static_cast<size_t>(file.gcount()));
-  return content;
-}
-
-void WriteFile(const std::string& name, const std::string& content) {
-  namespace fs = std::filesystem;
-  std::error_code error;
-  const bool special = fs::exists(name, error) && !fs::is_regular_file(name, error);
-  const std::string target = special ? name : name + ".part";
-  bool written = WriteWhole(target, content);
-  if (written && !special) {
-    fs::rename(target, name, error);
-    written = !error;
-  }
-  if (written) return;
-  if (!special) fs::remove(target, error);
-  throw Failure(ExitCode::kFile, name + ": the file can't be written");
-}
 
 ConfigFile ReadConfigFile(const std::string& name) {
   const std::string content = ReadFile(name);
@@ -81,8 +41,10 @@ ConfigDevice OpenConfigDevice(const Context& context) {
 
 void RequireConfig(const DeviceConfig& device) {
   if (LooksLikeConfig(device)) return;
-  throw Failure(ExitCode::kRefused,
-                "the device's memory holds no configuration of a mouse; nothing was written");
+  throw Failure(
+      ExitCode::kRefused,
+      "the device's memory holds no configuration that perictl knows; nothing was written "
+      "('config load --force' writes all the same)");
 }
 
 void AddConfig(Report& report, const ProtocolData& record) {
@@ -100,12 +62,10 @@ void AddFailedChecks(Report& report, const std::vector<std::string>& failed) {
   report.Fact("failed_checks", "failed their check", Joined(failed), failed);
 }
 
-void WriteAndReport(Context& context, ConfigDevice& device, const ConfigUpdate& update) {
-  device.Write(update);
+void AddWritten(Report& report, const ConfigUpdate& update) {
   std::vector<std::string> names;
   for (const ConfigPart& part : update.writes)
     names.push_back(part.name);
-  Report& report = context.report;
   report.Fact("written", "written", names.empty() ? "nothing: the device holds it" : Joined(names),
               names);
   if (!names.empty()) {

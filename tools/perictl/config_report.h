@@ -1,4 +1,4 @@
-// What the commands about configurations share: files, and what they report.
+// What the commands about configurations share.
 #ifndef PERILINK_TOOLS_PERICTL_CONFIG_REPORT_H_
 #define PERILINK_TOOLS_PERICTL_CONFIG_REPORT_H_
 
@@ -23,11 +23,6 @@ auto WithCode(ExitCode code, const std::string& what, Work work) {
   }
 }
 
-// Throws Failure(kFile) when it can't be read whole.
-std::string ReadFile(const std::string& name);
-// A file that was there before is replaced by the whole new one or stays. Throws Failure(kFile).
-void WriteFile(const std::string& name, const std::string& content);
-
 struct ConfigFile {
   perilink::tools::LoadedConfig loaded;
   perilink::tools::DeviceConfig image;  // when it was loaded from one
@@ -37,8 +32,7 @@ ConfigFile ReadConfigFile(const std::string& name);
 
 // The selected device, on line.
 ConfigDevice OpenConfigDevice(const Context& context);
-// The same device as one whose configuration may be written over. Throws Failure(kRefused) when its
-// memory holds something else.
+// Throws Failure(kRefused) when its memory holds something else, which is not to be written over.
 void RequireConfig(const perilink::tools::DeviceConfig& device);
 
 // A whole record: lines, and the member "configuration".
@@ -46,9 +40,8 @@ void AddConfig(Report& report, const ProtocolData& record);
 // Fields whose check failed: a line, and the member "failed_checks".
 void AddFailedChecks(Report& report, const std::vector<std::string>& failed);
 
-// Writes the update to the device and says what was written.
-void WriteAndReport(Context& context, ConfigDevice& device,
-                    const perilink::tools::ConfigUpdate& update);
+// What was written to a device: lines, and the members "written" and "verified".
+void AddWritten(Report& report, const perilink::tools::ConfigUpdate& update);
 
 }  // namespace perictl
 

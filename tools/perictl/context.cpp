@@ -1,9 +1,13 @@
 #include "context.h"
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <iostream>
 
+#include "exit_codes.h"
+#include "files.h"
 #include "perilink/finder.h"
+#include "perilink/records.h"
 #include "virtual_devices.h"
 
 namespace perictl {
@@ -16,6 +20,16 @@ const CLI::Validator kHexId(
       return good ? std::string() : "'" + text + "' is not four hexadecimal digits, as in 1a2b";
     },
     "HEX4");
+
+void LoadMemory(const std::string& name) {
+  std::error_code error;
+  if (name.empty() || !std::filesystem::exists(name, error)) return;
+  const std::string image = ReadFile(name);
+  if (image.size() != PERILINK_FLASH_IMAGE_SIZE) {
+    throw Failure(ExitCode::kFile, name + ": not an image of 6960 bytes");
+  }
+  SetVirtualMemory({reinterpret_cast<const uint8_t*>(image.data()), image.size()});
+}
 
 }  // namespace
 
@@ -49,6 +63,9 @@ void AddCommonOptions(CLI::App& app, Context& context) {
       ->check(CLI::Validator([](std::string& faults) { return CheckVirtualFaults(faults); },
                              "FAULT[@TIME],..."))
       ->group(virtual_group);
+  app.add_option("--virtual-memory", choice.memory,
+                 "keep its configuration in this image of 6960 bytes, made if it is not there")
+      ->group(virtual_group);
   // For tests.
   app.add_flag("--virtual-time", choice.virtual_time)->group("");
 }
@@ -60,6 +77,7 @@ void PrepareDevices(Context& context) {
     std::cerr << "perictl: using a virtual " << choice.model
               << (choice.fault.empty() ? "" : ", " + choice.fault) << '\n';
     PlugVirtualDevice(choice);
+    LoadMemory(choice.memory);
     if (choice.model == "keyboard") context.selection.keyboard = true;
   }
   if (context.selection.keyboard) {
@@ -67,6 +85,13 @@ void PrepareDevices(Context& context) {
   } else {
     UsbFinder_SetMouseMode();
   }
+}
+
+void FinishDevices(const Context& context) {
+  const std::string& name = context.virtual_device.memory;
+  if (name.empty()) return;
+  const std::vector<uint8_t> image = VirtualMemory();
+  WriteFile(name, std::string(image.begin(), image.end()));
 }
 
 }  // namespace perictl

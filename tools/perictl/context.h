@@ -26,8 +26,9 @@ struct Selection {
 
 // A device that is simulated in this process, instead of the real ones.
 struct VirtualChoice {
-  std::string model;  // "mouse", "keyboard", or empty for the real devices
-  std::string fault;  // what happens to it, as --virtual-fault takes it, or empty
+  std::string model;   // "mouse", "keyboard", or empty for the real devices
+  std::string fault;   // what happens to it, as --virtual-fault takes it, or empty
+  std::string memory;  // the file that holds its configuration's image, or empty
   bool virtual_time = false;
 };
 
@@ -48,6 +49,8 @@ void AddCommonOptions(CLI::App& app, Context& context);
 
 // Plugs the virtual device in, if one is meant, and sets the target of the frames.
 void PrepareDevices(Context& context);
+// Keeps of the virtual device what shall be there again. Throws Failure(kFile).
+void FinishDevices(const Context& context);
 
 }  // namespace perictl
 

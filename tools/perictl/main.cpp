@@ -25,10 +25,21 @@ int Fail(Context& context, ExitCode code, const std::string& message) {
   return static_cast<int>(code);
 }
 
+// What became of a virtual device is kept whether the command succeeds or fails.
+void RunCommand(Context& context) {
+  try {
+    context.run();
+  } catch (const Failure&) {
+    FinishDevices(context);
+    throw;
+  }
+  FinishDevices(context);
+}
+
 int Run(Context& context) {
   try {
     PrepareDevices(context);
-    context.run();
+    RunCommand(context);
     context.report.Finish();
   } catch (const Failure& failure) {
     return Fail(context, failure.code(), failure.what());

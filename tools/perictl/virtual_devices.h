@@ -3,6 +3,7 @@
 #define PERILINK_TOOLS_PERICTL_VIRTUAL_DEVICES_H_
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,10 @@ void PlugVirtualDevice(const VirtualChoice& choice);
 // An upgrade file with a small firmware for it, one version on from its own; empty when there is no
 // such device.
 std::vector<uint8_t> VirtualUpgradeFile();
+
+// The image of its configuration, or of a keyboard's layers.
+void SetVirtualMemory(std::span<const uint8_t> bytes);
+std::vector<uint8_t> VirtualMemory();
 
 // Makes these faults happen to it, times counted from now. False when there is no such device.
 bool HappenToVirtualDevice(const std::string& faults);

@@ -4,6 +4,7 @@
 
 #include "commands/commands.h"
 #include "config_report.h"
+#include "files.h"
 
 namespace perictl {
 namespace {
@@ -73,8 +74,9 @@ void Set(Context& context, const std::vector<std::string>& texts) {
     return std::any_of(extents.begin(), extents.end(),
                        [&](const Extent& extent) { return Overlap(part, extent); });
   });
+  device.Write(update);
   context.report.Section("", "Configuration:");
-  WriteAndReport(context, device, update);
+  AddWritten(context.report, update);
 }
 
 // ---- save, load, diff --------------------------------------------------------------------------
@@ -106,7 +108,7 @@ void KeepFromDevice(const ConfigPart& part, const ProtocolData& device, Protocol
   std::copy(source, source + part.size, &record.report_rate + part.offset);
 }
 
-void Load(Context& context, const std::string& name) {
+void Load(Context& context, const std::string& name, bool force) {
   const ConfigFile file = ReadConfigFile(name);
   ProtocolData record = file.loaded.record;
   std::vector<std::string> left_alone;
@@ -118,16 +120,17 @@ void Load(Context& context, const std::string& name) {
 
   ConfigDevice device = OpenConfigDevice(context);
   const DeviceConfig before = device.Read();
-  RequireConfig(before);
+  if (!force) RequireConfig(before);
   for (const ConfigPart& part : perilink::tools::ConfigParts()) {
     if (is_left_alone(part)) KeepFromDevice(part, before.record, record);
   }
   WithCode(ExitCode::kFile, name, [&] { perilink::tools::RequireHoldable(record); });
+  const ConfigUpdate update =
+      PlanUpdate(before, record, [&](const ConfigPart& part) { return !is_left_alone(part); });
+  device.Write(update);
   context.report.Section("", "Configuration:");
   AddFailedChecks(context.report, left_alone);
-  WriteAndReport(context, device, PlanUpdate(before, record, [&](const ConfigPart& part) {
-                   return !is_left_alone(part);
-                 }));
+  AddWritten(context.report, update);
 }
 
 void Diff(Context& context, const std::string& first, const std::string& second) {
@@ -158,6 +161,7 @@ struct Options {
   std::string format;
   std::string field;
   std::vector<std::string> assignments;
+  bool force = false;
 };
 
 template <typename Run>
@@ -201,7 +205,9 @@ void AddConfigCommand(CLI::App& app, Context& context) {
 
   command = add("load", "write to the device what differs in a file, and read it back");
   command->add_option("FILE", options->file)->required();
-  SetRun(*command, context, [&context, options] { Load(context, options->file); });
+  command->add_flag("--force", options->force,
+                    "also over a memory that holds something else than a configuration");
+  SetRun(*command, context, [&context, options] { Load(context, options->file, options->force); });
 
   command = add("diff", "name the fields that differ: device and file, or two files");
   command->add_option("FILE", options->file)->required();

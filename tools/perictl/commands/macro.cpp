@@ -12,6 +12,7 @@ namespace {
 
 using perilink::tools::ConfigError;
 using perilink::tools::ConfigPart;
+using perilink::tools::ConfigUpdate;
 using perilink::tools::DeviceConfig;
 using perilink::tools::PartKind;
 
@@ -92,11 +93,13 @@ void Set(Context& context, const Options& options) {
     Change(record.macros[options.slot], options);
     perilink::tools::RequireHoldable(record);
   });
+  const ConfigUpdate update = PlanUpdate(before, record, [&](const ConfigPart& part) {
+    return part.kind == PartKind::kMacro && part.slot == options.slot;
+  });
+  device.Write(update);
   context.report.Section("", "Macros:");
   AddMacro(context.report, options.slot, record.macros[options.slot]);
-  WriteAndReport(context, device, PlanUpdate(before, record, [&](const ConfigPart& part) {
-                   return part.kind == PartKind::kMacro && part.slot == options.slot;
-                 }));
+  AddWritten(context.report, update);
 }
 
 }  // namespace

@@ -22,6 +22,8 @@ namespace {
 namespace platform = perilink::platform;
 namespace sim = perilink::sim;
 
+constexpr uint8_t kWriteMemory = 0x07;
+
 void RefusePacket(sim::Exchange& exchange) {
   exchange.replies.resize(1);
   sim::Bytes& report = exchange.replies[0].report;
@@ -51,6 +53,19 @@ constexpr Fault kFaults[] = {
     {"nonsense", [](sim::Device& device) { device.faults().CorruptChecksum(sim::Always()); }},
     // Answers two requests and is gone.
     {"vanishing", [](sim::Device& device) { device.faults().UnplugAfter(sim::At(3)); }},
+    // Writes to its configuration are stored without a word, or acknowledged and not stored.
+    {"write-silent",
+     [](sim::Device& device) { device.faults().Drop(sim::Always().For(kWriteMemory)); }},
+    {"write-lost",
+     [](sim::Device& device) {
+       device.faults().OnRequest([](sim::Exchange& exchange) { exchange.flash_bytes = 0; },
+                                 sim::Always().For(kWriteMemory));
+     }},
+    // Its power fails in the middle of the third of them.
+    {"write-torn",
+     [](sim::Device& device) {
+       device.faults().LosePower(sim::At(3), sim::PowerLoss::kDuringWrite);
+     }},
     // The boot loader takes packets without a word, or refuses them.
     {"boot-silent", [](sim::Device& device) { device.boot_faults().Silence(); }},
     {"boot-error", [](sim::Device& device) { device.boot_faults().OnReply(RefusePacket); }},
@@ -178,6 +193,19 @@ std::vector<uint8_t> VirtualUpgradeFile() {
   return sim::UpgradeFileBuilder(
              sim::ImageFor(*device, sim::MakeVirtualFirmware(version, kFirmwareSize)))
       .Build();
+}
+
+void SetVirtualMemory(std::span<const uint8_t> bytes) {
+  if (device == nullptr) return;
+  const sim::DeviceGuard guard;
+  device->flash().SetBytes(0, bytes);
+}
+
+std::vector<uint8_t> VirtualMemory() {
+  if (device == nullptr) return {};
+  const sim::DeviceGuard guard;
+  const auto bytes = device->flash().bytes().first(sim::kConfigurationSize);
+  return {bytes.begin(), bytes.end()};
 }
 
 bool HappenToVirtualDevice(const std::string& faults) {

@@ -20,6 +20,10 @@ void PlugVirtualDevice(const VirtualChoice&) {}
 std::vector<uint8_t> VirtualUpgradeFile() {
   return {};
 }
+void SetVirtualMemory(std::span<const uint8_t>) {}
+std::vector<uint8_t> VirtualMemory() {
+  return {};
+}
 bool HappenToVirtualDevice(const std::string&) {
   return false;
 }
