@@ -15,6 +15,7 @@ namespace {
 
 constexpr int64_t kNow = 1'700'000'000;
 const char* const kNoReply = "";
+using Byte = uint8_t;
 
 Report FromHex(const std::string& hex) {
   Report bytes;
@@ -55,41 +56,40 @@ using WideCall = std::function<std::string(const std::wstring&)>;
 using NarrowCall = std::function<std::string(const char*)>;
 
 struct Row {
-  std::string name;
-  std::string request;  // bytes 0 to 15 with the keyboard target clear, then its byte 5 when set
-  uint8_t keyboard_length;
   struct Case {
     std::string reply;  // bytes 0 to 15, or kNoReply
     std::string outcome;
   };
+  std::string name;
+  std::string request;  // bytes 0 to 15 with the keyboard target clear, then its byte 5 when set
+  uint8_t keyboard_length;
   std::vector<Case> cases;
-  std::vector<WideCall> wide;
+  WideCall wide;
   std::vector<NarrowCall> narrow;
 };
 
 // A row whose families have the same form: `call` takes the function and the path.
 template <typename Wide, typename Narrow, typename Call>
-Row MakeRow(std::string name, std::string request, uint8_t keyboard_length,
-            std::vector<Row::Case> cases, Wide wide, std::vector<Narrow> narrow, Call call) {
-  Row row{std::move(name), std::move(request), keyboard_length, std::move(cases), {}, {}};
-  row.wide.push_back([=](const std::wstring& path) { return call(wide, path); });
-  for (const Narrow function : narrow) {
-    row.narrow.push_back([=](const char* path) { return call(function, path); });
-  }
-  return row;
+void Add(std::vector<Row>& rows, const char* name, Wide* wide, Narrow* narrow, std::string request,
+         uint8_t keyboard_length, std::vector<Row::Case> cases, Call call) {
+  rows.push_back({name,
+                  std::move(request),
+                  keyboard_length,
+                  std::move(cases),
+                  [=](const std::wstring& path) { return call(wide, path); },
+                  {[=](const char* path) { return call(narrow, path); }}});
 }
 
-// The Get commands that fill a record or a value.
+#define BOTH(name) #name, UsbFinder_##name, UsbFinderC_##name
+
+// The commands that fill a record or a value, after arguments of their own.
 template <typename Record>
-Row GetRow(std::string name, std::string request, uint8_t keyboard_length,
-           std::vector<Row::Case> cases, bool (*wide)(const std::wstring&, Record*),
-           std::vector<bool (*)(const char*, Record*)> narrow) {
-  return MakeRow(std::move(name), std::move(request), keyboard_length, std::move(cases), wide,
-                 std::move(narrow), [](auto function, auto path) {
-                   Record record = Marked<Record>();
-                   const bool result = function(path, &record);
-                   return Seen(result, record);
-                 });
+auto Filled(auto... arguments) {
+  return [arguments...](auto function, auto path) {
+    Record record = Marked<Record>();
+    const bool result = function(path, arguments..., &record);
+    return Seen(result, record);
+  };
 }
 
 const DataRecord10 kData = {{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}};
@@ -114,182 +114,152 @@ std::vector<Row> QueryRows() {
   std::vector<Row> rows;
   const std::vector<Row::Case> info = {
       {"08 01 00 00 00 08 01 02 03 04 AA BB CC 05", "0 | AA BB CC"}, {kNoReply, "0 | 00 00 00"}};
-  rows.push_back(MakeRow("GetDeviceInfo", DeviceInfoRequest("08"), 0x88, info,
-                         UsbFinder_GetDeviceInfo, std::vector{UsbFinderC_GetDeviceInfo}, kInfo<0>));
+  Add(rows, BOTH(GetDeviceInfo), DeviceInfoRequest("08"), 0x88, info, kInfo<0>);
   rows.back().narrow.push_back([](const char* path) {
     DeviceInfo record = Marked<DeviceInfo>();
     CS_UsbFinder_GetDeviceInfo(path, 0, &record);
     return Seen(0, record);
   });
-  rows.push_back(MakeRow("GetDeviceInfo of a keyboard", DeviceInfoRequest("88"), 0x88, info,
-                         UsbFinder_GetDeviceInfo, std::vector{UsbFinderC_GetDeviceInfo}, kInfo<2>));
-  rows.push_back(MakeRow("GetDeviceOnLine", "08 03", 0x80,
-                         {{"08 03 00 00 00 00 07", "1"}, {"08 03", "0"}, {kNoReply, "0"}},
-                         UsbFinder_GetDeviceOnLine, std::vector{UsbFinderC_GetDeviceOnLine},
-                         kPlain));
-  rows.push_back(GetRow<CommandFrame>(
-      "GetDeviceOnLineWithUsbAddress", "08 03", 0x80,
-      {{"08 03 00 00 00 04 00 A1 A2 A3", "1 | 08 03 00 00 00 04 00 A1 A2 A3 00 00 00 00 00 00 60"},
-       {kNoReply, "0 | 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"}},
-      UsbFinder_GetDeviceOnLineWithUsbAddress, {UsbFinderC_GetDeviceOnLineWithUsbAddress}));
+  Add(rows, BOTH(GetDeviceInfo), DeviceInfoRequest("88"), 0x88, info, kInfo<2>);
+  Add(rows, BOTH(GetDeviceOnLine), "08 03", 0x80,
+      {{"08 03 00 00 00 00 07", "1"}, {"08 03", "0"}, {kNoReply, "0"}}, kPlain);
+  rows.push_back(
+      {BOTH(GetDeviceOnLineWithUsbAddress),
+       "08 03",
+       0x80,
+       {{"08 03 00 00 00 04 00 A1 A2 A3", "1 | 08 03 00 00 00 04 00 A1 A2 A3 00 00 00 00 00 00 60"},
+        {kNoReply, "0 | 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"}},
+       Filled<CommandFrame>()});
   rows.back().narrow.push_back([](const char* path) {
     const Report reply = TakeBytes(CS_UsbFinder_GetDeviceOnLineWithUsbAddress(path));
     // The managed form has no result beside the reply.
     return std::string(reply == Report(17) ? "0" : "1") + " | " + ToHex(reply);
   });
   // The voltage travels high byte first and is stored in the host's order.
-  rows.push_back(GetRow<BatteryLevel>(
-      "GetBatteryLevel", "08 04", 0x80,
-      {{"08 04 00 00 00 04 55 01 0F A1", "1 | 55 01 A1 0F"}, {kNoReply, "0 | EE EE EE EE"}},
-      UsbFinder_GetBatteryLevel, {UsbFinderC_GetBatteryLevel, CS_UsbFinder_GetBatteryLevel}));
-  rows.push_back(MakeRow("GetCurrentDPI", "08 08 00 00 04 01", 0x81,
-                         {{"08 08 00 00 04 01 FF 56", "255"}, {kNoReply, "0"}},
-                         UsbFinder_GetCurrentDPI, std::vector{UsbFinderC_GetCurrentDPI}, kPlain));
-  rows.push_back(MakeRow("GetVersion", "08 12", 0x80,
-                         {{"08 12 00 00 00 02 F1 23", "61731"}, {kNoReply, "0"}},
-                         UsbFinder_GetVersion, std::vector{UsbFinderC_GetVersion}, kPlain));
-  rows.push_back(GetRow<int32_t>(
-      "GetSlaveVersion", "08 B3", 0x80,
+  rows.push_back(
+      {BOTH(GetBatteryLevel),
+       "08 04",
+       0x80,
+       {{"08 04 00 00 00 04 55 01 0F A1", "1 | 55 01 A1 0F"}, {kNoReply, "0 | EE EE EE EE"}},
+       Filled<BatteryLevel>()});
+  rows.back().narrow.push_back(
+      [](const char* path) { return Filled<BatteryLevel>()(CS_UsbFinder_GetBatteryLevel, path); });
+  Add(rows, BOTH(GetCurrentDPI), "08 08 00 00 04 01", 0x81,
+      {{"08 08 00 00 04 01 FF 56", "255"}, {kNoReply, "0"}}, kPlain);
+  Add(rows, BOTH(GetVersion), "08 12", 0x80,
+      {{"08 12 00 00 00 02 F1 23", "61731"}, {kNoReply, "0"}}, kPlain);
+  Add(rows, BOTH(GetSlaveVersion), "08 B3", 0x80,
       {{"08 B3 00 00 00 02 F1 23", "1 | 23 F1 00 00"}, {kNoReply, "0 | 00 00 00 00"}},
-      UsbFinder_GetSlaveVersion, {UsbFinderC_GetSlaveVersion}));
-  rows.push_back(GetRow<uint8_t>("GetRSSI", "08 2B", 0x80,
-                                 {{"08 2B 00 00 00 01 C4", "1 | C4"}, {kNoReply, "0 | EE"}},
-                                 UsbFinder_GetRSSI, {CS_UsbFinder_GetRSSI}));
-  rows.push_back(GetRow<DataRecord10>(
-      "GetMouseSerialNumber", "08 20", 0x80,
-      {{"08 20 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", "1 | 01 02 03 04 05 06 07 08 09 0A"},
-       {kNoReply, "0 | EE EE EE EE EE EE EE EE EE EE"}},
-      UsbFinder_GetMouseSerialNumber, {UsbFinderC_GetMouseSerialNumber}));
+      Filled<int32_t>());
+  Add(rows, "GetRSSI", UsbFinder_GetRSSI, CS_UsbFinder_GetRSSI, "08 2B", 0x80,
+      {{"08 2B 00 00 00 01 C4", "1 | C4"}, {kNoReply, "0 | EE"}}, Filled<uint8_t>());
+  rows.push_back(
+      {BOTH(GetMouseSerialNumber),
+       "08 20",
+       0x80,
+       {{"08 20 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", "1 | 01 02 03 04 05 06 07 08 09 0A"},
+        {kNoReply, "0 | EE EE EE EE EE EE EE EE EE EE"}},
+       Filled<DataRecord10>()});
   return rows;
 }
 
 std::vector<Row> ReceiverRows() {
   std::vector<Row> rows;
-  rows.push_back(MakeRow("Set4KDongleRGB", "08 14 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", 0x8A,
-                         {{"08 14 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", "0"},
-                          {"08 14 00 00 00 0A 01 02 03 04 05 06 07 08 09 0B", "1"},
-                          {"08 14 05 00 00 0A 01 02 03 04 05 06 07 08 09 0A", "5"},
-                          {"08 14 05 00 00 0A 00", "5"},
-                          {kNoReply, "3"}},
-                         UsbFinder_Set4KDongleRGB, std::vector{UsbFinderC_Set4KDongleRGB},
-                         kSetTen));
-  rows.push_back(GetRow<DataRecord10>(
-      "Get4KDongleRGBValue", "08 15", 0x80,
-      {{"08 15 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", "1 | 01 02 03 04 05 06 07 08 09 0A"},
-       {"08 15 00 00 00 00 01 02 03 04 05 06 07 08 09 0A", "0 | 01 02 03 04 05 06 07 08 09 0A"},
-       {kNoReply, "0 | EE EE EE EE EE EE EE EE EE EE"}},
-      UsbFinder_Get4KDongleRGBValue, {UsbFinderC_Get4KDongleRGBValue}));
+  Add(rows, BOTH(Set4KDongleRGB), "08 14 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", 0x8A,
+      {{"08 14 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", "0"},
+       {"08 14 00 00 00 0A 01 02 03 04 05 06 07 08 09 0B", "1"},
+       {"08 14 05 00 00 0A 01 02 03 04 05 06 07 08 09 0A", "5"},
+       {"08 14 05 00 00 0A 00", "5"},
+       {kNoReply, "3"}},
+      kSetTen);
   rows.push_back(
-      MakeRow("SetLongRangeMode", "08 16 00 00 00 0A 02", 0x8A,
-              {{"08 16 00 00 00 0A 02", "1"}, {"08 16 00 00 00 0A 01", "0"}, {kNoReply, "0"}},
-              UsbFinder_SetLongRangeMode, std::vector{UsbFinderC_SetLongRangeMode},
-              [](auto function, auto path) { return std::to_string(function(path, 2)); }));
-  rows.push_back(GetRow<uint8_t>("GetLongRangeMode", "08 17", 0x80,
-                                 {{"08 17 00 00 00 01 02", "1 | 02"}, {kNoReply, "0 | 00"}},
-                                 UsbFinder_GetLongRangeMode, {UsbFinderC_GetLongRangeMode}));
+      {BOTH(Get4KDongleRGBValue),
+       "08 15",
+       0x80,
+       {{"08 15 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", "1 | 01 02 03 04 05 06 07 08 09 0A"},
+        {"08 15 00 00 00 00 01 02 03 04 05 06 07 08 09 0A", "0 | 01 02 03 04 05 06 07 08 09 0A"},
+        {kNoReply, "0 | EE EE EE EE EE EE EE EE EE EE"}},
+       Filled<DataRecord10>()});
+  Add(rows, BOTH(SetLongRangeMode), "08 16 00 00 00 0A 02", 0x8A,
+      {{"08 16 00 00 00 0A 02", "1"}, {"08 16 00 00 00 0A 01", "0"}, {kNoReply, "0"}},
+      [](auto function, auto path) { return std::to_string(function(path, 2)); });
+  Add(rows, BOTH(GetLongRangeMode), "08 17", 0x80,
+      {{"08 17 00 00 00 01 02", "1 | 02"}, {kNoReply, "0 | 00"}}, Filled<uint8_t>());
   // Whether the bar is on travels as its mode, not as a byte of its own.
   for (const bool on : {true, false}) {
     rows.push_back(
-        MakeRow("SetDongleRGBBarMode",
-                on ? "08 18 00 00 00 0A 07 01 02 03 04 05" : "08 18 00 00 00 0A 00 01 02 03 04 05",
-                0x8A, {{"08 18", "1"}, {kNoReply, "0"}}, UsbFinder_SetDongleRGBBarMode,
-                std::vector{UsbFinderC_SetDongleRGBBarMode}, [on](auto function, auto path) {
-                  const RgbBarMode mode = {7, {1, 2, 3, 4, 5}, static_cast<uint8_t>(on ? 9 : 0)};
-                  return std::to_string(function(path, &mode));
-                }));
+        {BOTH(SetDongleRGBBarMode),
+         on ? "08 18 00 00 00 0A 07 01 02 03 04 05" : "08 18 00 00 00 0A 00 01 02 03 04 05",
+         0x8A,
+         {{"08 18", "1"}, {kNoReply, "0"}},
+         [on](auto function, auto path) {
+           const RgbBarMode mode = {7, {1, 2, 3, 4, 5}, static_cast<uint8_t>(on ? 9 : 0)};
+           return std::to_string(function(path, &mode));
+         }});
   }
-  rows.push_back(
-      GetRow<RgbBarMode>("GetDongleRGBBarMode", "08 19", 0x80,
-                         {{"08 19 00 00 00 07 01 02 03 04 05 06 07 08", "1 | 01 02 03 04 05 06 07"},
-                          {"08 19 00 00 00 00 01 02 03 04 05 06 07 08", "0 | 01 02 03 04 05 06 07"},
-                          {kNoReply, "0 | EE EE EE EE EE EE EE"}},
-                         UsbFinder_GetDongleRGBBarMode, {UsbFinderC_GetDongleRGBBarMode}));
-  rows.push_back(MakeRow("SetDongleIDToMouse", "08 1A 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A",
-                         0x8A, {{"08 1A 00 00 00 01", "1"}, {"08 1A", "0"}, {kNoReply, "0"}},
-                         UsbFinder_SetDongleIDToMouse, std::vector{UsbFinderC_SetDongleIDToMouse},
-                         kSetTen));
-  rows.push_back(MakeRow("SetMouseSerialNumber", "08 1F 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A",
-                         0x8A, {{"08 1F", "1"}, {kNoReply, "0"}}, UsbFinder_SetMouseSerialNumber,
-                         std::vector{UsbFinderC_SetMouseSerialNumber}, kSetTen));
-  rows.push_back(MakeRow("SetDongleIndicatorLed", "08 2C 00 00 00 0A 01 02 03", 0x8A,
-                         {{"08 2C", "1"}, {kNoReply, "0"}}, UsbFinder_SetDongleIndicatorLed,
-                         std::vector{UsbFinderC_SetDongleIndicatorLed},
-                         [](auto function, auto path) {
-                           const IndicatorLed led = {{1, 2, 3}};
-                           return std::to_string(function(path, &led));
-                         }));
-  rows.push_back(GetRow<IndicatorLed>(
-      "GetDongleIndicatorLed", "08 2D", 0x80,
+  Add(rows, BOTH(GetDongleRGBBarMode), "08 19", 0x80,
+      {{"08 19 00 00 00 07 01 02 03 04 05 06 07 08", "1 | 01 02 03 04 05 06 07"},
+       {"08 19 00 00 00 00 01 02 03 04 05 06 07 08", "0 | 01 02 03 04 05 06 07"},
+       {kNoReply, "0 | EE EE EE EE EE EE EE"}},
+      Filled<RgbBarMode>());
+  Add(rows, BOTH(SetDongleIDToMouse), "08 1A 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", 0x8A,
+      {{"08 1A 00 00 00 01", "1"}, {"08 1A", "0"}, {kNoReply, "0"}}, kSetTen);
+  Add(rows, BOTH(SetMouseSerialNumber), "08 1F 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", 0x8A,
+      {{"08 1F", "1"}, {kNoReply, "0"}}, kSetTen);
+  Add(rows, BOTH(SetDongleIndicatorLed), "08 2C 00 00 00 0A 01 02 03", 0x8A,
+      {{"08 2C", "1"}, {kNoReply, "0"}}, [](auto function, auto path) {
+        const IndicatorLed led = {{1, 2, 3}};
+        return std::to_string(function(path, &led));
+      });
+  Add(rows, BOTH(GetDongleIndicatorLed), "08 2D", 0x80,
       {{"08 2D 00 00 00 03 01 02 03 04", "1 | 01 02 03"}, {kNoReply, "0 | EE EE EE"}},
-      UsbFinder_GetDongleIndicatorLed, {UsbFinderC_GetDongleIndicatorLed}));
+      Filled<IndicatorLed>());
   return rows;
 }
 
 std::vector<Row> IdAndDataRows() {
   std::vector<Row> rows;
   // The check byte (byte 8) covers byte 6 alone; bit 7 of byte 5 is the flag.
-  rows.push_back(MakeRow("ReadCidMid", "08 F1 00 00 00 83", 0x83,
-                         {{"08 F1 00 00 00 83 12 77 43", "1 | 12 77 01"},
-                          {"08 F1 00 00 00 03 12 78 43", "1 | 12 78 00"},
-                          {"08 F1 00 00 00 83 12 77 44", "0 | 12 77 01"},
-                          {kNoReply, "0 | EE EE EE"}},
-                         UsbFinder_ReadCidMid, std::vector{UsbFinderC_ReadCidMid},
-                         [](auto function, auto path) {
-                           CidMid ids = Marked<CidMid>();
-                           const bool result = function(path, 0x55, &ids);
-                           return Seen(result, ids);
-                         }));
-  rows.push_back(MakeRow("WriteCidMid", "08 F0 00 00 00 83 0A 0B 0C", 0x83,
-                         {{"08 F0 00 00 00 83 12 77 43", "1 | 12 77 01"},
-                          {"08 F0 00 00 00 03 12 77 44", "0 | 12 77 00"},
-                          {kNoReply, "0 | 00 00 00"}},
-                         UsbFinder_WriteCidMid, std::vector{UsbFinderC_WriteCidMid},
-                         [](auto function, auto path) {
-                           CidMid ids = Marked<CidMid>();
-                           const bool result = function(path, 10, 11, 12, &ids);
-                           return Seen(result, ids);
-                         }));
+  Add(rows, BOTH(ReadCidMid), "08 F1 00 00 00 83", 0x83,
+      {{"08 F1 00 00 00 83 12 77 43", "1 | 12 77 01"},
+       {"08 F1 00 00 00 03 12 78 43", "1 | 12 78 00"},
+       {"08 F1 00 00 00 83 12 77 44", "0 | 12 77 01"},
+       {kNoReply, "0 | EE EE EE"}},
+      Filled<CidMid>(Byte{0x55}));
+  Add(rows, BOTH(WriteCidMid), "08 F0 00 00 00 83 0A 0B 0C", 0x83,
+      {{"08 F0 00 00 00 83 12 77 43", "1 | 12 77 01"},
+       {"08 F0 00 00 00 03 12 77 44", "0 | 12 77 00"},
+       {kNoReply, "0 | 00 00 00"}},
+      Filled<CidMid>(Byte{10}, Byte{11}, Byte{12}));
   const auto set_data = [](uint8_t length) {
     return [length](auto function, auto path) {
       return std::to_string(function(path, 0x42, length == 0 ? nullptr : kData.bytes, length));
     };
   };
   const std::vector<Row::Case> set_cases = {{"08 42", "1"}, {kNoReply, "0"}};
-  rows.push_back(MakeRow("SetData of nothing", "08 42", 0x80, set_cases, UsbFinder_SetData,
-                         std::vector{UsbFinderC_SetData}, set_data(0)));
-  rows.push_back(MakeRow("SetData of 3 bytes", "08 42 00 00 00 03 01 02 03", 0x83, set_cases,
-                         UsbFinder_SetData, std::vector{UsbFinderC_SetData}, set_data(3)));
-  rows.push_back(MakeRow("SetData of 10 bytes", "08 42 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A",
-                         0x8A, set_cases, UsbFinder_SetData, std::vector{UsbFinderC_SetData},
-                         set_data(10)));
+  Add(rows, BOTH(SetData), "08 42", 0x80, set_cases, set_data(0));
+  Add(rows, BOTH(SetData), "08 42 00 00 00 03 01 02 03", 0x83, set_cases, set_data(3));
+  Add(rows, BOTH(SetData), "08 42 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", 0x8A, set_cases,
+      set_data(10));
   const std::vector<Row::Case> data_cases = {
       {"08 42 00 00 00 00 0A 09 08 07 06 05 04 03 02 01", "1 | 0A 09 08 07 06 05 04 03 02 01"},
       {kNoReply, "0 | EE EE EE EE EE EE EE EE EE EE"}};
-  const auto with_record = [](auto... arguments) {
-    return [arguments...](auto function, auto path) {
-      DataRecord10 record = Marked<DataRecord10>();
-      const bool result = function(path, 0x42, arguments..., &record);
-      return Seen(result, record);
-    };
-  };
-  rows.push_back(MakeRow("GetData", "08 42 00 00 00 0A", 0x8A, data_cases, UsbFinder_GetData,
-                         std::vector{UsbFinderC_GetData}, with_record()));
-  rows.push_back(MakeRow("SetCommand", "08 42 00 00 00 02 01 02", 0x82, data_cases,
-                         UsbFinder_SetCommand, std::vector{UsbFinderC_SetCommand},
-                         with_record(kData.bytes, uint8_t{2}, 2, 100)));
+  rows.push_back(
+      {BOTH(GetData), "08 42 00 00 00 0A", 0x8A, data_cases, Filled<DataRecord10>(Byte{0x42})});
+  Add(rows, BOTH(SetCommand), "08 42 00 00 00 02 01 02", 0x82, data_cases,
+      Filled<DataRecord10>(Byte{0x42}, kData.bytes, Byte{2}, 2, 100));
   // The caller's own frame, whatever the keyboard target.
   const Report raw = Closed(FromHex("08 42 00 00 00 05 01 02 03 04 05 06 07 08 09 0A"));
-  rows.push_back(MakeRow("GetDeviceData", "08 42 00 00 00 05 01 02 03 04 05 06 07 08 09 0A", 0x05,
-                         {{"08 42 01", "1 | 08 42 01 00 00 00 00 00 00 00 00 00 00 00 00 00 0A"},
-                          {kNoReply, "0 | 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"}},
-                         UsbFinder_GetDeviceData, std::vector{UsbFinderC_GetDeviceData},
-                         [raw](auto function, auto path) {
-                           CommandFrame reply = Marked<CommandFrame>();
-                           CommandFrame request;
-                           std::memcpy(&request, raw.data(), sizeof request);
-                           const bool result = function(path, &request, &reply);
-                           return Seen(result, reply);
-                         }));
+  Add(rows, BOTH(GetDeviceData), "08 42 00 00 00 05 01 02 03 04 05 06 07 08 09 0A", 0x05,
+      {{"08 42 01", "1 | 08 42 01 00 00 00 00 00 00 00 00 00 00 00 00 00 0A"},
+       {kNoReply, "0 | 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"}},
+      [raw](auto function, auto path) {
+        CommandFrame reply = Marked<CommandFrame>();
+        CommandFrame request;
+        std::memcpy(&request, raw.data(), sizeof request);
+        const bool result = function(path, &request, &reply);
+        return Seen(result, reply);
+      });
   return rows;
 }
 
@@ -341,23 +311,11 @@ TEST_F(DirectCommands, EveryRowOfTheTable) {
       request.resize(16);
       if (keyboard) request[5] = row.keyboard_length;
       request = Closed(request);
-      for (const WideCall& call : row.wide)
-        Check(row, request, call, device_.Path());
+      Check(row, request, row.wide, device_.Path());
       for (const NarrowCall& call : row.narrow)
         Check(row, request, call, narrow_path_.c_str());
     }
   }
-}
-
-TEST_F(DirectCommands, KnownRequests) {
-  AnswerWith(kNoReply);
-  UsbFinder_GetVersion(device_.Path());
-  EXPECT_EQ(ToHex(device_.writes().at(0).report),
-            "08 12 00 00 00 00 00 00 00 00 00 00 00 00 00 00 3B");
-  UsbFinder_SetKeyboardMode();
-  UsbFinder_GetVersion(device_.Path());
-  EXPECT_EQ(ToHex(device_.writes().at(3).report),
-            "08 12 00 00 00 80 00 00 00 00 00 00 00 00 00 00 BB");
 }
 
 TEST_F(DirectCommands, RefuseDataThatNoFrameHolds) {

@@ -65,11 +65,9 @@ TEST_F(Discovery, SearchesSelectByKeyInEnumerationOrder) {
   EXPECT_EQ(find(L"99é9", L""), Picked({5}));
   EXPECT_EQ(by_key(L""), Picked({}));
   EXPECT_EQ(by_key(L"COL05"), Picked({1, 3}));
-  EXPECT_EQ(by_key(kPaths[1]), Picked({1}));
   // An upper-case letter in a path is beyond the reach of a lower-cased key.
   EXPECT_EQ(by_key(L"7&Ff"), Picked({}));
   EXPECT_EQ(by_id(L"1234", L"ABCD", 1, 5), Picked({1}));
-  EXPECT_EQ(by_id(L"1234", L"ABCD", 1, 12), Picked({2}));
   EXPECT_EQ(by_id(L"1234", L"ABCD", 1, 4), Picked({}));
   EXPECT_EQ(by_id(L"1234", L"ABCD", INT32_MIN, INT32_MIN), Picked({}));
   EXPECT_EQ(by_id(L"1234", L"", 1, 5), Picked({1, 3}));
@@ -114,16 +112,6 @@ TEST_F(Discovery, AFailingSystemCallEndsTheEnumerationWithWhatItHas) {
     platform::DisarmFault();
     EXPECT_EQ(list, test.found) << test.function;
   }
-}
-
-TEST_F(Discovery, AttributesComeFromTheDevice) {
-  HIDD_ATTRIBUTES attributes{};
-  UsbFinder_GetUsbDeviceAttribute(L"no such path", &attributes);
-  EXPECT_EQ(attributes.VendorID, 0);
-  ScriptedDevice device;
-  UsbFinder_GetUsbDeviceAttribute(device.Path(), &attributes);
-  EXPECT_EQ(attributes.VendorID, 0x1234);
-  EXPECT_EQ(attributes.ProductID, 0xABCD);
 }
 
 }  // namespace

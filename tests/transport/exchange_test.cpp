@@ -75,32 +75,33 @@ ScriptedDevice::Script Refusing() {
 }
 
 TEST(Frame, Checksums) {
-  const uint8_t zeros[16] = {};
-  EXPECT_EQ(ChecksumRange(zeros, 0, 16), 0x55);
-  EXPECT_EQ(ChecksumRange(zeros, 5, 5), 0x55);
-  EXPECT_EQ(ChecksumRange(zeros, 6, 5), 0x55);
   EXPECT_EQ(kRequest.checksum, 0x3B);
   const uint8_t large[2] = {0xFF, 0xFF};
   EXPECT_EQ(ChecksumRange(large, 0, 2), 0x57);
+  EXPECT_EQ(ChecksumRange(large, 1, 1), 0x55);
+  EXPECT_EQ(ChecksumRange(large, 2, 1), 0x55);
 }
 
 TEST(ExchangeFrame, TriesAndReplies) {
   using Times = std::vector<uint64_t>;
+  const std::vector<Sent> kAtOnce = {{1, kRight, 0}};
   const struct {
     const char* name;
     std::vector<Sent> plan;
     bool accepted;
     Times writes_ms;
     uint64_t elapsed_ms;
+    int32_t retries = kExchangeRetries;
+    const char* failing = nullptr;  // a call to the system
+    uint64_t nth = 1;
   } kCases[] = {
       {"silence", {}, false, {0, 100, 200}, 300},
-      {"a reply at once", {{1, kRight, 0}}, true, {0}, 0},
+      {"a reply at once", kAtOnce, true, {0}, 0},
       {"a reply in time", {{1, kRight, 30}}, true, {0}, 30},
       // The read of the first try is still posted.
       {"a reply during the second try", {{1, kRight, 140}}, true, {0, 100}, 140},
       {"a reply during the third try", {{1, kRight, 299}}, true, {0, 100, 200}, 299},
       {"a wrong checksum", {{1, WrongChecksum(), 10}, {2, kRight, 10}}, true, {0, 10}, 20},
-      {"another command", {{1, kOtherCommand, 10}, {2, kRight, 10}}, true, {0, 10}, 20},
       // The stray report costs a try, so the request is written again.
       {"another command, then the right one",
        {{1, kOtherCommand, 0}, {1, kRight, 0}},
@@ -115,10 +116,18 @@ TEST(ExchangeFrame, TriesAndReplies) {
       {"a stray report, then silence", {{1, kOtherCommand, 10}}, false, {0, 10, 110}, 210},
       // A report of zeros has the wrong checksum.
       {"zeros", {{1, Report(17), 0}, {2, kRight, 0}}, true, {0, 0}, 0},
+      {"one try", {}, false, {0}, 100, 0},
+      {"no try", kAtOnce, false, {}, 0, -1},
+      {"no try", kAtOnce, false, {}, 0, INT32_MIN},
+      {"a count that must not wrap around", {{2, kRight, 0}}, true, {0, 100}, 100, INT32_MAX},
+      {"no event", kAtOnce, false, {}, 0, kExchangeRetries, "CreateEventW"},
+      {"no read handle", kAtOnce, false, {0, 100, 200}, 300, kExchangeRetries, "CreateFileW", 2},
   };
   for (const auto& test : kCases) {
     SCOPED_TRACE(test.name);
-    const Outcome outcome = Exchange(Sending(test.plan));
+    if (test.failing != nullptr) platform::ArmFault(test.failing, test.nth);
+    const Outcome outcome = Exchange(Sending(test.plan), test.retries);
+    platform::DisarmFault();
     EXPECT_EQ(outcome.accepted, test.accepted);
     EXPECT_EQ(outcome.reply, test.accepted ? kRight : Report(17));
     EXPECT_EQ(outcome.writes_ms, test.writes_ms);
@@ -128,45 +137,14 @@ TEST(ExchangeFrame, TriesAndReplies) {
 
 TEST(ExchangeFrame, FailingWritesAndPathsCostNoTime) {
   const Outcome refused = Exchange(Refusing());
-  EXPECT_FALSE(refused.accepted);
   EXPECT_EQ(refused.writes_ms, (std::vector<uint64_t>{0, 0, 0}));
-  EXPECT_EQ(refused.elapsed_ms, 0u);
-
   const Outcome absent = Exchange({}, kExchangeRetries, L"no such path");
-  EXPECT_FALSE(absent.accepted);
-  EXPECT_EQ(absent.reply, Report(17));
   EXPECT_TRUE(absent.writes_ms.empty());
-  EXPECT_EQ(absent.elapsed_ms, 0u);
-}
-
-TEST(ExchangeFrame, CountsTries) {
-  EXPECT_EQ(Exchange({}, 0).writes_ms, (std::vector<uint64_t>{0}));
-  for (const int32_t retries : {-1, -2, INT32_MIN}) {
-    const Outcome outcome = Exchange(Sending({{1, kRight, 0}}), retries);
+  for (const Outcome& outcome : {refused, absent}) {
     EXPECT_FALSE(outcome.accepted);
     EXPECT_EQ(outcome.reply, Report(17));
-    EXPECT_TRUE(outcome.writes_ms.empty());
+    EXPECT_EQ(outcome.elapsed_ms, 0u);
   }
-  // The largest count does not wrap around.
-  EXPECT_TRUE(Exchange(Sending({{2, kRight, 0}}), INT32_MAX).accepted);
-}
-
-TEST(ExchangeFrame, WithoutAnEventNothingIsReadOrWritten) {
-  platform::ArmFault("CreateEventW", 1);
-  const Outcome outcome = Exchange(Sending({{1, kRight, 0}}));
-  platform::DisarmFault();
-  EXPECT_FALSE(outcome.accepted);
-  EXPECT_EQ(outcome.reply, Report(17));
-  EXPECT_TRUE(outcome.writes_ms.empty());
-}
-
-TEST(ExchangeFrame, WithoutAReadHandleEveryWaitRunsOut) {
-  platform::ArmFault("CreateFileW", 2);
-  const Outcome outcome = Exchange(Sending({{1, kRight, 0}}));
-  platform::DisarmFault();
-  EXPECT_FALSE(outcome.accepted);
-  EXPECT_EQ(outcome.writes_ms, (std::vector<uint64_t>{0, 100, 200}));
-  EXPECT_EQ(outcome.elapsed_ms, 300u);
 }
 
 // Around the end of the last try, at every microsecond: a reply either counts or comes too late,
@@ -207,52 +185,48 @@ struct Raw {
     CloseRawDevice();
     EXPECT_EQ(platform::OpenHandleCount(), 0u);
   }
-  bool Exchange() {
-    std::fill(reply.begin(), reply.end(), uint8_t{0xEE});
-    const uint64_t start = platform::NowMicros();
-    const bool replied = ExchangeRaw(request, reply);
-    elapsed_ms = (platform::NowMicros() - start) / 1000;
-    return replied;
-  }
 
   ScriptedDevice device;
   Report request = Report(kRawLength, 0xA5);
-  Report reply = Report(kRawLength);
-  uint64_t elapsed_ms = 0;
+  Report reply = Report(kRawLength, 0xEE);
 };
 
 TEST(PassThrough, TakesWhateverArrivesInTwoTries) {
   const struct {
     const char* name;
-    std::vector<Sent> plan;
+    ScriptedDevice::Script script;
     bool replied;
     size_t writes;
     uint64_t elapsed_ms;
+    const char* failing = nullptr;
   } kCases[] = {
-      {"nothing is tested", {{1, WrongChecksum(), 30}}, true, 1, 30},
-      {"during the second try", {{1, WrongChecksum(), 250}}, true, 2, 250},
+      {"nothing is tested", Sending({{1, WrongChecksum(), 30}}), true, 1, 30},
+      {"during the second try", Sending({{1, WrongChecksum(), 250}}), true, 2, 250},
       {"silence", {}, false, 2, 400},
+      {"refused writes", Refusing(), false, 2, 0},
+      {"no event", Sending({{1, kRight, 0}}), false, 0, 0, "CreateEventW"},
   };
   for (const auto& test : kCases) {
     SCOPED_TRACE(test.name);
-    Raw raw(Sending(test.plan));
-    EXPECT_EQ(raw.Exchange(), test.replied);
+    Raw raw(test.script);
+    if (test.failing != nullptr) platform::ArmFault(test.failing, 1);
+    const uint64_t start = platform::NowMicros();
+    EXPECT_EQ(ExchangeRaw(raw.request, raw.reply), test.replied);
+    EXPECT_EQ((platform::NowMicros() - start) / 1000, test.elapsed_ms);
+    platform::DisarmFault();
     EXPECT_EQ(raw.reply, test.replied ? WrongChecksum() : Report(kRawLength));
     EXPECT_EQ(raw.device.writes().size(), test.writes);
-    EXPECT_EQ(raw.device.writes().at(0).report, raw.request);
-    EXPECT_EQ(raw.elapsed_ms, test.elapsed_ms);
+    for (const Written& written : raw.device.writes())
+      EXPECT_EQ(written.report, raw.request);
   }
 }
 
 TEST(PassThrough, ALateReportFindsNoMemoryOfTheExchange) {
-  Raw raw([](ScriptedDevice& self, const Report&) {
-    self.Deliver(kRight, 401);
-    return DWORD{0};
-  });
-  EXPECT_FALSE(raw.Exchange());
+  Raw raw(Sending({{1, kRight, 401}}));
+  EXPECT_FALSE(ExchangeRaw(raw.request, raw.reply));
   Sleep(10);
   // What came late is the next exchange's reply.
-  EXPECT_TRUE(raw.Exchange());
+  EXPECT_TRUE(ExchangeRaw(raw.request, raw.reply));
 }
 
 TEST(PassThrough, FailsWithoutAnOpenPair) {
@@ -266,30 +240,16 @@ TEST(PassThrough, FailsWithoutAnOpenPair) {
   CloseRawDevice();
 
   // Half a pair is released like a whole one.
-  ScriptedDevice device;
+  ScriptedDevice device(kScriptedPath, Refusing());
   platform::ArmFault("CreateFileW", 2);
   EXPECT_FALSE(OpenRawDevice(kScriptedPath));
   platform::DisarmFault();
   EXPECT_EQ(platform::OpenHandleCount(), 1u);
+  EXPECT_FALSE(WriteRaw(report));
+  device.SetScript({});
+  EXPECT_TRUE(WriteRaw(report));
   CloseRawDevice();
   EXPECT_EQ(platform::OpenHandleCount(), 0u);
-}
-
-TEST(PassThrough, RefusedWritesAndMissingEvents) {
-  Raw raw(Refusing());
-  EXPECT_FALSE(raw.Exchange());
-  EXPECT_EQ(raw.device.writes().size(), 2u);
-  EXPECT_EQ(raw.elapsed_ms, 0u);
-  EXPECT_FALSE(WriteRaw(raw.request));
-  raw.device.SetScript({});
-  EXPECT_TRUE(WriteRaw(raw.request));
-
-  raw.device.ClearWrites();
-  platform::ArmFault("CreateEventW", 1);
-  EXPECT_FALSE(raw.Exchange());
-  platform::DisarmFault();
-  EXPECT_EQ(raw.reply, Report(kRawLength));
-  EXPECT_TRUE(raw.device.writes().empty());
 }
 
 }  // namespace
