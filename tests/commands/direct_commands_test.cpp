@@ -123,25 +123,19 @@ std::vector<Row> QueryRows() {
   Add(rows, BOTH(GetDeviceInfo), DeviceInfoRequest("88"), 0x88, info, kInfo<2>);
   Add(rows, BOTH(GetDeviceOnLine), "08 03", 0x80,
       {{"08 03 00 00 00 00 07", "1"}, {"08 03", "0"}, {kNoReply, "0"}}, kPlain);
-  rows.push_back(
-      {BOTH(GetDeviceOnLineWithUsbAddress),
-       "08 03",
-       0x80,
-       {{"08 03 00 00 00 04 00 A1 A2 A3", "1 | 08 03 00 00 00 04 00 A1 A2 A3 00 00 00 00 00 00 60"},
-        {kNoReply, "0 | 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"}},
-       Filled<CommandFrame>()});
+  Add(rows, BOTH(GetDeviceOnLineWithUsbAddress), "08 03", 0x80,
+      {{"08 03 00 00 00 04 00 A1 A2 A3", "1 | 08 03 00 00 00 04 00 A1 A2 A3 00 00 00 00 00 00 60"},
+       {kNoReply, "0 | 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"}},
+      Filled<CommandFrame>());
   rows.back().narrow.push_back([](const char* path) {
     const Report reply = TakeBytes(CS_UsbFinder_GetDeviceOnLineWithUsbAddress(path));
     // The managed form has no result beside the reply.
     return std::string(reply == Report(17) ? "0" : "1") + " | " + ToHex(reply);
   });
   // The voltage travels high byte first and is stored in the host's order.
-  rows.push_back(
-      {BOTH(GetBatteryLevel),
-       "08 04",
-       0x80,
-       {{"08 04 00 00 00 04 55 01 0F A1", "1 | 55 01 A1 0F"}, {kNoReply, "0 | EE EE EE EE"}},
-       Filled<BatteryLevel>()});
+  Add(rows, BOTH(GetBatteryLevel), "08 04", 0x80,
+      {{"08 04 00 00 00 04 55 01 0F A1", "1 | 55 01 A1 0F"}, {kNoReply, "0 | EE EE EE EE"}},
+      Filled<BatteryLevel>());
   rows.back().narrow.push_back(
       [](const char* path) { return Filled<BatteryLevel>()(CS_UsbFinder_GetBatteryLevel, path); });
   Add(rows, BOTH(GetCurrentDPI), "08 08 00 00 04 01", 0x81,
@@ -153,13 +147,10 @@ std::vector<Row> QueryRows() {
       Filled<int32_t>());
   Add(rows, "GetRSSI", UsbFinder_GetRSSI, CS_UsbFinder_GetRSSI, "08 2B", 0x80,
       {{"08 2B 00 00 00 01 C4", "1 | C4"}, {kNoReply, "0 | EE"}}, Filled<uint8_t>());
-  rows.push_back(
-      {BOTH(GetMouseSerialNumber),
-       "08 20",
-       0x80,
-       {{"08 20 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", "1 | 01 02 03 04 05 06 07 08 09 0A"},
-        {kNoReply, "0 | EE EE EE EE EE EE EE EE EE EE"}},
-       Filled<DataRecord10>()});
+  Add(rows, BOTH(GetMouseSerialNumber), "08 20", 0x80,
+      {{"08 20 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", "1 | 01 02 03 04 05 06 07 08 09 0A"},
+       {kNoReply, "0 | EE EE EE EE EE EE EE EE EE EE"}},
+      Filled<DataRecord10>());
   return rows;
 }
 
@@ -172,14 +163,11 @@ std::vector<Row> ReceiverRows() {
        {"08 14 05 00 00 0A 00", "5"},
        {kNoReply, "3"}},
       kSetTen);
-  rows.push_back(
-      {BOTH(Get4KDongleRGBValue),
-       "08 15",
-       0x80,
-       {{"08 15 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", "1 | 01 02 03 04 05 06 07 08 09 0A"},
-        {"08 15 00 00 00 00 01 02 03 04 05 06 07 08 09 0A", "0 | 01 02 03 04 05 06 07 08 09 0A"},
-        {kNoReply, "0 | EE EE EE EE EE EE EE EE EE EE"}},
-       Filled<DataRecord10>()});
+  Add(rows, BOTH(Get4KDongleRGBValue), "08 15", 0x80,
+      {{"08 15 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", "1 | 01 02 03 04 05 06 07 08 09 0A"},
+       {"08 15 00 00 00 00 01 02 03 04 05 06 07 08 09 0A", "0 | 01 02 03 04 05 06 07 08 09 0A"},
+       {kNoReply, "0 | EE EE EE EE EE EE EE EE EE EE"}},
+      Filled<DataRecord10>());
   Add(rows, BOTH(SetLongRangeMode), "08 16 00 00 00 0A 02", 0x8A,
       {{"08 16 00 00 00 0A 02", "1"}, {"08 16 00 00 00 0A 01", "0"}, {kNoReply, "0"}},
       [](auto function, auto path) { return std::to_string(function(path, 2)); });
@@ -187,15 +175,12 @@ std::vector<Row> ReceiverRows() {
       {{"08 17 00 00 00 01 02", "1 | 02"}, {kNoReply, "0 | 00"}}, Filled<uint8_t>());
   // Whether the bar is on travels as its mode, not as a byte of its own.
   for (const bool on : {true, false}) {
-    rows.push_back(
-        {BOTH(SetDongleRGBBarMode),
-         on ? "08 18 00 00 00 0A 07 01 02 03 04 05" : "08 18 00 00 00 0A 00 01 02 03 04 05",
-         0x8A,
-         {{"08 18", "1"}, {kNoReply, "0"}},
-         [on](auto function, auto path) {
-           const RgbBarMode mode = {7, {1, 2, 3, 4, 5}, static_cast<uint8_t>(on ? 9 : 0)};
-           return std::to_string(function(path, &mode));
-         }});
+    Add(rows, BOTH(SetDongleRGBBarMode),
+        on ? "08 18 00 00 00 0A 07 01 02 03 04 05" : "08 18 00 00 00 0A 00 01 02 03 04 05", 0x8A,
+        {{"08 18", "1"}, {kNoReply, "0"}}, [on](auto function, auto path) {
+          const RgbBarMode mode = {7, {1, 2, 3, 4, 5}, static_cast<uint8_t>(on ? 9 : 0)};
+          return std::to_string(function(path, &mode));
+        });
   }
   Add(rows, BOTH(GetDongleRGBBarMode), "08 19", 0x80,
       {{"08 19 00 00 00 07 01 02 03 04 05 06 07 08", "1 | 01 02 03 04 05 06 07"},
@@ -244,8 +229,7 @@ std::vector<Row> IdAndDataRows() {
   const std::vector<Row::Case> data_cases = {
       {"08 42 00 00 00 00 0A 09 08 07 06 05 04 03 02 01", "1 | 0A 09 08 07 06 05 04 03 02 01"},
       {kNoReply, "0 | EE EE EE EE EE EE EE EE EE EE"}};
-  rows.push_back(
-      {BOTH(GetData), "08 42 00 00 00 0A", 0x8A, data_cases, Filled<DataRecord10>(Byte{0x42})});
+  Add(rows, BOTH(GetData), "08 42 00 00 00 0A", 0x8A, data_cases, Filled<DataRecord10>(Byte{0x42}));
   Add(rows, BOTH(SetCommand), "08 42 00 00 00 02 01 02", 0x82, data_cases,
       Filled<DataRecord10>(Byte{0x42}, kData.bytes, Byte{2}, 2, 100));
   // The caller's own frame, whatever the keyboard target.
