@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "tools/perictl_run.h"
 
@@ -111,7 +112,7 @@ TEST(Perictl, InfoOfAKeyboard) {
 }
 
 TEST(Perictl, DemoSetsReadsAndRestores) {
-  const PerictlRun run = RunPerictl("demo --json");
+  const PerictlRun run = RunPerictl("demo --json --virtual-time");
   EXPECT_EQ(run.exit_code, 0) << run.err;
   const Json demo = run.Document();
   for (const char* road : {"by_ids", "by_key", "by_interface", "by_default"}) {
@@ -131,10 +132,20 @@ TEST(Perictl, DemoSetsReadsAndRestores) {
     EXPECT_EQ(told["read"], told["set"]) << setting.key;
     EXPECT_NE(told["read"], told["before"]) << setting.key;
   }
+  const Json& changed = demo["configuration"]["changed"];
+  EXPECT_EQ(demo["configuration"]["read"]["bytes"], 6960);
+  EXPECT_EQ(changed["read"], changed["set"]);
+  EXPECT_NE(changed["read"], changed["before"]);
+  EXPECT_EQ(changed["restored"], changed["before"]);
+  std::vector<std::string> events;
+  for (const Json& event : demo["battery"]["events"])
+    events.push_back(event["event"]);
+  EXPECT_EQ(events, (std::vector<std::string>{"battery", "status", "removal", "arrival", "battery",
+                                              "battery"}));
 }
 
 TEST(Perictl, DemoUpgradesAKeyboardToo) {
-  const PerictlRun run = RunPerictl("demo --json --virtual=keyboard");
+  const PerictlRun run = RunPerictl("demo --json --virtual-time --virtual=keyboard");
   EXPECT_EQ(run.exit_code, 0) << run.err;
   const Json upgrade = run.Document()["upgrade"];
   EXPECT_EQ(upgrade["version"], Json({{"before", "1.02"}, {"after", "1.03"}}));
@@ -142,7 +153,7 @@ TEST(Perictl, DemoUpgradesAKeyboardToo) {
 }
 
 TEST(Perictl, DemoIsReadable) {
-  const PerictlRun run = RunPerictl("demo");
+  const PerictlRun run = RunPerictl("demo --virtual-time");
   EXPECT_EQ(run.exit_code, 0);
   for (const char* part : {"Finding the device", "firmware version      1.02", "address", "80 %",
                            "restored", "was 1.02; is 1.03"}) {

@@ -5,8 +5,8 @@
 
 namespace perictl {
 
-// While it lives, Ctrl-C does not end the process but is noted. A second one ends it after all. One
-// lives at a time.
+// While it lives, Ctrl-C does not end the process but is noted. A second one ends it after all.
+// Guards may stand within one another, on the same thread.
 class InterruptGuard {
  public:
   InterruptGuard();

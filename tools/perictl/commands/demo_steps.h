@@ -17,6 +17,8 @@ struct DemoState {
 void DemoFind(DemoState& state);
 void DemoRead(DemoState& state);
 void DemoSettings(DemoState& state);
+void DemoConfiguration(DemoState& state);
+void DemoBattery(DemoState& state);
 void DemoUpgrade(DemoState& state);
 
 struct DemoStep {
@@ -29,6 +31,8 @@ inline constexpr DemoStep kDemoSteps[] = {
     {"find", "Finding the device", DemoFind},
     {"device", "Reading the device", DemoRead},
     {"receiver", "Setting the receiver, and setting it back", DemoSettings},
+    {"configuration", "Changing the configuration, and changing it back", DemoConfiguration},
+    {"battery", "Watching the battery", DemoBattery},
     {"upgrade", "Upgrading the firmware", DemoUpgrade},
 };
 

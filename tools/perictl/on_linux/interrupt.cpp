@@ -9,12 +9,14 @@ namespace {
 constexpr int kSignals[] = {SIGINT, SIGTERM};
 
 volatile std::sig_atomic_t interrupted = 0;
+int guards = 0;
 struct sigaction before[std::size(kSignals)];
 struct sigaction pipe_before;
 
 }  // namespace
 
 InterruptGuard::InterruptGuard() {
+  if (guards++ > 0) return;
   struct sigaction action {};
   action.sa_handler = [](int) { interrupted = 1; };
   action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
@@ -23,6 +25,7 @@ InterruptGuard::InterruptGuard() {
 }
 
 InterruptGuard::~InterruptGuard() {
+  if (--guards > 0) return;
   for (size_t i = 0; i < std::size(kSignals); ++i)
     sigaction(kSignals[i], &before[i], nullptr);
 }

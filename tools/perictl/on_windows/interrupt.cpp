@@ -7,6 +7,7 @@
 namespace perictl {
 namespace {
 
+int guards = 0;
 std::atomic<bool> interrupted{false};
 
 // Runs on a thread of its own.
@@ -18,10 +19,10 @@ BOOL WINAPI Handle(DWORD event) {
 }  // namespace
 
 InterruptGuard::InterruptGuard() {
-  SetConsoleCtrlHandler(Handle, TRUE);
+  if (guards++ == 0) SetConsoleCtrlHandler(Handle, TRUE);
 }
 InterruptGuard::~InterruptGuard() {
-  SetConsoleCtrlHandler(Handle, FALSE);
+  if (--guards == 0) SetConsoleCtrlHandler(Handle, FALSE);
 }
 
 bool Interrupted() {

@@ -1,0 +1,111 @@
+// The demo's step through the background server: reads the whole configuration, changes a colour as
+// a host's editor would, reads it back, and restores it.
+#include <algorithm>
+#include <vector>
+
+#include "commands/demo_steps.h"
+#include "common/config.h"
+#include "common/config_parts.h"
+#include "device.h"
+#include "exit_codes.h"
+#include "perilink/protocol_data.h"
+#include "perilink/server.h"
+#include "server_session.h"
+#include "system.h"
+#include "text.h"
+
+namespace perictl {
+namespace {
+
+constexpr uint8_t kWriteMemory = 0x07;
+constexpr uint8_t kReadMemory = 0x08;
+// The server says nothing when it gives up; a whole read takes a second or two.
+constexpr uint32_t kReadTimeoutMs = 10'000;
+constexpr uint32_t kWriteTimeoutMs = 2'000;
+
+// The answers to one command; what the device reports in between is let pass.
+class Editor {
+ public:
+  explicit Editor(const DemoState& state)
+      : path_(state.path), session_(state.path, state.context.selection.keyboard) {}
+
+  ProtocolData Read(std::vector<uint8_t>& image) {
+    UsbServer_ReadAllFlashData();
+    image = Await(kReadMemory, kReadTimeoutMs, "its configuration").data;
+    if (image.size() != PERILINK_FLASH_IMAGE_SIZE) FailUnanswered(path_, "its configuration");
+    ProtocolData record{};
+    ProtocolDataParser(image.data(), &record);
+    return record;
+  }
+  ProtocolData Read() {
+    std::vector<uint8_t> image;
+    return Read(image);
+  }
+
+  // Writes what differs from the configuration that was read or written last: one field.
+  void Write(ProtocolData record) {
+    ProtocolDataUpdate(&record);
+    Await(kWriteMemory, kWriteTimeoutMs, "taking its new configuration");
+  }
+
+ private:
+  ServerReport Await(uint8_t command, uint32_t timeout_ms, const char* what) {
+    const uint64_t end_ms = GetTickCount64() + timeout_ms;
+    for (uint64_t now_ms = GetTickCount64(); now_ms < end_ms; now_ms = GetTickCount64()) {
+      const auto report = session_.Next(static_cast<uint32_t>(end_ms - now_ms));
+      if (report && report->frame.command == command) return *report;
+    }
+    FailUnanswered(path_, what);
+  }
+
+  const std::string path_;
+  ServerSession session_;
+};
+
+}  // namespace
+
+void DemoConfiguration(DemoState& state) {
+  Report& report = state.context.report;
+  Editor editor(state);
+  const uint64_t start_ms = GetTickCount64();
+  std::vector<uint8_t> image;
+  const ProtocolData before = editor.Read(image);
+  const uint64_t took_ms = GetTickCount64() - start_ms;
+  report.Fact("read", "whole read",
+              std::to_string(image.size()) + " bytes in one callback, after " +
+                  std::to_string(took_ms) + " ms",
+              {{"bytes", image.size()}, {"ms", took_ms}});
+  if (!LooksLikeConfig(perilink::tools::DeviceConfigFromImage(image))) {
+    report.Fact("changed", "changed", "nothing: this is another kind of memory", nullptr);
+    return;
+  }
+
+  const size_t level = std::min<size_t>(before.current_dpi_level, std::size(before.dpi_levels) - 1);
+  ProtocolData changed = before;
+  for (uint8_t& part : changed.dpi_levels[level].color.bytes)
+    part = static_cast<uint8_t>(~part);
+  editor.Write(changed);
+  const ProtocolData after = editor.Read();
+  editor.Write(before);
+  const ProtocolData restored = editor.Read();
+
+  const auto colour = [level](const ProtocolData& record) {
+    return HexBytes(record.dpi_levels[level].color.bytes);
+  };
+  const std::string field = "dpi_levels[" + std::to_string(level) + "].color";
+  if (!perilink::tools::ConfigDifferences(changed, after).empty() ||
+      !perilink::tools::ConfigDifferences(before, restored).empty()) {
+    throw Failure(ExitCode::kRefused, field + " was set to " + colour(changed) + " and reads " +
+                                          colour(after) + "; set back, it reads " +
+                                          colour(restored));
+  }
+  report.Fact("changed", field,
+              "was " + colour(before) + "; set to and read as " + colour(after) + "; restored",
+              {{"field", field},
+               {"before", colour(before)},
+               {"set", colour(changed)},
+               {"read", colour(after)},
+               {"restored", colour(restored)}});
+}
+
+}  // namespace perictl
