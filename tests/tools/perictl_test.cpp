@@ -23,16 +23,12 @@ TEST(Perictl, EveryWayToFailHasItsCodeAndOneLine) {
       {"info --path x", 3, "at path x"},
       {"info --virtual-fault=vanishing", 3, "is gone"},
       {"info --virtual-fault=asleep", 4, "asleep"},
-      {"demo --virtual-fault=asleep", 4, "asleep"},
       {"info --virtual-fault=silent", 5, "does not answer"},
       {"demo --virtual-fault=silent", 5, "does not answer"},
       {"info --virtual-fault=nonsense", 6, "nonsense"},
       {"list --virtual-fault=broken", 2, "--virtual-fault"},
-      {"list --virtual=toaster", 2, "--virtual"},
       {"info --vid 12", 2, "four hexadecimal digits"},
-      {"info --pid abcd", 2, "--vid"},
       {"info --key a --path b", 2, "excludes"},
-      {"conquer", 2, "conquer"},
       {"", 2, "subcommand"},
   };
   for (const auto& c : cases) {
@@ -51,17 +47,26 @@ TEST(Perictl, EveryWayToFailHasItsCodeAndOneLine) {
   }
 }
 
-TEST(Perictl, HelpNamesEveryExitCode) {
-  const PerictlRun run = RunPerictl("--help");
-  EXPECT_EQ(run.exit_code, 0);
-  for (const char* row : {"  0  success", "  3  no such device", "  9  the device did not take",
-                          " 12  the device stopped"}) {
-    EXPECT_NE(run.out.find(row), std::string::npos) << row;
+TEST(Perictl, WhatAPersonReads) {
+  const struct {
+    const char* arguments;
+    int exit_code;
+    std::vector<const char*> parts;
+  } cases[] = {
+      {"--help", 0, {"  0  success", "  3  no such device", "  9  the device did not take"}},
+      {"info >/dev/full", 1, {}},
+      {"info --virtual=keyboard", 0, {"firmware version"}},
+      {"demo --virtual-time",
+       0,
+       {"Finding the device", "firmware version      1.02", "address", "80 %", "restored",
+        "was 1.02; is 1.03"}},
+  };
+  for (const auto& c : cases) {
+    const PerictlRun run = RunPerictl(c.arguments);
+    EXPECT_EQ(run.exit_code, c.exit_code) << run.err;
+    for (const char* part : c.parts)
+      EXPECT_NE(run.out.find(part), std::string::npos) << part;
   }
-}
-
-TEST(Perictl, OutputThatIsLostIsAFailure) {
-  EXPECT_EQ(RunPerictl("info >/dev/full").exit_code, 1);
 }
 
 TEST(Perictl, ListMarksTheCommandInterface) {
@@ -80,35 +85,27 @@ TEST(Perictl, ListMarksTheCommandInterface) {
 }
 
 TEST(Perictl, InfoTellsWhatTheMouseHolds) {
-  for (const char* arguments :
-       {"info --json", "info --json --vid 1234 --pid ABCD", "info --json --key MI_01"}) {
-    SCOPED_TRACE(arguments);
-    const PerictlRun run = RunPerictl(arguments);
+  const Json expected = {{"id", "1234:abcd"},
+                         {"version", "1.02"},
+                         {"slave_version", "2.03"},
+                         {"online", true},
+                         {"address", "1a:2b:3c"},
+                         {"rssi", 0x30},
+                         {"serial_number", "56 4d 30 30 30 30 30 30 30 31"},
+                         {"cid_mid", {{"cid", 0x12}, {"mid", 0x34}, {"flag", 0}}},
+                         {"device_info", "12 34 01"},
+                         {"receiver_colours", "ff 40 10 00 00 00 00 00 00 00"},
+                         {"long_range", 0}};
+  for (const char* choice : {"", " --vid 1234 --pid ABCD", " --key MI_01"}) {
+    SCOPED_TRACE(choice);
+    const PerictlRun run = RunPerictl(std::string("info --json") + choice);
     EXPECT_EQ(run.exit_code, 0) << run.err;
     const Json info = run.Document();
-    EXPECT_EQ(info["id"], "1234:abcd");
-    EXPECT_EQ(info["version"], "1.02");
-    EXPECT_EQ(info["slave_version"], "2.03");
-    EXPECT_EQ(info["online"], true);
-    EXPECT_EQ(info["address"], "1a:2b:3c");
+    for (const auto& item : expected.items())
+      EXPECT_EQ(info[item.key()], item.value()) << item.key();
     EXPECT_EQ(info["battery"]["percent"], 80);
-    EXPECT_EQ(info["battery"]["charging"], false);
-    EXPECT_GT(info["battery"]["millivolts"], 3000);
     EXPECT_TRUE(info["dpi_level"].is_number());
-    EXPECT_EQ(info["rssi"], 0x30);
-    EXPECT_EQ(info["serial_number"], "56 4d 30 30 30 30 30 30 30 31");
-    EXPECT_EQ(info["cid_mid"], Json({{"cid", 0x12}, {"mid", 0x34}, {"flag", 0}}));
-    EXPECT_EQ(info["device_info"], "12 34 01");
-    EXPECT_EQ(info["receiver_colours"], "ff 40 10 00 00 00 00 00 00 00");
-    EXPECT_EQ(info["long_range"], 0);
   }
-}
-
-TEST(Perictl, InfoOfAKeyboard) {
-  const PerictlRun run = RunPerictl("info --json --virtual=keyboard");
-  EXPECT_EQ(run.exit_code, 0) << run.err;
-  EXPECT_NE(run.err.find("virtual keyboard"), std::string::npos);
-  EXPECT_EQ(run.Document()["online"], true);
 }
 
 TEST(Perictl, DemoSetsReadsAndRestores) {
@@ -150,15 +147,6 @@ TEST(Perictl, DemoUpgradesAKeyboardToo) {
   const Json upgrade = run.Document()["upgrade"];
   EXPECT_EQ(upgrade["version"], Json({{"before", "1.02"}, {"after", "1.03"}}));
   EXPECT_EQ(upgrade["events"].back()["event"], "success");
-}
-
-TEST(Perictl, DemoIsReadable) {
-  const PerictlRun run = RunPerictl("demo --virtual-time");
-  EXPECT_EQ(run.exit_code, 0);
-  for (const char* part : {"Finding the device", "firmware version      1.02", "address", "80 %",
-                           "restored", "was 1.02; is 1.03"}) {
-    EXPECT_NE(run.out.find(part), std::string::npos) << part;
-  }
 }
 
 }  // namespace
