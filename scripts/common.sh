@@ -8,7 +8,7 @@ jobs=$(nproc)
 # What building and running perictl needs.
 run_packages=(cmake ninja-build g++ libcli11-dev nlohmann-json3-dev libgtest-dev libbenchmark-dev)
 # What the tests need beyond it.
-test_packages=(git clang-14 clang-format-14 shellcheck binutils googletest
+test_packages=(git clang-14 clang-format-14 shellcheck binutils googletest pkgconf python3
   g++-mingw-w64-x86-64-posix wine64)
 
 fail() {

@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Installs a build into an empty folder, moves that folder, and builds and runs the examples on it,
+# once with CMake's find_package and once with pkg-config:
+#   check_install.sh BUILD_FOLDER [windows]
+set -euo pipefail
+build=$1 system=${2-linux}
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+cmake --install "$build" --prefix "$work/first" >"$work/files"
+mv "$work/first" "$work/installed"
+# A copy, so that nothing around them in the repository helps.
+cp -r "$root/examples" "$work/examples"
+
+toolchain=()
+compiler=gcc
+program=$work/installed/bin/find
+run=(env "LD_PRELOAD=$work/installed/lib/libperilink_virtual_mouse.so" "$program")
+expected='has version 0102'
+if [[ $system == windows ]]; then
+  toolchain=("-DCMAKE_TOOLCHAIN_FILE=$root/cmake/mingw-w64.cmake")
+  compiler=x86_64-w64-mingw32-gcc-posix
+  program+=.exe
+  run=("$root/scripts/wine.sh" "$root/build/wine" "$program")
+  expected='no such device'
+fi
+
+cmake -G Ninja -S "$work/examples" -B "$work/build" "${toolchain[@]}" \
+  -DCMAKE_PREFIX_PATH="$work/installed" -DCMAKE_BUILD_TYPE=Debug
+cmake --build "$work/build"
+ctest --test-dir "$work/build" --no-tests=error --output-on-failure
+
+export PKG_CONFIG_PATH=$work/installed/lib/pkgconfig
+read -ra flags <<<"$(pkg-config --cflags --libs perilink)"
+"$compiler" "$work/examples/find.c" -o "$program" "${flags[@]}" \
+  "-Wl,-rpath,$work/installed/lib"
+output=$("${run[@]}" || true)
+echo "$output"
+[[ $output == *"$expected"* ]]
