@@ -34,6 +34,7 @@ TEST(Perictl, ListsInterfaces) {
 
 TEST(Perictl, TellsWhatIsWrongByExitCode) {
   EXPECT_EQ(RunPerictl("info 2>nul").exit_code, 3);
+  EXPECT_EQ(RunPerictl("events --for 1 2>nul").exit_code, 3);
   EXPECT_EQ(RunPerictl("info --vid 12 2>nul").exit_code, 2);
   EXPECT_EQ(RunPerictl("--help").exit_code, 0);
 }
