@@ -25,7 +25,8 @@ TEST(LayerKeys, ReadsTheLayersRange) {
                          Row{4, 0, 1}, Row{255, 0, 1}}) {
     keyboard.ClearRequests();
     const auto begin = keyboard.flash().bytes().begin() + row.address;
-    EXPECT_EQ(LoadLayerKeys(keyboard.CommandPath(), row.layer), Keys(begin, begin + row.size));
+    EXPECT_EQ(LoadLayerKeys(keyboard.CommandPath(), row.layer),
+              Keys(begin, begin + static_cast<ptrdiff_t>(row.size)));
     EXPECT_EQ(keyboard.CountRequests(0x08), (row.size + 9) / 10);
   }
 }

@@ -58,7 +58,7 @@ TEST(ImageTest, TextFieldsEndAtZeroOrAtTheirEnd) {
 
 // The start packet's tail stays in every other packet; addresses wrap.
 TEST(PacketTest, CutsThePayload) {
-  for (const size_t size : {0, 1, 32, 33, 64}) {
+  for (const size_t size : {0u, 1u, 32u, 33u, 64u}) {
     SCOPED_TRACE(size);
     UpgradeImage wanted = ImageOf(size);
     wanted.start.length = 255;  // cut to its data
@@ -149,7 +149,7 @@ TEST(FileSplitTest, ManagedSplitStaysWithinFilesThatLie) {
       if (image.empty()) continue;
       ++found;
       EXPECT_TRUE(CheckImageHeader(image.data()));
-      EXPECT_FALSE(std::ranges::search(file, image).empty());
+      EXPECT_NE(std::search(file.begin(), file.end(), image.begin(), image.end()), file.end());
     }
   }
   EXPECT_GT(found, 250);
