@@ -34,8 +34,17 @@ void Pump() {
     DispatchMessageW(&message);
 }
 
-HWND NoticeWindow() {
-  return FindWindowW(kClass, L"");
+// The next window of the notice after `previous` that is this process's own: other tests run on the
+// same desktop.
+HWND NoticeWindow(HWND previous = nullptr) {
+  HWND window = previous;
+  DWORD process = 0;
+  do {
+    window = FindWindowExW(nullptr, window, kClass, L"");
+    process = 0;
+    if (window != nullptr) GetWindowThreadProcessId(window, &process);
+  } while (window != nullptr && process != GetCurrentProcessId());
+  return window;
 }
 
 // Sends a broadcast about a device of this type from another thread while this one pumps, and holds
@@ -74,7 +83,7 @@ TEST(Arrival, TheWindowIsHiddenAndOnlyOne) {
   StartUsbChanged(kCallback, 0);
   StartUsbChanged(kCallback, 0);
   EXPECT_EQ(calls, "++");
-  EXPECT_EQ(FindWindowExW(nullptr, window, kClass, nullptr), nullptr);
+  EXPECT_EQ(NoticeWindow(window), nullptr);
 }
 
 TEST(Arrival, CallsBackForDeviceInterfacesOnly) {
