@@ -58,7 +58,7 @@ PERILINK_BEGIN_DECLS
  * waits about 21 seconds. Below 100 every upgrade fails.
  *
  * True when the upgrade thread runs. False when no image of the file is valid, a null file
- * included, or when the thread can't be made; the log then tells which. False too while another
+ * included, or when the thread can't be made; the log tells of the former. False too while another
  * upgrade runs, which changes nothing. An upgrade runs until its last callback has returned. It
  * can't be stopped. CS_UsbUpgrade_Start does the same. */
 PERILINK_API bool UsbUpgrade_Start(const uint8_t* file, UpgradeCallback callback, uint32_t timeout);

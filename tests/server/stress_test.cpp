@@ -33,6 +33,48 @@ void CloseThread(uintptr_t thread) {
   if (thread != 0) CloseHandle(reinterpret_cast<HANDLE>(thread));
 }
 
+// The exports that only queue. The host's own loop, UsbReaderWriterServer, is not among what is
+// called: beside the server's thread it would be a second owner of what the loop owns.
+constexpr void (*kQueueing[])() = {
+    UsbServer_ReadEncryption,
+    UsbServer_ReadOnLine,
+    UsbServer_ReadBatteryLevel,
+    UsbServer_EnterDonglePair,
+    UsbServer_ReadDonglePairStatus,
+    UsbServer_SetClearSetting,
+    UsbServer_ReadConfig,
+    UsbServer_EnterMTKMode,
+    UsbServer_ReadVersion,
+    UsbServer_Get4KDongleRGBValue,
+    UsbServer_GetLongRangeMode,
+    CS_UsbServer_GetDongleRGBBarMode,
+    UsbServer_GetMouseSerialNumber,
+    UsbServer_GetRSSI,
+    UsbServer_GetDongleIndicatorLed,
+    UsbServer_GetSlaveVersion,
+    UsbServer_ReadAllFlashData,
+    UsbServer_ReadReportRate,
+    UsbServer_ReadCurrentDPI,
+    UsbServer_ReadDPILed,
+    UsbServer_ReadLedBar,
+};
+
+void QueueSettings(uint8_t value) {
+  const DataRecord10 record{};
+  const RgbBarMode bar{};
+  const IndicatorLed led{};
+  UsbServer_EnterDonglePairWithCidMid(value, value);
+  UsbServer_EnterDonglePairOnlyCid(value);
+  UsbServer_SetVidPid(value, value);
+  UsbServer_SetCurrentConfig(value);
+  UsbServer_Set4KDongleRGB(&record);
+  UsbServer_SetLongRangeMode(value);
+  CS_UsbServer_SetDongleRGBBarMode(&bar);
+  UsbServer_SetDongleIDToMouse(&record);
+  UsbServer_SetMouseSerialNumber(&record);
+  UsbServer_SetDongleIndicatorLed(&led);
+}
+
 void Act(const sim::Mouse& mouse, std::mt19937& random, ProtocolData& record) {
   const std::wstring path = mouse.CommandPath();
   const std::string narrow = mouse.CommandPathNarrow();
@@ -45,19 +87,21 @@ void Act(const sim::Mouse& mouse, std::mt19937& random, ProtocolData& record) {
   const std::function<void()> actions[] = {
       [&] { CloseThread(UsbServer_Start(path, path, OnReport)); },
       [&] { CloseThread(UsbServer_KeyboardStart(path, path, OnReport)); },
+      [&] { CS_UsbServer_KeyboardStart(narrow.c_str(), "", OnReport); },
+      [&] { UsbServerC_KeyboardStart(narrow.c_str(), narrow.c_str(), OnReport); },
       [&] { UsbServerC_Start(narrow.c_str(), narrow.c_str(), OnReport); },
       [&] { CS_UsbServer_Start(narrow.c_str(), "", nullptr); },
       [&] { UsbServer_Exit(); },
       [&] { CS_UsbServer_SetThreadSleepTime(1 + value % 8); },
-      [&] { UsbServer_GetCurrentInputDevice(text); },
+      [&] { UsbServer_GetCurrentInputDevice(text), UsbServer_GetCurrentOutputDevice(text); },
+      [&] { SafeArrayDestroy(CS_UsbServer_GetCurrentInputDevice()); },
       [&] { SafeArrayDestroy(CS_UsbServer_GetCurrentOutputDevice()); },
-      [&] { UsbServer_ReadEncryption(); },
+      [&] { kQueueing[value % std::size(kQueueing)](); },
+      [&] { QueueSettings(value); },
+      [&] { SafeArrayDestroy(CS_UsbKeyboard_LoadLayerKeys(narrow.c_str(), value % 5)); },
       [&] { UsbServer_SetDeviceDescriptorString(L"a text of more than ten"); },
-      [&] { UsbServer_ReadAllFlashData(); },
       [&] { UsbServer_ReadFalshData(value, value, 0); },
       [&] { UsbServer_SetPCDriverStatus(value % 2); },
-      [&] { UsbServer_ReadBatteryLevel(); },
-      [&] { UsbServer_ReadVersion(); },
       [&] { UsbServer_SetData(0x07, data, value % 12); },
       [&] { UsbServer_InitWriteCommand(&entry), UsbServer_WriteCommand(&entry); },
       [&] { ProtocolDataUpdate(&record); },
