@@ -1,7 +1,6 @@
 // What the background server costs while it idles, and what one queued command costs in a queue of
 // any length.
 #include <benchmark/benchmark.h>
-#include <sys/resource.h>
 
 #include <memory>
 #include <string>
@@ -9,6 +8,7 @@
 
 #include "perilink/server.h"
 #include "platform/win32.h"
+#include "processor_time.h"
 #include "server/state.h"
 #include "support/scripted_device.h"
 
@@ -16,15 +16,6 @@ namespace perilink::testing {
 namespace {
 
 constexpr double kMostIdleUse = 0.003;
-
-double ProcessorSeconds() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  const auto seconds = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
-  };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
 
 // Sixteen interfaces are present; the device answers battery polls as any other command.
 void BM_IdleServer(benchmark::State& state) {
@@ -45,10 +36,10 @@ void BM_IdleServer(benchmark::State& state) {
   for (auto _ : state) {
     const HANDLE thread = reinterpret_cast<HANDLE>(UsbServer_Start(path, path, nullptr));
     Sleep(500);
-    const double busy_before = ProcessorSeconds();
+    const double busy_before = bench::ProcessorSeconds();
     const uint64_t start = GetTickCount64();
     Sleep(kIdleMs);
-    busy += ProcessorSeconds() - busy_before;
+    busy += bench::ProcessorSeconds() - busy_before;
     wall += static_cast<double>(GetTickCount64() - start) * 1e-3;
     UsbServer_Exit();
     WaitForSingleObject(thread, INFINITE);

@@ -1,9 +1,9 @@
 // The download of a firmware: its cost per packet must not depend on the firmware's size, and it
 // must leave the processor alone while the device works.
 #include <benchmark/benchmark.h>
-#include <sys/resource.h>
 
 #include "perilink_platform/world.h"
+#include "processor_time.h"
 #include "sim/mouse.h"
 #include "sim/upgrade_file.h"
 #include "upgrade/download.h"
@@ -31,15 +31,6 @@ UsbUpgradeFile Prepare(sim::Mouse& mouse, const sim::Bytes& file) {
   UsbUpgradeFile record;
   ParseUpgradeImage(record, file.data(), nullptr, 10000);
   return record;
-}
-
-double ProcessorSeconds() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  const auto seconds = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
-  };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
 // The device answers at once. Compare the packets per second over the sizes.
@@ -76,10 +67,10 @@ void BM_ProcessorUse(benchmark::State& state) {
   uint64_t wall_micros = 0;
   for (auto _ : state) {
     UsbUpgradeFile record = Prepare(mouse, file);
-    const double busy_before = ProcessorSeconds();
+    const double busy_before = bench::ProcessorSeconds();
     const uint64_t start = platform::NowMicros();
     if (!DownloadFile(record)) state.SkipWithError("the download failed");
-    busy += ProcessorSeconds() - busy_before;
+    busy += bench::ProcessorSeconds() - busy_before;
     wall_micros += platform::NowMicros() - start;
   }
   const double use = busy / (static_cast<double>(wall_micros) * 1e-6);
