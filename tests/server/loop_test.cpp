@@ -206,6 +206,23 @@ TEST_F(Loop, AStartIsNeverLost) {
   EXPECT_EQ(platform::Bus().OpenConnections(), 0u);
 }
 
+// A start between the opening and the writing of one pass: what is queued then goes out on the
+// connection that the next pass replaces.
+TEST_F(Loop, FrameWrittenBeforeAReopenIsWrittenAgain) {
+  device.SetScript([](ScriptedDevice& self, const Report&) {
+    self.SetScript(AnswerAll);
+    return DWORD{0};
+  });
+  device.on_open = [&] {
+    UsbServer_Start(device.Path(), device.Path(), OnReport);
+    Queue({0x21});
+  };
+  Start();
+  Sleep(60);
+  EXPECT_EQ(CallbackCommands(), (Commands{0x21}));
+  EXPECT_EQ(device.writes().size(), 2u);
+}
+
 TEST_F(Loop, RunsOnTheHostsThreadAndWithoutSleep) {
   CS_UsbServer_SetThreadSleepTime(0);
   UsbServer_Start(L"nowhere", L"", OnReport);

@@ -26,7 +26,13 @@ struct Callback {
 class HookedDevice : public ScriptedDevice {
  public:
   using ScriptedDevice::ScriptedDevice;
+  std::function<void()> on_open;
   std::function<void()> on_close;
+  DWORD OnOpen() override {
+    const DWORD error = ScriptedDevice::OnOpen();
+    if (on_open) std::exchange(on_open, {})();
+    return error;
+  }
   void OnClose() override {
     if (on_close) std::exchange(on_close, {})();
   }
