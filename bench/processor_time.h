@@ -1,18 +1,24 @@
-// The processor time that this process has used so far.
+// The processor time used so far.
 #ifndef PERILINK_BENCH_PROCESSOR_TIME_H_
 #define PERILINK_BENCH_PROCESSOR_TIME_H_
 
-#include <sys/resource.h>
+#include <time.h>
 
 namespace perilink::bench {
 
-inline double ProcessorSeconds() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  const auto seconds = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
-  };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+inline double SecondsOf(clockid_t clock) {
+  timespec time{};
+  clock_gettime(clock, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+inline double ProcessSeconds() {
+  return SecondsOf(CLOCK_PROCESS_CPUTIME_ID);
+}
+
+// Of the calling thread alone: what devices do on theirs is left out.
+inline double ThreadSeconds() {
+  return SecondsOf(CLOCK_THREAD_CPUTIME_ID);
 }
 
 }  // namespace perilink::bench

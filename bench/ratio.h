@@ -7,45 +7,49 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstddef>
 #include <limits>
 #include <string>
-#include <vector>
+#include <utility>
+
+#include "figure.h"
 
 namespace perilink::bench {
 
-// Nanoseconds of one call, over a batch.
+// The fastest batch so far: what else the machine does only makes others slower.
 template <typename Work>
-double TimeBatch(Work& work, int calls) {
-  const auto start = std::chrono::steady_clock::now();
-  for (int i = 0; i < calls; ++i)
-    work();
-  const std::chrono::duration<double, std::nano> time = std::chrono::steady_clock::now() - start;
-  return time.count() / calls;
-}
+class Fastest {
+ public:
+  explicit Fastest(Work work) : work_(std::move(work)) {}
 
-// Reports the median ratio of work to yardstick, each pair of batches taken one right after the
-// other so that a change of the processor's speed meets both, and fails the benchmark when it is
-// over `limit`.
+  void TimeBatch() {
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < kCalls; ++i)
+      work_();
+    const std::chrono::duration<double, std::nano> time = std::chrono::steady_clock::now() - start;
+    nanoseconds_ = std::min(nanoseconds_, time.count() / kCalls);
+  }
+
+  // Of one call.
+  double nanoseconds() const { return nanoseconds_; }
+
+ private:
+  static constexpr int kCalls = 100;
+  Work work_;
+  double nanoseconds_ = std::numeric_limits<double>::max();
+};
+
+// Batches of both take turns, so that a change of the processor's speed meets both.
 template <typename Work, typename Yardstick>
-void Ratio(benchmark::State& state, double limit, Work work, Yardstick yardstick) {
-  constexpr int kCalls = 100;
-  std::vector<double> ratios;
-  double work_ns = std::numeric_limits<double>::max();
+void ReportRatio(benchmark::State& state, const std::string& what, double limit, Work work,
+                 Yardstick yardstick) {
+  Fastest fastest_work(work);
+  Fastest fastest_yardstick(yardstick);
   for (auto _ : state) {
-    const double yardstick_time = TimeBatch(yardstick, kCalls);
-    const double work_time = TimeBatch(work, kCalls);
-    ratios.push_back(work_time / yardstick_time);
-    work_ns = std::min(work_ns, work_time);
+    fastest_yardstick.TimeBatch();
+    fastest_work.TimeBatch();
   }
-  const auto median = ratios.begin() + static_cast<std::ptrdiff_t>(ratios.size() / 2);
-  std::nth_element(ratios.begin(), median, ratios.end());
-  state.counters["fastest_ns"] = work_ns;
-  state.counters["ratio"] = *median;
-  state.counters["limit"] = limit;
-  if (*median > limit) {
-    state.SkipWithError(("over its limit: " + std::to_string(*median) + " times").c_str());
-  }
+  ReportFigure(state,
+               {what, "×", fastest_work.nanoseconds() / fastest_yardstick.nanoseconds(), limit});
 }
 
 }  // namespace perilink::bench

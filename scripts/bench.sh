@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Sets up what is missing, builds, measures every figure that the library is to reach, and prints
+# them as one Markdown table. Fails when a limit is passed. Takes about half a minute, on a machine
+# that has nothing else to do.
+set -uo pipefail
+# shellcheck source=scripts/common.sh
+. "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
+benchmarks=(flash_read_bench protocol_bench upgrade_bench exchange_bench server_bench)
+results=$root/build/bench
+files=()
+
+quiet setup install_missing "${run_packages[@]}" "${test_packages[@]}" || fail "setting up failed"
+quiet native-build build_preset native "${benchmarks[@]}" || fail "the build failed"
+quiet windows-build build_preset windows perilink || fail "the build for Windows failed"
+
+rm -rf "$results"
+mkdir -p "$results"
+for benchmark in "${benchmarks[@]}"; do
+  files+=("$results/$benchmark.json")
+  quiet "$benchmark" "$root/build/native/bin/$benchmark" "--benchmark_out=${files[-1]}" ||
+    fail "$benchmark failed"
+done
+# Its verdict is in the table.
+files+=("$results/dll.json")
+"$root/scripts/check_dll.sh" "$root/build/windows/bin/perilink.dll" "${files[-1]}" >/dev/null || true
+
+exec "$root/scripts/bench_table.py" "${files[@]}"
