@@ -25,6 +25,13 @@ if(PERILINK_SANITIZE)
   add_link_options(-fsanitize=${PERILINK_SANITIZE})
 endif()
 
+option(PERILINK_COVERAGE "Count which lines and branches run" OFF)
+if(PERILINK_COVERAGE)
+  # Threads count together; counts of several processes are merged under a lock.
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()
+
 if(WIN32)
   # Sections of their own, so that the linker can leave out what nothing calls.
   add_compile_options(-ffunction-sections -fdata-sections)

@@ -10,6 +10,8 @@ run_packages=(cmake ninja-build g++ libcli11-dev nlohmann-json3-dev libgtest-dev
 # What the tests need beyond it.
 test_packages=(git clang-14 clang-format-14 shellcheck binutils googletest pkgconf python3
   g++-mingw-w64-x86-64-posix wine64)
+# What measuring the coverage needs beyond the first.
+coverage_packages=(gcovr)
 
 fail() {
   printf '%s: %s\n' "${0##*/}" "$1" >&2
