@@ -17,6 +17,9 @@ constexpr int64_t kVirtualCalendarStart = 1'736'240'585;
 // Virtual time: calendar time less monotonic time. Written by the baton's holder only.
 std::atomic<int64_t> calendar_offset_micros{0};
 
+// Of a clock read in virtual time.
+std::atomic<uint64_t> clock_read_micros{3};
+
 int64_t CalendarMicros() {
   if (IsVirtual()) return static_cast<int64_t>(NowMicros()) + calendar_offset_micros;
   return std::chrono::duration_cast<std::chrono::microseconds>(
@@ -27,7 +30,7 @@ int64_t CalendarMicros() {
 // A read of a clock by the library, which takes its moment.
 void ReadClock(const char* function) {
   EnterCall(function);
-  Scheduler::Get().Spend(kClockReadMicros);
+  Scheduler::Get().Spend(clock_read_micros.load(std::memory_order_relaxed));
 }
 
 }  // namespace
@@ -47,6 +50,10 @@ uint64_t NowMicros() {
 void SetCalendarTime(int64_t unix_seconds) {
   if (!IsVirtual()) StopProcess("SetCalendarTime needs virtual time");
   calendar_offset_micros = unix_seconds * 1'000'000 - static_cast<int64_t>(NowMicros());
+}
+
+void SetClockReadCost(uint64_t micros) {
+  clock_read_micros.store(micros, std::memory_order_relaxed);
 }
 
 EventId Schedule(uint64_t at_micros, std::function<void()> action) {

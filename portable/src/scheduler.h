@@ -28,7 +28,6 @@ struct MessageQueue;
 inline constexpr uint64_t kForever = UINT64_MAX;
 
 // What one clock read, and one zero-length wait or sleep, cost in virtual time.
-inline constexpr uint64_t kClockReadMicros = 3;
 inline constexpr uint64_t kPollMicros = 5;
 
 // Something that a thread can wait on. Its fields are the scheduler's.

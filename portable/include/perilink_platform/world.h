@@ -36,6 +36,10 @@ uint64_t NowMicros();
 // Calendar time follows the monotonic clock at a fixed distance; tests set it (virtual mode only).
 void SetCalendarTime(int64_t unix_seconds);
 
+// Microseconds that a clock read takes from now on, in virtual mode; 3 at first. With more of them,
+// a loop that spins on the clock is through with fewer reads.
+void SetClockReadCost(uint64_t micros);
+
 // Events of devices: runs `action` under the device lock when the clock reaches `at_micros` (at
 // once if that is past). In virtual mode it runs inside whichever thread moves the clock; in real
 // mode on the platform's own event thread. Events at the same instant run in the order in which
