@@ -89,6 +89,16 @@ TEST(ConfigJsonTest, RefusesWhatNoDeviceHoldsAndNamesTheField) {
   EXPECT_THROW(ConfigFromText(twice), ConfigError);
 }
 
+// A document may come from anywhere: nothing in it steers a terminal or fills the stack.
+TEST(ConfigJsonTest, RefusesInALineOfPrintableText) {
+  Json document = ConfigToJson(ProtocolData{});
+  document["dpi_levels"][0]["\x1B[2J\n\xC2\x85"] = 1;
+  EXPECT_EQ(RefusedBecause(document),
+            "dpi_levels[0].\\x1b[2J\\x0a\\xc2\\x85: there is no such field");
+  const std::string deep = std::string(200'000, '[') + std::string(200'000, ']');
+  EXPECT_THROW(ConfigFromText("{\"report_rate\": " + deep + "}"), ConfigError);
+}
+
 TEST(ConfigJsonTest, SingleFields) {
   ProtocolData record{};
   SetConfigField(record, "dpi_levels[2].color[1]", 7);

@@ -23,7 +23,8 @@ using Json = nlohmann::ordered_json;
 inline constexpr const char* kConfigFormat = "perilink-configuration";
 inline constexpr int kConfigVersion = 1;
 
-// A file or document that is no configuration. One line; names the field when it is about one.
+// A file or document that is no configuration. One line of printable text; names the field when it
+// is about one.
 class ConfigError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -50,8 +50,9 @@ Json RecordToJson(const std::vector<Member>& members, const uint8_t* record) {
 
 // ---- Reading ----------------------------------------------------------------------------------
 
-[[noreturn]] void Refuse(const std::string& path, const std::string& why) {
-  throw ConfigError(path + ": " + why);
+// A path may come out of the document, with anything in its names.
+[[noreturn]] void Refuse(std::string_view path, const std::string& why) {
+  throw ConfigError(EscapeText(path) + ": " + why);
 }
 
 void RecordFromJson(const std::vector<Member>& members, const Json& value, const std::string& path,
@@ -147,10 +148,14 @@ void RecordFromJson(const std::vector<Member>& members, const Json& value, const
   }
 }
 
+// Far deeper than any configuration, and far from the depth at which a copy fills the stack.
+constexpr int kMostDepth = 100;
+
 // Parses with an eye on keys that stand twice, of which a plain parser silently drops one.
 Json ParseDocument(std::string_view text) {
   std::vector<std::set<std::string>> open;
-  const auto watch = [&](int, Json::parse_event_t event, Json& parsed) {
+  const auto watch = [&](int depth, Json::parse_event_t event, Json& parsed) {
+    if (depth > kMostDepth) throw ConfigError("not a configuration: lists stand in lists");
     if (event == Json::parse_event_t::object_start) open.emplace_back();
     if (event == Json::parse_event_t::object_end) open.pop_back();
     if (event == Json::parse_event_t::key &&
@@ -163,7 +168,7 @@ Json ParseDocument(std::string_view text) {
     return Json::parse(text, watch);
   } catch (const Json::parse_error& error) {
     const std::string_view what = error.what();
-    throw ConfigError("not JSON: " + std::string(what.substr(what.find("] ") + 2)));
+    throw ConfigError("not JSON: " + EscapeText(what.substr(what.find("] ") + 2)));
   }
 }
 

@@ -7,6 +7,7 @@
 
 #include "common/config.h"
 #include "common/config_members.h"
+#include "common/escaped_text.h"
 #include "perilink/protocol_data.h"
 
 namespace perilink::tools {
@@ -139,7 +140,7 @@ std::vector<uint8_t> ReadBackImage(const ProtocolData& record) {
 }
 
 [[noreturn]] void RefusePath(std::string_view path) {
-  throw ConfigError(std::string(path) + ": there is no such field");
+  throw ConfigError(EscapeText(path) + ": there is no such field");
 }
 
 // One step of a path: a name or an index, and what follows it.

@@ -14,6 +14,9 @@ namespace perilink::tools {
 // Printable characters of UTF-8 stand for themselves, \\ for a backslash, \x00 to \xff for every
 // other byte. The result is always valid UTF-8.
 std::string EscapeText(std::span<const uint8_t> bytes);
+inline std::string EscapeText(std::string_view bytes) {
+  return EscapeText({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
+}
 
 // The way back; nothing when a backslash begins anything else.
 std::optional<std::vector<uint8_t>> UnescapeText(std::string_view text);

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "common/config.h"
+#include "common/escaped_text.h"
 
 namespace perilink::tools {
 namespace {
@@ -80,7 +81,7 @@ std::vector<KeyEvent> EventsFromText(std::string_view text) {
     text.remove_prefix(word.size());
     const std::optional<KeyEvent> event = EventFromText(word);
     if (!event) {
-      throw ConfigError("event " + std::to_string(events.size() + 1) + ", '" + std::string(word) +
+      throw ConfigError("event " + std::to_string(events.size() + 1) + ", '" + EscapeText(word) +
                         "', is not KIND:CODE:KEYS+DELAY as in press:1:0400+10");
     }
     events.push_back(*event);

@@ -30,8 +30,7 @@ std::string HexBytes(std::span<const uint8_t> bytes, char separator) {
 }
 
 std::string SafeText(std::string_view bytes) {
-  return perilink::tools::EscapeText(
-      {reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
+  return perilink::tools::EscapeText(bytes);
 }
 
 std::string VersionText(int32_t version) {
