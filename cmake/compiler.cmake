@@ -24,6 +24,10 @@ if(PERILINK_SANITIZE)
     -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${PERILINK_SANITIZE})
 endif()
+if(PERILINK_FUZZ)
+  # The coverage that a fuzzer is steered by, everywhere; its main function only in the targets.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
 
 option(PERILINK_COVERAGE "Count which lines and branches run" OFF)
 if(PERILINK_COVERAGE)

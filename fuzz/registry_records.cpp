@@ -1,0 +1,169 @@
+// What is read from the registry: the saved battery record, and the registry's own file. The first
+// byte of an input chooses how the rest reaches it:
+//   0  the record's text, a character for each byte
+//   1  the record's raw bytes, under the type that the second byte names
+//   2  the whole registry file
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "battery/optimizer.h"
+#include "battery/saved_record.h"
+#include "perilink_platform/win32.h"
+#include "registry_tree.h"
+#include "support/input.h"
+#include "support/require.h"
+#include "support/scripted_device.h"
+#include "support/world.h"
+#include "transport/frame.h"
+
+namespace perilink::fuzz {
+namespace {
+
+using platform::RegistryTree;
+
+constexpr DeviceAddress kDevice = {0x1A, 0x2B, 0x3C};
+constexpr const wchar_t* kKey = L"Software\\DeviceBatteryOptimize";
+constexpr const wchar_t* kName = L"BatteryValue_1a2b3c";
+constexpr size_t kLongestRecord = 256 * sizeof(wchar_t);
+
+void WriteRegistry(std::string_view text) {
+  std::FILE* const file = std::fopen(RegistryFile().c_str(), "wb");
+  Require(file != nullptr && std::fwrite(text.data(), 1, text.size(), file) == text.size() &&
+              std::fclose(file) == 0,
+          "the registry's file can be written");
+  platform::SetRegistryFolder(RegistryFile().substr(0, RegistryFile().rfind('/')));
+}
+
+void WriteValue(DWORD type, std::span<const uint8_t> data) {
+  RegistryTree tree;
+  platform::RegistryValue value{kName, type, {data.begin(), data.end()}};
+  tree.Ensure(kKey).values[L"batteryvalue_1a2b3c"] = std::move(value);
+  WriteRegistry(tree.ToText());
+}
+
+bool SameRecord(const SavedRecord& a, const SavedRecord& b) {
+  return a.time == b.time && a.level == b.level;
+}
+
+// The record's grammar once more, from its end and with no arithmetic of its own.
+SavedRecord Expected(std::wstring_view text) {
+  const auto is_digit = [](wchar_t c) { return c >= L'0' && c <= L'9'; };
+  if (std::count(text.begin(), text.end(), L'-') != 1 ||
+      !std::all_of(text.begin(), text.end(), [&](wchar_t c) { return c == L'-' || is_digit(c); }))
+    return {};
+  const auto number = [&](std::wstring_view digits) {
+    uint32_t value = 0;
+    uint32_t place = 1;
+    for (auto it = digits.rbegin(); it != digits.rend(); ++it, place *= 10)
+      value += static_cast<uint32_t>(*it - L'0') * place;
+    return value;
+  };
+  const size_t minus = text.find(L'-');
+  return {number(text.substr(0, minus)), static_cast<uint8_t>(number(text.substr(minus + 1)))};
+}
+
+// ---- What the smoothing makes of a record ------------------------------------------------------
+
+uint8_t g_shown = 0;
+
+void PERILINK_CALL OnLevel(const uint8_t* frame, uint32_t frame_length, const uint8_t* data,
+                           uint32_t data_length) {
+  Require(frame_length == 17 && frame[1] == kCommandBatteryLevel && data_length == 4,
+          "a level report is a battery answer of four bytes");
+  Require(data[0] <= 100, "a level that is shown is a percentage");
+  g_shown = data[0];
+}
+
+// A battery of 60 %, of the device whose record it is.
+DWORD AnswerPoll(testing::ScriptedDevice& device, const testing::Report& written) {
+  if (written[1] == kCommandOnLine)
+    device.Deliver(testing::ReplyTo(written, {1, kDevice[0], kDevice[1], kDevice[2]}));
+  if (written[1] == kCommandBatteryLevel) device.Deliver(testing::ReplyTo(written, {60, 0, 0, 0}));
+  return 0;
+}
+
+void CheckSmoothing() {
+  static testing::ScriptedDevice device(testing::kScriptedPath, AnswerPoll);
+  device.ClearWrites();
+  BatteryOptimizer optimizer;
+  optimizer.SetParam(0, 1, 1);
+  optimizer.SetDevicePath(device.Path());
+  optimizer.PollStep();
+  Require(optimizer.SmoothingActive(), "a poll that is answered starts the smoothing");
+  for (int step = 0; step < 3; ++step) {
+    Sleep(2);
+    optimizer.SmoothingStep(&OnLevel);
+  }
+  optimizer.EndConnection();
+  Require(ReadSavedRecord(kDevice).level == g_shown, "the level that was shown is saved");
+}
+
+// ---- The three ways ----------------------------------------------------------------------------
+
+void CheckText(std::span<const uint8_t> bytes) {
+  const std::wstring text(bytes.begin(), bytes.end());
+  Require(SameRecord(ParseSavedRecord(text), Expected(text)), "a record is what its text says");
+  WriteValue(REG_SZ,
+             {reinterpret_cast<const uint8_t*>(text.data()), text.size() * sizeof(wchar_t)});
+  const std::wstring stored = text.substr(0, text.find(L'\0'));
+  const bool too_long = text.size() * sizeof(wchar_t) > kLongestRecord;
+  Require(SameRecord(ReadSavedRecord(kDevice), too_long ? SavedRecord{} : Expected(stored)),
+          "a record that is read is what its text says");
+}
+
+// Any bytes, of any type, may stand where the record should.
+void CheckRaw(DWORD type, std::span<const uint8_t> bytes) {
+  WriteValue(type, bytes);
+  std::wstring text((bytes.size() + sizeof(wchar_t) - 1) / sizeof(wchar_t), L'\0');
+  if (!bytes.empty()) std::memcpy(text.data(), bytes.data(), bytes.size());
+  text.resize(std::min(text.size(), text.find(L'\0')));
+  const bool too_long = bytes.size() > kLongestRecord;
+  Require(SameRecord(ReadSavedRecord(kDevice), too_long ? SavedRecord{} : Expected(text)),
+          "a value's bytes are read as text");
+}
+
+void CheckFile(std::string_view text) {
+  RegistryTree tree;
+  if (tree.FromText(text)) {
+    const std::string written = tree.ToText();
+    RegistryTree again;
+    Require(again.FromText(written), "a registry that was written can be read");
+    Require(again.ToText() == written, "nothing of a registry is lost");
+  } else {
+    Require(tree.ToText() == RegistryTree().ToText(), "a file of another form gives nothing");
+  }
+  WriteRegistry(text);
+  ReadSavedRecord(kDevice);
+}
+
+}  // namespace
+}  // namespace perilink::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  perilink::fuzz::EnterWorld();
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  using namespace perilink::fuzz;
+  ForgetRegistry();
+  Input input(data, size);
+  switch (input.Byte() % 3) {
+    case 0:
+      CheckText(input.Bytes(size));
+      break;
+    case 1: {
+      const uint8_t type = input.Byte() % 12;
+      CheckRaw(type, input.Bytes(size));
+      break;
+    }
+    default: {
+      const auto text = input.Bytes(size);
+      CheckFile({reinterpret_cast<const char*>(text.data()), text.size()});
+    }
+  }
+  CheckSmoothing();
+  return 0;
+}

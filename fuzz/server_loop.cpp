@@ -1,0 +1,233 @@
+// The whole server on a device that need not be honest: reports of any length, when and as often
+// as the device likes, come through the HID interface and the loop. The direct commands and the
+// keyboard's layer keys have the same device. An input is a list of steps: of the host
+// (support/host.h), of the loop and, whenever something is written to it, of the device.
+#include "server/loop.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "perilink/battery.h"
+#include "perilink/finder.h"
+#include "perilink/server.h"
+#include "perilink_platform/hid_bus.h"
+#include "perilink_platform/world.h"
+#include "server/layer_keys.h"
+#include "support/device.h"
+#include "support/host.h"
+#include "support/input.h"
+#include "support/loop_steps.h"
+#include "support/require.h"
+#include "support/scripted_device.h"
+#include "support/world.h"
+#include "transport/exchange.h"
+#include "transport/frame.h"
+
+namespace perilink::fuzz {
+namespace {
+
+using testing::Report;
+using testing::ScriptedDevice;
+
+class Session {
+ public:
+  explicit Session(Input& input) : input_(input) {}
+
+  void Run();
+
+ private:
+  void TakeStep();
+  void TakeLoopStep(LoopStep step);
+  void Pass(size_t count);
+  void AskDirectly(uint8_t command);
+  void ReadLayer(uint8_t layer);
+  // Everything that is queued is answered in the end.
+  void Drain();
+
+  // The device's, when something is written to it.
+  DWORD OnWrite(ScriptedDevice& device, const Report& written);
+  Report TakeRawReport();
+
+  Input& input_;
+  sim::FlashImage flash_ = sim::FlashImage::Default();
+  ScriptedDevice device_{testing::kScriptedPath, [this](ScriptedDevice& device, const Report& it) {
+                           return OnWrite(device, it);
+                         }};
+  ServerLoop loop_{ServerState::Instance()};
+};
+
+// ---- The device --------------------------------------------------------------------------------
+
+CommandFrame FrameOf(const Report& report) {
+  CommandFrame frame{};
+  std::copy_n(report.begin(), std::min(report.size(), sizeof(frame)), FrameBytes(frame).begin());
+  return frame;
+}
+
+Report BytesOf(const CommandFrame& frame) {
+  const auto bytes = FrameBytes(frame);
+  return Report(bytes.begin(), bytes.end());
+}
+
+Report Session::TakeRawReport() {
+  const auto bytes = input_.Bytes(input_.Byte() % 40);
+  return Report(bytes.begin(), bytes.end());
+}
+
+DWORD Session::OnWrite(ScriptedDevice& device, const Report& written) {
+  const CommandFrame request = FrameOf(written);
+  const uint8_t step = input_.Byte();
+  const uint64_t delay_ms = step >> 4;
+  switch (static_cast<ReplyStep>(step % static_cast<uint8_t>(ReplyStep::kCount))) {
+    case ReplyStep::kRight:
+      // An event is no command: no device answers it.
+      if (request.command != kCommandEvent)
+        device.Deliver(BytesOf(RightAnswer(request, flash_)), delay_ms);
+      break;
+    case ReplyStep::kOtherData: {
+      CommandFrame answer = request;
+      answer.length = input_.Byte();
+      input_.Fill(answer.data);
+      device.Deliver(testing::Closed(BytesOf(answer)), delay_ms);
+      break;
+    }
+    case ReplyStep::kRaw:
+      device.Deliver(TakeRawReport(), delay_ms);
+      break;
+    case ReplyStep::kClosed:
+      device.Deliver(testing::Closed(TakeRawReport()), delay_ms);
+      break;
+    case ReplyStep::kSilence:
+      break;
+    case ReplyStep::kMany:
+      for (size_t i = input_.Byte() % 48; i > 0; --i)
+        device.Deliver(BytesOf(RightAnswer(request, flash_)), i % 3);
+      break;
+    case ReplyStep::kFailure:
+      return 1 + input_.Byte();
+    case ReplyStep::kGone:
+      device.Unplug();
+      break;
+    case ReplyStep::kCount:
+      break;
+  }
+  return 0;
+}
+
+// ---- The host ----------------------------------------------------------------------------------
+
+void Session::Run() {
+  ServerState& state = ServerState::Instance();
+  state.RequestStart({device_.Path(), device_.Path()}, state.Callback());
+  UsbServer_SetBatteryOptimizeEnable(0);
+  CS_UsbServer_SetThreadSleepTime(1);
+  Pass(1);
+  while (!input_.Empty())
+    TakeStep();
+  Drain();
+  loop_.End();
+  Require(platform::Bus().OpenConnections() == 0, "the loop's end closes the device");
+}
+
+void Session::TakeStep() {
+  const uint8_t step = input_.Byte() % static_cast<uint8_t>(LoopStep::kCount);
+  if (step < static_cast<uint8_t>(HostStep::kCount)) {
+    TakeHostStep(static_cast<HostStep>(step), input_);
+  } else {
+    TakeLoopStep(static_cast<LoopStep>(step));
+  }
+}
+
+void Session::TakeLoopStep(LoopStep step) {
+  switch (step) {
+    case LoopStep::kPasses:
+      return Pass(1 + input_.Byte() % 32);
+    case LoopStep::kUnasked:
+      return device_.Deliver(TakeRawReport());
+    case LoopStep::kUnaskedClosed:
+      return device_.Deliver(testing::Closed(TakeRawReport()));
+    case LoopStep::kUnplug:
+      return device_.Unplug();
+    case LoopStep::kReplug:
+      device_.Unplug();
+      device_.Plug();
+      return ServerState::Instance().RequestReopen();
+    case LoopStep::kReopen:
+      return ServerState::Instance().RequestReopen();
+    case LoopStep::kTime:
+      return Sleep(input_.Byte() * 8u);
+    case LoopStep::kDirect:
+      return AskDirectly(input_.Byte());
+    case LoopStep::kLayer:
+      return ReadLayer(input_.Byte() % 5);
+    case LoopStep::kPatchFlash: {
+      const size_t address = input_.Word() % sim::kFlashSize;
+      return flash_.SetBytes(address, input_.Bytes(input_.Byte()));
+    }
+    case LoopStep::kCount:
+      break;
+  }
+}
+
+void Session::Pass(size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    loop_.RunOnePass();
+    Sleep(1);
+  }
+}
+
+void Session::AskDirectly(uint8_t command) {
+  CommandFrame reply;
+  std::memset(&reply, 0xA5, sizeof(reply));
+  const bool answered = ExchangeFrame(device_.Path(), BuildFrame(command, 0), reply, 1, 20);
+  if (answered) {
+    Require(reply.command == command && FrameChecksum(reply) == reply.checksum,
+            "a reply that is taken is one, to this command");
+  } else {
+    const CommandFrame none{};
+    Require(std::memcmp(&reply, &none, sizeof(reply)) == 0, "without a reply there is none");
+  }
+  BatteryLevel battery{};
+  UsbFinder_GetBatteryLevel(device_.Path(), &battery);
+  CidMid ids{};
+  UsbFinder_ReadCidMid(device_.Path(), 0, &ids);
+  UsbFinder_GetVersion(device_.Path());
+}
+
+void Session::ReadLayer(uint8_t layer) {
+  const std::vector<uint8_t> keys = LoadLayerKeys(device_.Path(), layer);
+  const size_t whole = layer >= 1 && layer <= 3 ? 512 : 1;
+  Require(keys.empty() || keys.size() == whole, "a layer is read whole or not at all");
+}
+
+void Session::Drain() {
+  device_.Unplug();
+  device_.Plug();
+  ServerState::Instance().RequestReopen();
+  for (int pass = 0; pass < 20'000; ++pass) {
+    Pass(1);
+    if (ServerState::Instance().NothingQueued()) return;
+  }
+  Violated("an honest device gets the queue empty");
+}
+
+}  // namespace
+}  // namespace perilink::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  perilink::fuzz::EnterWorld();
+  // The loop spins for 8 ms before it writes. Nobody looks at the pauses here.
+  perilink::platform::SetClockReadCost(500);
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  using namespace perilink::fuzz;
+  Input input(data, size);
+  const uint64_t handles = perilink::platform::OpenHandleCount();
+  StartAfresh((input.Byte() & 1) == 0);
+  Session(input).Run();
+  Require(perilink::platform::OpenHandleCount() == handles, "no handle is left open");
+  return 0;
+}
