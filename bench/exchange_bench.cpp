@@ -11,9 +11,9 @@
 
 #include "figure.h"
 #include "perilink/finder.h"
-#include "support/scripted_device.h"
+#include "sim/scripted_device.h"
 
-namespace perilink::testing {
+namespace perilink {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -32,9 +32,9 @@ double Percentile(std::vector<double>& values, double fraction) {
 }
 
 void Exchange(benchmark::State& state) {
-  const Report answer = Closed({0x08, 0x12, 0, 0, 0, 2, 0x01, 0x23});
+  const sim::Bytes answer = sim::Closed({0x08, 0x12, 0, 0, 0, 2, 0x01, 0x23});
   double device_micros = 0;
-  ScriptedDevice device(kScriptedPath, [&](ScriptedDevice& self, const Report&) {
+  sim::ScriptedDevice device(sim::kScriptedPath, [&](sim::ScriptedDevice& self, const sim::Bytes&) {
     const auto start = Clock::now();
     self.Deliver(answer);
     device_micros = MicrosSince(start);
@@ -57,6 +57,6 @@ void Exchange(benchmark::State& state) {
 BENCHMARK(Exchange)->Unit(benchmark::kMicrosecond)->Iterations(20'000);
 
 }  // namespace
-}  // namespace perilink::testing
+}  // namespace perilink
 
 BENCHMARK_MAIN();

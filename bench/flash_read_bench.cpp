@@ -2,10 +2,10 @@
 // spacing of writes and the device's latency.
 #include <benchmark/benchmark.h>
 
-#include <array>
 #include <string>
 
 #include "figure.h"
+#include "full_flash.h"
 #include "perilink/battery.h"
 #include "perilink/server.h"
 #include "perilink_platform/world.h"
@@ -25,18 +25,9 @@ void PERILINK_CALL OnReport(const uint8_t*, uint32_t, const uint8_t*, uint32_t d
   if (data_length == PERILINK_FLASH_IMAGE_SIZE) finished_micros = platform::NowMicros();
 }
 
-// Every slot filled, so that every one is read in whole.
-void Fill(sim::FlashImage& flash) {
-  std::array<sim::SlotEvent, 70> events{};
-  for (size_t slot = 0; slot < 16; ++slot) {
-    flash.SetShortcut(slot, std::span(events).first(6));
-    flash.SetMacro(slot, "a macro of seventy events", events);
-  }
-}
-
 void BM_FullRead(benchmark::State& state) {
   sim::DeviceOptions options = sim::Mouse::Options();
-  if (state.range(0) != 0) Fill(options.flash);
+  if (state.range(0) != 0) options.flash = bench::FullFlash();
   const uint64_t latency_micros = options.firmware.latency_micros;
   sim::Mouse mouse(std::move(options));
   mouse.Plug();

@@ -1,35 +1,27 @@
 // The parser and the compare against plain copies and comparisons of the same bytes.
 #include <cstring>
+#include <vector>
 
+#include "full_flash.h"
 #include "perilink/protocol_data.h"
-#include "protocol/image.h"
 #include "protocol/stored.h"
 #include "ratio.h"
 
 namespace perilink::bench {
 namespace {
 
-// Every slot filled to the last event.
 ProtocolData FullRecord() {
-  perilink::testing::Random random(1);
-  ProtocolData record = perilink::testing::RandomRecord(random);
-  for (ShortcutKey& shortcut : record.shortcuts) {
-    shortcut.count = 6;
-    for (KeyEvent& event : shortcut.events)
-      event = perilink::testing::RandomEvent(random, 1);
-  }
-  for (MacroKey& macro : record.macros) {
-    macro.count = 70;
-    for (KeyEvent& event : macro.events)
-      event = perilink::testing::RandomEvent(random, 0x10000);
-  }
+  ProtocolData record{};
+  ProtocolDataParser(FullFlash().bytes().data(), &record);
   return record;
 }
 
 void ParseFullImage(benchmark::State& state) {
-  const perilink::testing::Image image = perilink::testing::BuildImage(FullRecord());
+  const sim::FlashImage flash = FullFlash();
+  const std::vector<uint8_t> image(flash.bytes().begin(),
+                                   flash.bytes().begin() + PERILINK_FLASH_IMAGE_SIZE);
   const ProtocolData source = FullRecord();
-  perilink::testing::Image image_copy(image.size());
+  std::vector<uint8_t> image_copy(image.size());
   static ProtocolData parsed;
   static ProtocolData record_copy;
   const auto parse = [&] {

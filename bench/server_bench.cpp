@@ -12,9 +12,9 @@
 #include "processor_time.h"
 #include "ratio.h"
 #include "server/state.h"
-#include "support/scripted_device.h"
+#include "sim/scripted_device.h"
 
-namespace perilink::testing {
+namespace perilink {
 namespace {
 
 constexpr double kMostIdlePercent = 0.3;
@@ -23,14 +23,14 @@ constexpr double kMostIdlePercent = 0.3;
 void BM_IdleServer(benchmark::State& state) {
   constexpr int kInterfaces = 16;
   constexpr DWORD kIdleMs = 5000;
-  std::vector<std::unique_ptr<ScriptedDevice>> devices;
+  std::vector<std::unique_ptr<sim::ScriptedDevice>> devices;
   for (int i = 0; i < kInterfaces; ++i) {
-    devices.push_back(
-        std::make_unique<ScriptedDevice>(std::wstring(kScriptedPath) + std::to_wstring(i),
-                                         [](ScriptedDevice& self, const Report& request) {
-                                           self.Deliver(ReplyTo(request, {1, 0, 0, 0}));
-                                           return DWORD{0};
-                                         }));
+    devices.push_back(std::make_unique<sim::ScriptedDevice>(
+        std::wstring(sim::kScriptedPath) + std::to_wstring(i),
+        [](sim::ScriptedDevice& self, const sim::Bytes& request) {
+          self.Deliver(sim::ReplyTo(request, {1, 0, 0, 0}));
+          return DWORD{0};
+        }));
   }
   const std::wstring path = devices.front()->Path();
   double busy = 0;
@@ -72,6 +72,6 @@ void BM_QueueEntry(benchmark::State& state) {
 BENCHMARK(BM_QueueEntry)->Arg(1)->Arg(1'000'000)->Iterations(10'000);
 
 }  // namespace
-}  // namespace perilink::testing
+}  // namespace perilink
 
 BENCHMARK_MAIN();

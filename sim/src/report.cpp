@@ -20,6 +20,12 @@ bool IsSealed(std::span<const uint8_t> report) {
          report.back() == CheckOf(report.first(report.size() - 1));
 }
 
+Bytes Closed(Bytes report) {
+  report.resize(Frame{}.size());
+  Seal(report);
+  return report;
+}
+
 Frame MakeFrame(uint8_t command, uint8_t length_byte, std::span<const uint8_t> payload,
                 uint16_t address) {
   Frame frame{};

@@ -60,6 +60,9 @@ void Seal(std::span<uint8_t> report);
 // Whether the bytes are a whole command report with the right checksum.
 bool IsSealed(std::span<const uint8_t> report);
 
+// The report filled up with zeros, or cut, to its 17 bytes, and sealed.
+Bytes Closed(Bytes report);
+
 // A sealed report; payload beyond 10 bytes is dropped.
 Frame MakeFrame(uint8_t command, uint8_t length_byte, std::span<const uint8_t> payload = {},
                 uint16_t address = 0);
