@@ -12,12 +12,12 @@
 #include "perilink/protocol_data.h"
 #include "perilink/server.h"
 #include "protocol/stored.h"
+#include "sim/scripted_device.h"
 #include "support/device.h"
 #include "support/host.h"
 #include "support/input.h"
 #include "support/records.h"
 #include "support/require.h"
-#include "support/scripted_device.h"
 #include "support/world.h"
 #include "transport/frame.h"
 
@@ -35,20 +35,19 @@ bool SameFrame(const CommandFrame& a, const CommandFrame& b) {
 
 BatteryLevel g_battery{};
 
-DWORD AnswerPoll(testing::ScriptedDevice& device, const testing::Report& written) {
+DWORD AnswerPoll(sim::ScriptedDevice& device, const sim::Bytes& written) {
   const auto& [level, charging, voltage] = g_battery;
-  if (written[1] == kCommandOnLine) device.Deliver(testing::ReplyTo(written, {1, 1, 2, 3}));
+  if (written[1] == kCommandOnLine) device.Deliver(sim::ReplyTo(written, {1, 1, 2, 3}));
   if (written[1] == kCommandBatteryLevel) {
     const uint16_t millivolts = voltage;
-    device.Deliver(
-        testing::ReplyTo(written, {level, charging, static_cast<uint8_t>(millivolts >> 8),
-                                   static_cast<uint8_t>(millivolts)}));
+    device.Deliver(sim::ReplyTo(written, {level, charging, static_cast<uint8_t>(millivolts >> 8),
+                                          static_cast<uint8_t>(millivolts)}));
   }
   return 0;
 }
 
-testing::ScriptedDevice& PolledDevice() {
-  static testing::ScriptedDevice device(testing::kScriptedPath, AnswerPoll);
+sim::ScriptedDevice& PolledDevice() {
+  static sim::ScriptedDevice device(sim::kScriptedPath, AnswerPoll);
   return device;
 }
 

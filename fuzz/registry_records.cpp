@@ -12,9 +12,9 @@
 #include "battery/saved_record.h"
 #include "perilink_platform/win32.h"
 #include "registry_tree.h"
+#include "sim/scripted_device.h"
 #include "support/input.h"
 #include "support/require.h"
-#include "support/scripted_device.h"
 #include "support/world.h"
 #include "transport/frame.h"
 
@@ -77,15 +77,15 @@ void PERILINK_CALL OnLevel(const uint8_t* frame, uint32_t frame_length, const ui
 }
 
 // A battery of 60 %, of the device whose record it is.
-DWORD AnswerPoll(testing::ScriptedDevice& device, const testing::Report& written) {
+DWORD AnswerPoll(sim::ScriptedDevice& device, const sim::Bytes& written) {
   if (written[1] == kCommandOnLine)
-    device.Deliver(testing::ReplyTo(written, {1, kDevice[0], kDevice[1], kDevice[2]}));
-  if (written[1] == kCommandBatteryLevel) device.Deliver(testing::ReplyTo(written, {60, 0, 0, 0}));
+    device.Deliver(sim::ReplyTo(written, {1, kDevice[0], kDevice[1], kDevice[2]}));
+  if (written[1] == kCommandBatteryLevel) device.Deliver(sim::ReplyTo(written, {60, 0, 0, 0}));
   return 0;
 }
 
 void CheckSmoothing() {
-  static testing::ScriptedDevice device(testing::kScriptedPath, AnswerPoll);
+  static sim::ScriptedDevice device(sim::kScriptedPath, AnswerPoll);
   device.ClearWrites();
   BatteryOptimizer optimizer;
   optimizer.SetParam(0, 1, 1);

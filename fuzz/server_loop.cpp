@@ -14,12 +14,12 @@
 #include "perilink_platform/hid_bus.h"
 #include "perilink_platform/world.h"
 #include "server/layer_keys.h"
+#include "sim/scripted_device.h"
 #include "support/device.h"
 #include "support/host.h"
 #include "support/input.h"
 #include "support/loop_steps.h"
 #include "support/require.h"
-#include "support/scripted_device.h"
 #include "support/world.h"
 #include "transport/exchange.h"
 #include "transport/frame.h"
@@ -27,8 +27,8 @@
 namespace perilink::fuzz {
 namespace {
 
-using testing::Report;
-using testing::ScriptedDevice;
+using Report = sim::Bytes;
+using sim::ScriptedDevice;
 
 class Session {
  public:
@@ -51,7 +51,7 @@ class Session {
 
   Input& input_;
   sim::FlashImage flash_ = sim::FlashImage::Default();
-  ScriptedDevice device_{testing::kScriptedPath, [this](ScriptedDevice& device, const Report& it) {
+  ScriptedDevice device_{sim::kScriptedPath, [this](ScriptedDevice& device, const Report& it) {
                            return OnWrite(device, it);
                          }};
   ServerLoop loop_{ServerState::Instance()};
@@ -89,14 +89,14 @@ DWORD Session::OnWrite(ScriptedDevice& device, const Report& written) {
       CommandFrame answer = request;
       answer.length = input_.Byte();
       input_.Fill(answer.data);
-      device.Deliver(testing::Closed(BytesOf(answer)), delay_ms);
+      device.Deliver(sim::Closed(BytesOf(answer)), delay_ms);
       break;
     }
     case ReplyStep::kRaw:
       device.Deliver(TakeRawReport(), delay_ms);
       break;
     case ReplyStep::kClosed:
-      device.Deliver(testing::Closed(TakeRawReport()), delay_ms);
+      device.Deliver(sim::Closed(TakeRawReport()), delay_ms);
       break;
     case ReplyStep::kSilence:
       break;
@@ -146,7 +146,7 @@ void Session::TakeLoopStep(LoopStep step) {
     case LoopStep::kUnasked:
       return device_.Deliver(TakeRawReport());
     case LoopStep::kUnaskedClosed:
-      return device_.Deliver(testing::Closed(TakeRawReport()));
+      return device_.Deliver(sim::Closed(TakeRawReport()));
     case LoopStep::kUnplug:
       return device_.Unplug();
     case LoopStep::kReplug:
