@@ -109,7 +109,8 @@ void EmptyInvalidShortcuts(ProtocolData& record) {
 
 }  // namespace
 
-std::vector<FlashWrite> CompareProtocolData(ProtocolData& record, ProtocolData& previous) {
+std::vector<FlashWrite> CompareProtocolData(ProtocolData& record, ProtocolData& previous,
+                                            std::unique_ptr<const ProtocolData>* before) {
   std::vector<FlashWrite> writes;
   if (std::memcmp(&record, &previous, sizeof(record)) == 0) {
     EmptyInvalidShortcuts(record);
@@ -117,6 +118,7 @@ std::vector<FlashWrite> CompareProtocolData(ProtocolData& record, ProtocolData& 
     return writes;
   }
   writes.reserve(MostWrites());
+  if (before != nullptr) *before = std::make_unique<const ProtocolData>(previous);
   CompareFields(record, previous, writes);
   for (size_t i = 0; i < kSlotCount; ++i) {
     CompareShortcut(i, record.shortcuts[i], previous.shortcuts[i], writes);

@@ -1,5 +1,6 @@
 // A changed configuration goes to the device: its flash writes, cut into frames and queued in one.
 #include <algorithm>
+#include <memory>
 #include <vector>
 
 #include "perilink/protocol_data.h"
@@ -47,5 +48,14 @@ void ProtocolDataUpdate(ProtocolData* record) {
 }
 
 void CS_ProtocolDataCompareUpdate(ProtocolData* record, ProtocolData* previous) {
-  Guarded([&] { perilink::QueueWrites(perilink::CompareProtocolData(*record, *previous)); });
+  Guarded([&] {
+    std::unique_ptr<const ProtocolData> before;
+    const auto writes = perilink::CompareProtocolData(*record, *previous, &before);
+    try {
+      perilink::QueueWrites(writes);
+    } catch (...) {
+      *previous = *before;
+      throw;
+    }
+  });
 }

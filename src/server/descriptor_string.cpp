@@ -13,6 +13,8 @@ namespace perilink {
 namespace {
 
 constexpr size_t kLongestText = 30;
+constexpr size_t kMostChunks = kLongestText / kFrameDataCapacity;
+static_assert(kLongestText % kFrameDataCapacity == 0);
 
 QueueEntry ChunkEntry(std::span<const char> text, size_t offset) {
   const size_t length = std::min(text.size() - offset, kFrameDataCapacity);
@@ -36,10 +38,12 @@ void QueueDescriptorString(const std::wstring& text) {
   if (narrow.empty() && !terminated.empty()) return;  // not to be expressed in the code page
   // The terminator goes along when there is room for it.
   const std::span bytes(narrow.c_str(), std::min(narrow.size() + 1, kLongestText));
-  for (size_t offset = 0; offset < bytes.size(); offset += kFrameDataCapacity) {
-    const QueueEntry entry = ChunkEntry(bytes, offset);
-    ServerState::Instance().Append({&entry, 1});
-  }
+  // All at once: without its last chunk a text would never be answered.
+  std::array<QueueEntry, kMostChunks> entries;
+  size_t count = 0;
+  for (size_t offset = 0; offset < bytes.size(); offset += kFrameDataCapacity)
+    entries[count++] = ChunkEntry(bytes, offset);
+  ServerState::Instance().Append(std::span(entries).first(count));
 }
 
 }  // namespace perilink

@@ -59,6 +59,7 @@ void ServerLoop::Reopen() {
   DevicePaths paths;
   try {
     paths = state_.Paths();
+    BatteryOptimizer::Instance().SetDevicePath(paths.input);
   } catch (...) {
     state_.RequestReopen();
     throw;
@@ -74,10 +75,8 @@ void ServerLoop::Reopen() {
     state_.RequestReopen();
   }
 
-  BatteryOptimizer& optimizer = BatteryOptimizer::Instance();
   write_count_ = 0;
-  optimizer.ArmPoll(0);
-  optimizer.SetDevicePath(paths.input);
+  BatteryOptimizer::Instance().ArmPoll(0);
 }
 
 // An answer from the connection before never comes. A start export has emptied the queue, but a

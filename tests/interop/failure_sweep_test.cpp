@@ -1,0 +1,382 @@
+// The nth call to the system fails, or the nth allocation of the calling thread, for every n, until
+// an export runs without a failure: nothing is thrown, nothing stays behind, what it returns is
+// documented for a failure, and the next call works.
+#include <dlfcn.h>
+#include <execinfo.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "perilink/finder.h"
+#include "perilink/protocol_data.h"
+#include "perilink/server.h"
+#include "perilink/upgrade.h"
+#include "platform/text.h"
+#include "server/state.h"
+#include "sim/mouse.h"
+#include "sim/upgrade_file.h"
+#include "sim/virtual_firmware.h"
+#include "support/interop_values.h"
+#include "support/scripted_device.h"
+#include "upgrade/turn.h"
+
+namespace {
+
+thread_local bool counting = false;
+uint64_t allocations = 0;
+uint64_t failing_allocation = 0;
+
+// What the system allocates doesn't count: its calls report failures of their own.
+bool WithinTheSystem() {
+  void* frames[100];
+  return std::any_of(frames, frames + backtrace(frames, 100), [](void* frame) {
+    Dl_info module;
+    return dladdr(frame, &module) != 0 && std::strstr(module.dli_fname, "perilink_platform");
+  });
+}
+
+}  // namespace
+
+void* operator new(size_t size) {
+  if (counting && !WithinTheSystem() && ++allocations == failing_allocation) throw std::bad_alloc();
+  if (void* const memory = std::malloc(size)) return memory;
+  throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, size_t) noexcept {
+  std::free(memory);
+}
+
+namespace perilink::testing {
+namespace {
+
+using Narrow = std::vector<std::string>;
+using Wide = std::vector<std::wstring>;
+
+// What a call has left behind: its whole work, a documented failure, or anything else.
+enum class Outcome { kWhole, kFailed, kBroken };
+
+template <typename Value>
+Outcome Judge(const Value& seen, const std::type_identity_t<Value>& whole,
+              std::initializer_list<std::type_identity_t<Value>> failures) {
+  if (seen == whole) return Outcome::kWhole;
+  return std::ranges::count(failures, seen) > 0 ? Outcome::kFailed : Outcome::kBroken;
+}
+
+struct Swept {
+  const char* name;
+  std::function<void()> call;
+  std::function<Outcome()> judge;
+  std::function<void()> prepare = [] {};
+};
+
+// The nth call of a system function fails, or without one the nth allocation of this thread.
+void Arm(const char* function, uint64_t nth) {
+  if (function != nullptr) platform::ArmFault(function, nth);
+  allocations = 0;
+  failing_allocation = nth;
+  counting = function == nullptr;
+}
+
+// How many there were since Arm.
+uint64_t Disarm(const char* function) {
+  counting = false;
+  const uint64_t calls = function != nullptr ? platform::PlatformCallCount() : allocations;
+  platform::DisarmFault();
+  return calls;
+}
+
+void Sweep(const Swept& swept, const char* function) {
+  const uint64_t handles = platform::OpenHandleCount();
+  for (uint64_t nth = 1, count = nth; nth <= count + 1; ++nth) {
+    SCOPED_TRACE(::testing::Message()
+                 << swept.name << ", " << nth << " " << (function ? function : ""));
+    swept.prepare();
+    Arm(function, nth);
+    swept.call();
+    count = Disarm(function);
+    const Outcome outcome = swept.judge();
+    EXPECT_NE(outcome, Outcome::kBroken);
+    EXPECT_EQ(platform::OpenHandleCount(), handles);
+    if (outcome == Outcome::kWhole) continue;
+    EXPECT_GE(count, nth);
+    swept.prepare();
+    swept.call();
+    EXPECT_EQ(swept.judge(), Outcome::kWhole);
+  }
+}
+
+void SweepAllocations(const Swept& swept) {
+  Sweep(swept, nullptr);
+}
+
+// Calls that a failure must leave nothing behind of. Of those that release, nothing can be asked
+// when they fail.
+void SweepEverything(const Swept& swept) {
+  SweepAllocations(swept);
+  for (const char* function :
+       {"SetupDiGetClassDevsW", "SetupDiEnumDeviceInterfaces", "SetupDiGetDeviceInterfaceDetailW",
+        "MultiByteToWideChar", "WideCharToMultiByte", "SysAllocString", "SafeArrayCreate",
+        "SafeArrayPutElement", "CreateFileW", "CreateEventW", "ResetEvent", "ReadFile", "WriteFile",
+        "WaitForSingleObject", "CancelIo", "HidD_GetAttributes"})
+    Sweep(swept, function);
+}
+
+Wide TextsOf(SAFEARRAY* array) {
+  return array == nullptr ? Wide{} : TakeTexts(array);
+}
+Narrow NarrowOf(const Wide& texts) {
+  Narrow narrow;
+  for (const std::wstring& text : texts)
+    narrow.push_back(WideToNarrow(text));
+  return narrow;
+}
+Report BytesOf(SAFEARRAY* array) {
+  return array == nullptr ? Report{} : TakeBytes(array);
+}
+
+Report BytesIn(const DataRecord10& record) {
+  return {std::begin(record.bytes), std::end(record.bytes)};
+}
+
+// The number of frames queued, which are taken off.
+size_t TakeQueued() {
+  const ServerState::Queues queues = ServerState::Instance().LockQueues();
+  const size_t count = queues.commands.Size();
+  queues.commands.Clear();
+  return count;
+}
+
+DWORD Echo(ScriptedDevice& self, const Report& written) {
+  self.Deliver(written, 1);
+  return 0;
+}
+
+// The finder's lists in their narrow and managed forms, which go through the code page.
+TEST(FailureSweep, Lists) {
+  const ScriptedDevice first(L"\\\\?\\hid#vid_1234&pid_abcd&mi_01&col05#Größe 鼠");
+  const ScriptedDevice second(L"\\\\?\\hid#vid_1234&pid_0001");
+  const Wide both = {first.Path(), second.Path()};
+  const Wide one = {first.Path()};
+  sim::UpgradeImage image;
+  image.boot_input = "col05";
+  const sim::Bytes file = sim::UpgradeFileBuilder(image).Build();
+  const struct {
+    const char* name;
+    std::function<char**(uint32_t*)> narrow;
+    std::function<SAFEARRAY*()> managed;
+    Wide found;
+  } kCases[] = {
+      {"all", UsbFinderC_EnumHidDeviceList, CS_UsbFinder_EnumHidDeviceList, both},
+      {"vendor", [](auto* count) { return UsbFinderC_FindHidDevices("1234", "", count); },
+       [] { return CS_UsbFinder_FindHidDevices("1234", ""); }, both},
+      {"key", [](auto* count) { return UsbFinderC_FindHidDevicesByKey("röße 鼠", count); },
+       [] { return CS_UsbFinder_FindHidDevicesByKey("röße 鼠"); }, one},
+      {"id",
+       [](auto* count) { return UsbFinderC_FindHidDevicesByDeviceId("1234", "ABCD", 1, 5, count); },
+       [] { return CS_UsbFinder_FindHidDevicesByDeviceId("1234", "ABCD", 1, 5); }, one},
+      {"default id",
+       [](auto* count) {
+         return UsbFinderC_FindHidDevicesByDefaultDeviceId("1234", "ABCD", count);
+       },
+       [] { return CS_UsbFinder_FindHidDevicesByDefaultDeviceId("1234", "ABCD"); }, one},
+      {"boot devices", [&](auto* count) { return UsbUpgradeC_FindBootDevices(file.data(), count); },
+       [&] { return CS_UsbUpgrade_FindBootDevices(file.data()); }, one},
+      // Nothing is found for empty and for null text, and for bytes that are no text.
+      {"no key",
+       [](auto* count) { return UsbFinderC_FindHidDevicesByKey("", count); },
+       [] { return CS_UsbFinder_FindHidDevicesByKey(nullptr); },
+       {}},
+      {"no id",
+       [](auto* count) { return UsbFinderC_FindHidDevices("12\xFF\x34", "abcd", count); },
+       [] { return CS_UsbFinder_FindHidDevices(nullptr, ""); },
+       {}},
+  };
+  for (const auto& test : kCases) {
+    char** texts = nullptr;
+    uint32_t count = 0;
+    SAFEARRAY* array = nullptr;
+    const auto judge = [&](const auto& seen) {
+      // A failed enumeration ends with what it has; a text that can't be converted is an empty one.
+      const auto same = [](const auto& text, const std::wstring& path) {
+        return text.empty() || NarrowToWide(text) == path;
+      };
+      const bool sound = seen.size() <= test.found.size() &&
+                         std::equal(seen.begin(), seen.end(), test.found.begin(), same);
+      const bool whole = seen.size() == test.found.size() && std::ranges::count(seen, "") == 0;
+      return sound && whole ? Outcome::kWhole : sound ? Outcome::kFailed : Outcome::kBroken;
+    };
+    SweepEverything({test.name, [&] { texts = test.narrow(&count); },
+                     [&] { return judge(TakeTexts(texts, count)); }});
+    SweepEverything({test.name, [&] { array = test.managed(); },
+                     [&] { return judge(NarrowOf(TextsOf(array))); }});
+  }
+}
+
+TEST(FailureSweep, DirectCalls) {
+  ScriptedDevice device(kScriptedPath, Echo);
+  const std::wstring vendor = L"1234";
+  const std::wstring product = L"abcd";
+  const std::string path = WideToNarrow(kScriptedPath);
+  const Report request = Closed({0x08, 0x42, 0, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
+  Wide list;
+  SAFEARRAY* array = nullptr;
+  DataRecord10 record;
+  const DataRecord10 data = {{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}};
+  Report reply;
+  HIDD_ATTRIBUTES attributes;
+  const Swept kSwept[] = {
+      {"wide list", [&] { UsbFinder_FindHidDevicesByDefaultDeviceId(vendor, product, list); },
+       [&] { return Judge(list, Wide{kScriptedPath}, {{}}); }},
+      {"managed reply", [&] { array = CS_UsbFinder_GetDeviceOnLineWithUsbAddress(path.c_str()); },
+       [&] {
+         return Judge(BytesOf(array), Closed({8, 3}), {{}, Report(17)});
+       }},
+      {"record",
+       [&] { UsbFinderC_SetCommand(path.c_str(), 0x42, data.bytes, 10, 2, 100, &record); },
+       [&] { return Judge(BytesIn(record), BytesIn(data), {Report(10, 0xEE)}); },
+       [&] { std::ranges::fill(record.bytes, uint8_t{0xEE}); }},
+      {"attributes", [&] { UsbFinderC_GetUsbDeviceAttribute(path.c_str(), &attributes); },
+       [&] { return Judge(attributes.VendorID, 0x1234, {0}); }, [&] { attributes = {}; }},
+      {"raw exchange",
+       [&] {
+         UsbFinderC_OpenDevice(path.c_str());
+         UsbFinderC_ReadWriteDeviceData(request.data(), reply.data(), 17);
+         UsbFinderC_CloseDevice();
+       },
+       [&] { return Judge(reply, request, {Report(17)}); }, [&] { reply.assign(17, 0xEE); }},
+      {"layer keys", [&] { array = CS_UsbKeyboard_LoadLayerKeys(path.c_str(), 0); },
+       [&] { return Judge(BytesOf(array).size(), 1, {0}); }},
+  };
+  for (const Swept& swept : kSwept)
+    SweepEverything(swept);
+}
+
+// All frames of a call are queued, or none; what an update could not queue, the next one does.
+TEST(FailureSweep, QueuedCommands) {
+  const auto original = std::make_unique<ProtocolData>();
+  ProtocolDataParser(sim::FlashImage::Default().bytes().data(), original.get());
+  const auto record = std::make_unique<ProtocolData>(*original);
+  const auto previous = std::make_unique<ProtocolData>(*original);
+  SetDllProtocolData(original.get());
+  std::ranges::fill(record->key_functions, KeyFun{{0x55, 0x66, 0x77}});
+  const auto queues = [](size_t frames) {
+    return [frames] { return Judge(TakeQueued(), frames, {0}); };
+  };
+  const auto updates = [&] {
+    const Outcome outcome = queues(std::size(record->key_functions))();
+    if (outcome != Outcome::kWhole) return outcome;
+    SetDllProtocolData(original.get());
+    *previous = *original;
+    return outcome;
+  };
+  const Swept kSwept[] = {
+      {"query", UsbServer_ReadVersion, queues(1)},
+      {"text", [] { UsbServerC_SetDeviceDescriptorString("a text of over thirty characters"); },
+       queues(3)},
+      {"memory read", [] { UsbServer_ReadFalshData(0, 8190, 0); }, queues(819)},
+      {"update", [&] { ProtocolDataUpdate(record.get()); }, updates},
+      {"compare", [&] { CS_ProtocolDataCompareUpdate(record.get(), previous.get()); }, updates},
+  };
+  for (const Swept& swept : kSwept)
+    SweepAllocations(swept);
+}
+
+size_t answers[256];  // by command
+
+void PERILINK_CALL CountAnswer(const uint8_t* frame, uint32_t, const uint8_t*, uint32_t) {
+  ++answers[frame[1]];
+}
+
+bool upgraded = false;
+
+int PERILINK_CALL WatchUpgrade(const uint8_t* event, uint32_t) {
+  upgraded = event[1] == 2 && event[2] == 1;
+  return 0;
+}
+
+TEST(FailureSweep, ServerAndUpgrade) {
+  sim::Mouse mouse;
+  mouse.Plug();
+  const std::string path = mouse.CommandPathNarrow();
+  const sim::Bytes file =
+      sim::UpgradeFileBuilder(sim::ImageFor(mouse, sim::MakeVirtualFirmware(0x0234, 100))).Build();
+  const auto size = static_cast<uint32_t>(file.size());
+  SAFEARRAY* array = nullptr;
+  char** texts = nullptr;
+  uint32_t count = 0;
+  const auto run_server = [&] {
+    CS_UsbServer_Start(path.c_str(), nullptr, CountAnswer);
+    UsbServer_ReadVersion();
+    Sleep(1000);
+    UsbServer_Exit();
+    Sleep(1000);
+  };
+  const auto upgrade = [&] {
+    UsbUpgrade_Start(file.data(), WatchUpgrade, 2000);
+    while (!TakeUpgradeTurn())
+      Sleep(10);
+    GiveUpgradeTurn();
+  };
+  const auto await_restart = [] {
+    Sleep(1000);
+    upgraded = false;
+  };
+  // By its last line; the failure is no log at all.
+  const auto judge_log = [](const auto& log, const auto& last) {
+    return Judge(log.empty() ? last.substr(0, 0) : log.back(), last, {last.substr(0, 0)});
+  };
+  const Swept kSwept[] = {
+      {"managed split", [&] { array = CS_UsbUpgrade_FileSplit(file.data(), size, 0); },
+       [&] { return Judge(BytesOf(array), file, {{}}); }},
+      {"server", run_server, [] { return Judge(answers[kCommandVersion], 1, {0}); },
+       [] { answers[kCommandVersion] = 0; }},
+      {"upgrade", upgrade, [] { return Judge(upgraded, true, {false}); }, await_restart},
+      {"narrow log", [&] { texts = UsbUpgradeC_GetLogs(&count); },
+       [&] { return judge_log(TakeTexts(texts, count), std::string("All Upgrade Success")); }},
+      {"managed log", [&] { array = CS_UsbUpgrade_GetLogs(); },
+       [&] { return judge_log(TextsOf(array), std::wstring(L"All Upgrade Success")); }},
+  };
+  for (const Swept& swept : kSwept)
+    SweepAllocations(swept);
+}
+
+// No allocation is worth more to the loop than one pass: whichever fails, the server answers what
+// was queued, before and after a new start, and the optimiser polls.
+TEST(FailureSweep, ServerLoopGoesOn) {
+  ScriptedDevice device(kScriptedPath, Echo);
+  CS_UsbServer_SetThreadSleepTime(2000);
+  const auto polls = [&] {
+    return std::ranges::count(device.writes(), kCommandBatteryLevel,
+                              [](const Written& written) { return written.report[1]; });
+  };
+  ptrdiff_t polls_before = 0;
+  const auto start = [&] {
+    polls_before = polls();
+    ServerState::Instance().RequestStart({kScriptedPath, kScriptedPath}, CountAnswer);
+    UsbServer_ReadVersion();
+    UsbServer_ReadDPILed();
+    device.Deliver(Closed({0x08, 0x0A, 0, 0, 0, 0, 0x41}));
+  };
+  const auto prepare = [&] {
+    std::ranges::fill(answers, 0);
+    device.ClearWrites();
+    start();
+    platform::ScheduleIn(8'000'000, start);
+    platform::ScheduleIn(16'000'000, UsbServer_Exit);
+  };
+  const auto judge = [&] {
+    const bool served = answers[kCommandVersion] == 2 && answers[kCommandReadMemory] == 2;
+    return served && 0 < polls_before && polls_before < polls() ? Outcome::kWhole
+                                                                : Outcome::kBroken;
+  };
+  SweepAllocations({"loop", CS_UsbServer_Thread, judge, prepare});
+}
+
+}  // namespace
+}  // namespace perilink::testing
