@@ -58,10 +58,6 @@ inline uint8_t* Bytes(ProtocolData& record) {
   return &record.report_rate;
 }
 
-inline uint8_t Check(const uint8_t* bytes, size_t size) {
-  return sim::CheckOf({bytes, size});
-}
-
 // The events of a shortcut or a macro that count.
 template <typename Slot>
 std::vector<sim::SlotEvent> SlotEvents(const Slot& slot) {
@@ -143,7 +139,8 @@ inline ProtocolData RandomRecord(Random& random) {
   return record;
 }
 
-inline bool Same(const ProtocolData& a, const ProtocolData& b) {
+template <typename Record>
+bool Same(const Record& a, const Record& b) {
   return std::memcmp(&a, &b, sizeof(a)) == 0;
 }
 

@@ -53,7 +53,7 @@ TEST(ParserTest, AnyImageGivesARecord) {
       const Place& place = places[random() % (hits % 2 == 0 ? places.size() : 15)];
       Fill(random, &image[place.address], place.width);
       if (hits % 4 == 1) image[place.address] &= 7;
-      image[place.address + place.width] = Check(&image[place.address], place.width);
+      image[place.address + place.width] = sim::CheckOf({&image[place.address], place.width});
     }
     const Image bytes = Parsed(ProtocolDataParser, image);
 
@@ -63,7 +63,7 @@ TEST(ParserTest, AnyImageGivesARecord) {
     }
     for (const Place& place : places) {
       const uint8_t* value = &image[place.address];
-      if (Check(value, place.width) != value[place.width]) continue;
+      if (sim::CheckOf({value, place.width}) != value[place.width]) continue;
       if (place.offset == 2 && *value >= expected.dpi_level_count) continue;
       uint8_t* target = Bytes(expected) + place.offset;
       std::memcpy(target, value, place.width);
