@@ -6,8 +6,6 @@
 
 #include "perilink/finder.h"
 #include "perilink/protocol_data.h"
-#include "protocol/image.h"
-#include "sim/mouse.h"
 
 namespace perilink::testing {
 namespace {
@@ -71,35 +69,6 @@ TEST_F(ConfigUpdate, EqualRecordsAndUnparsedOnesQueueNothing) {
   record.report_rate = 7;
   ProtocolDataUpdate(&record);  // nothing has been parsed
   EXPECT_TRUE(queues.commands.Empty());
-}
-
-// What the update writes is what a later read finds.
-TEST_F(ConfigUpdate, WrittenConfigurationIsReadBack) {
-  sim::Mouse mouse;
-  mouse.Plug();
-  UsbServer_Start(mouse.CommandPath(), mouse.CommandPath(), &ServerTest::OnReport);
-  const auto read = [&] {
-    callbacks.clear();
-    UsbServer_ReadAllFlashData();
-    WaitForCallbacks(1);
-    ProtocolData record{};
-    EXPECT_EQ(callbacks.size(), 1u);
-    if (!callbacks.empty()) ProtocolDataParser(callbacks[0].data.data(), &record);
-    return record;
-  };
-  Random random(5);
-  read();
-  for (int round = 0; round < 4; ++round) {
-    ProtocolData record = RandomRecord(random);
-    ProtocolDataUpdate(&record);
-    EXPECT_FALSE(QueuedEntries().empty());
-    for (int i = 0; i < 600 && !QueuedEntries().empty(); ++i)
-      Sleep(100);
-    ProtocolData again = read();
-    EXPECT_TRUE(Same(again, record)) << round;
-    ProtocolDataUpdate(&again);
-    EXPECT_TRUE(QueuedEntries().empty());
-  }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "perilink/finder.h"
@@ -18,9 +19,7 @@ class Answers : public ServerTest {
     device.SetScript([=, bytes = Report(data)](ScriptedDevice& self, const Report& written) {
       Report reply(written.begin(), written.begin() + 5);
       reply.push_back(length_byte);
-      reply.insert(reply.end(), bytes.begin(), bytes.end());
-      self.Deliver(Closed(reply), 1);
-      return DWORD{0};
+      return Tell(self, Closed(reply += bytes));
     });
   }
   // The one callback that a command leads to.
@@ -93,8 +92,7 @@ TEST_F(Answers, WriteIsRepeatedUntilItsEchoIsExact) {
   device.SetScript([&](ScriptedDevice& self, const Report& written) {
     Report echo = written;
     if (++writes < 9) echo[2] = 1;  // a status where the request has none
-    self.Deliver(Closed(echo), 1);
-    return DWORD{0};
+    return Tell(self, Closed(echo));
   });
   const uint8_t data[] = {1, 2};
   const Callback seen = Ask([&] { UsbServer_SetData(kCommandWriteMemory, data, 2); }, 300);
@@ -125,21 +123,12 @@ class BatteryReports : public ServerTest {
   BatteryReports() {
     UsbServer_SetBatteryOptimizeEnable(1);
     device.SetScript([this](ScriptedDevice& self, const Report& written) {
-      if (written[1] == kCommandOnLine)
-        self.Deliver(Answer(written, {1, 1, 2, 3}), 1);
-      else if (written[1] == kCommandBatteryLevel)
-        self.Deliver(Answer(written, {level, charging, 0, 0}), 1);
-      else
-        AnswerAll(self, written);
-      return DWORD{0};
+      if (written[1] == kCommandOnLine) return Tell(self, Answer(written, {1, 1, 2, 3}));
+      if (written[1] != kCommandBatteryLevel) return AnswerAll(self, written);
+      return Tell(self, Answer(written, {level, charging, 0, 0}));
     });
   }
-  size_t Polls() const {
-    size_t polls = 0;
-    for (const Written& written : device.writes())
-      polls += written.report[1] == kCommandBatteryLevel;
-    return polls;
-  }
+  auto Polls() const { return std::ranges::count(WrittenCommands(), kCommandBatteryLevel); }
   // What an event leads to: the levels reported, and whether the event itself was, with its flags.
   struct Seen {
     std::vector<int> levels;
@@ -163,7 +152,7 @@ class BatteryReports : public ServerTest {
 TEST_F(BatteryReports, EventsAreReportedByTheirFlags) {
   Start();
   Sleep(200);
-  const size_t polls = Polls();
+  const auto polls = Polls();
   EXPECT_EQ(After(0x00), (Seen{{}, {}}));
   EXPECT_EQ(After(0x85), (Seen{{}, {0x85}}));
   EXPECT_EQ(callbacks[0].frame, Event(0x85));
@@ -201,11 +190,11 @@ TEST_F(BatteryReports, ReadingsForceTheLevel) {
 TEST_F(BatteryReports, PollsEveryFiveSecondsAndAnswersForTheDevice) {
   Start();
   Sleep(200);
-  EXPECT_EQ(Polls(), 1u);
+  EXPECT_EQ(Polls(), 1);
   ASSERT_EQ(callbacks.size(), 1u);  // the first smoothing step
   EXPECT_EQ(callbacks[0].data, (Report{40, 0, 0, 0}));
   Sleep(5000);
-  EXPECT_EQ(Polls(), 2u);
+  EXPECT_EQ(Polls(), 2);
 
   level = 30;  // not yet shown
   callbacks.clear();
@@ -217,7 +206,7 @@ TEST_F(BatteryReports, PollsEveryFiveSecondsAndAnswersForTheDevice) {
 
   UsbServer_SetPCDriverStatus(0);
   Sleep(20'000);
-  const size_t polls = Polls();
+  const auto polls = Polls();
   Sleep(20'000);
   EXPECT_EQ(Polls(), polls);
   UsbServer_SetPCDriverStatus(1);

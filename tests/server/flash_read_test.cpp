@@ -124,23 +124,21 @@ TEST_F(FlashRead, SlotsAreReadByWhatTheyHold) {
 
 TEST_F(FlashRead, AReadThatBreaksOffReportsNothingAndTheNextSucceeds) {
   for (const uint64_t stop_at : {3u, 27u, 40u, 70u}) {
-    callbacks.clear();
-    mouse.faults().Ignore(sim::From(stop_at));
-    UsbServer_ReadAllFlashData();
-    Sleep(2500);
-    EXPECT_TRUE(callbacks.empty());
-    EXPECT_TRUE(QueuedEntries().empty());
-    mouse.faults().Heal();
-    ExpectWholeRead();
-    mouse.faults().UnplugAfter(sim::At(stop_at));
-    callbacks.clear();
-    UsbServer_ReadAllFlashData();
-    Sleep(2500);
-    EXPECT_TRUE(callbacks.empty());
-    mouse.faults().Heal();
-    mouse.Plug();
-    StartOnMouse();
-    ExpectWholeRead();
+    for (const bool unplugged : {false, true}) {
+      callbacks.clear();
+      if (unplugged)
+        mouse.faults().UnplugAfter(sim::At(stop_at));
+      else
+        mouse.faults().Ignore(sim::From(stop_at));
+      UsbServer_ReadAllFlashData();
+      Sleep(2500);
+      EXPECT_TRUE(callbacks.empty());
+      EXPECT_EQ(QueuedEntries().empty(), !unplugged);
+      mouse.faults().Heal();
+      mouse.Plug();
+      if (unplugged) StartOnMouse();
+      ExpectWholeRead();
+    }
   }
 }
 
@@ -162,6 +160,24 @@ TEST_F(FlashRead, WithoutACallbackNothingIsParsed) {
   Sleep(2000);
   EXPECT_EQ(mouse.Requests().size(), 24u + 5 + 16 + 32);
   EXPECT_FALSE(StoredProtocolData::Instance().parsed());
+}
+
+TEST_F(FlashRead, FindsWhatAnUpdateHasWritten) {
+  Random random(5);
+  ExpectWholeRead();
+  for (int round = 0; round < 4; ++round) {
+    ProtocolData record = RandomRecord(random);
+    ProtocolDataUpdate(&record);
+    EXPECT_FALSE(QueuedEntries().empty());
+    for (int i = 0; i < 600 && !QueuedEntries().empty(); ++i)
+      Sleep(100);
+    ExpectWholeRead();
+    ProtocolData again{};
+    ProtocolDataParser(callbacks.at(0).data.data(), &again);
+    EXPECT_TRUE(Same(again, record)) << round;
+    ProtocolDataUpdate(&again);
+    EXPECT_TRUE(QueuedEntries().empty());
+  }
 }
 
 }  // namespace

@@ -45,11 +45,7 @@ TEST(LayerKeys, FaultsOfOnePiece) {
   const Row rows[] = {
       {"ignored once", [](auto& k) { k.faults().Ignore(sim::At(5)); }, 512, 53},
       {"write fails once", [](auto& k) { k.faults().FailWrite(sim::At(5)); }, 512, 53},
-      {"ignored twice",
-       [](auto& k) {
-         k.faults().Ignore({5, 2, {}});
-       },
-       0, 6},
+      {"ignored twice", [](auto& k) { k.faults().Ignore(sim::At(5)).Ignore(sim::At(6)); }, 0, 6},
       {"wrong checksum", [](auto& k) { k.faults().CorruptChecksum(sim::At(3)); }, 0, 3},
       {"wrong command", [](auto& k) { k.faults().WrongCommand(sim::At(3)); }, 0, 3},
       {"an event first", [](auto& k) { k.faults().StrayEventBefore(sim::At(3)); }, 0, 3},

@@ -15,9 +15,10 @@ using Commands = std::vector<int>;
 
 class Loop : public ServerTest {
  protected:
-  void Queue(std::initializer_list<uint8_t> commands) {
+  void Queue(std::initializer_list<uint8_t> commands, DWORD wait_ms = 0) {
     for (const uint8_t command : commands)
       UsbServer_GetData(command);
+    if (wait_ms != 0) Sleep(wait_ms);
   }
 };
 
@@ -39,8 +40,7 @@ TEST_F(Loop, SpacingFollowsTheAnswers) {
     Start();
     device.ClearWrites();
     callbacks.clear();
-    Queue({row.command, 0x22});
-    Sleep(static_cast<DWORD>(row.gap_ms + 200));
+    Queue({row.command, 0x22}, static_cast<DWORD>(row.gap_ms + 200));
     EXPECT_EQ(WrittenCommands(), row.written);
     EXPECT_EQ(CallbackCommands(), (Commands{row.command, 0x22}));
     const std::vector<Written> writes = device.writes();
@@ -66,8 +66,7 @@ TEST_F(Loop, FifthUnansweredWriteSinceAValidReportDropsEverything) {
     });
     Start();
     device.ClearWrites();
-    Queue({0x21, 0x22});
-    Sleep(3000);
+    Queue({0x21, 0x22}, 3000);
     EXPECT_EQ(WrittenCommands(), Commands(row.writes, 0x21)) << row.name;
     EXPECT_TRUE(QueuedEntries().empty());
   }
@@ -77,21 +76,17 @@ TEST_F(Loop, LateForeignDuplicateAndBrokenAnswersAreNotReported) {
   Start();
   // The first answer comes when the head has been armed again and can't be written.
   const uint64_t start_ms = GetTickCount64();
-  int writes = 0;
   device.SetScript([&](ScriptedDevice& self, const Report& written) {
-    if (++writes == 1)
-      self.Deliver(Answer(written, {0xEE}), 130);
-    else if (GetTickCount64() < start_ms + 250)
-      return DWORD{ERROR_GEN_FAILURE};
-    else
-      self.Deliver(Answer(written, {0x11}), 1);
+    const bool first = self.writes().size() == 1;
+    if (!first && GetTickCount64() < start_ms + 250) return DWORD{ERROR_GEN_FAILURE};
+    self.Deliver(Answer(written, {uint8_t(first ? 0xEE : 0x11)}), first ? 130 : 1);
     return DWORD{0};
   });
-  Queue({0x21});
-  Sleep(400);
+  Queue({0x21}, 400);
   ASSERT_EQ(callbacks.size(), 1u);
   EXPECT_EQ(callbacks[0].data[0], 0x11);
-  EXPECT_GT(writes, 10);  // failing writes are tried again on every pass, and count for nothing
+  EXPECT_GT(device.writes().size(),
+            10u);  // failing writes are tried again on every pass, and count for nothing
 
   device.SetScript([](ScriptedDevice& self, const Report& written) {
     Report broken = Answer(written, {0xEE});
@@ -104,8 +99,7 @@ TEST_F(Loop, LateForeignDuplicateAndBrokenAnswersAreNotReported) {
     self.Deliver(Answer(written, {0xEE}), 4);
     return DWORD{0};
   });
-  Queue({0x31, 0x41});
-  Sleep(400);
+  Queue({0x31, 0x41}, 400);
   EXPECT_EQ(CallbackCommands(), (Commands{0x21, 0x31, 0x41}));
   for (const Callback& callback : callbacks)
     EXPECT_EQ(callback.data, Report{0x11});
@@ -123,20 +117,16 @@ TEST_F(Loop, UnplugReleasesTheDeviceUntilAStart) {
     device.Unplug();
     Sleep(200);
     EXPECT_EQ(platform::Bus().OpenConnections(), 0u);
-    if (state != kIdle) {
-      EXPECT_EQ(QueuedEntries().size(), 2u);
-    }
+    EXPECT_EQ(QueuedEntries().size(), state == kIdle ? 0u : 2u);
 
     device.Plug();
     device.SetScript(AnswerAll);
     device.ClearWrites();
-    Queue({0x23});
-    Sleep(300);
+    Queue({0x23}, 300);
     EXPECT_TRUE(device.writes().empty());
     EXPECT_EQ(Start(), 0u);
     EXPECT_TRUE(QueuedEntries().empty());
-    Queue({0x24});
-    Sleep(50);
+    Queue({0x24}, 50);
     EXPECT_EQ(WrittenCommands(), (Commands{0x24}));
   }
 }
@@ -147,11 +137,9 @@ TEST_F(Loop, StartGoesOverToNewPaths) {
   const uintptr_t thread = Start();
   EXPECT_NE(thread, 0u);
   device.SetScript({});
-  Queue({0x21, 0x22});
-  Sleep(20);
+  Queue({0x21, 0x22}, 20);
   EXPECT_EQ(UsbServer_KeyboardStart(other.Path(), other.Path(), OnReport), 0u);
-  Queue({0x23});
-  Sleep(50);
+  Queue({0x23}, 50);
   EXPECT_EQ(WrittenCommands(), (Commands{0x21}));
   ASSERT_EQ(other.writes().size(), 1u);
   EXPECT_EQ(other.writes()[0].report[5], 0x80);
@@ -164,8 +152,7 @@ TEST_F(Loop, StartGoesOverToNewPaths) {
   UsbServer_GetCurrentOutputDevice(current);
   EXPECT_EQ(current, device.Path());
   device.SetScript(AnswerAll);
-  Queue({0x24});
-  Sleep(50);
+  Queue({0x24}, 50);
   EXPECT_EQ(device.writes().back().report[5], 0x00);
   EXPECT_EQ(CallbackCommands(), (Commands{0x23, 0x24}));
   CloseHandle(reinterpret_cast<HANDLE>(thread));
@@ -176,15 +163,13 @@ TEST_F(Loop, AStartIsNeverLost) {
   // At once after an exit: the running loop goes on.
   UsbServer_Exit();
   EXPECT_EQ(Start(), 0u);
-  Queue({0x21});
-  Sleep(50);
+  Queue({0x21}, 50);
   EXPECT_EQ(CallbackCommands(), (Commands{0x21}));
   // After the loop has seen the exit, before its thread has ended: the thread runs it again.
   device.on_close = [&] { EXPECT_EQ(UsbServer_Start(device.Path(), device.Path(), OnReport), 0u); };
   UsbServer_Exit();
   Sleep(50);
-  Queue({0x22});
-  Sleep(50);
+  Queue({0x22}, 50);
   EXPECT_EQ(CallbackCommands(), (Commands{0x21, 0x22}));
   EXPECT_EQ(WaitForSingleObject(thread, 0), static_cast<DWORD>(WAIT_TIMEOUT));
   // After the thread has ended: a new one.
@@ -200,8 +185,7 @@ TEST_F(Loop, AStartIsNeverLost) {
     EXPECT_EQ(UsbServer_Start(device.Path(), device.Path(), OnReport), 0u);
     Queue({0x24});
   };
-  Queue({0x23});
-  Sleep(100);
+  Queue({0x23}, 100);
   EXPECT_EQ(CallbackCommands(), (Commands{0x21, 0x22, 0x23, 0x24}));
   EXPECT_EQ(platform::Bus().OpenConnections(), 0u);
 }

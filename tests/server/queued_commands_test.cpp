@@ -71,19 +71,13 @@ class QueuedCommands : public ServerTest {
     call();
     std::vector<Report> entries;
     for (const QueueEntry& entry : QueuedEntries()) {
-      Report bytes = {entry.last_chunk, entry.pending, entry.continuation};
-      const Report frame = BytesOf(entry.frame);
-      bytes.insert(bytes.end(), frame.begin(), frame.end());
-      entries.push_back(bytes);
+      entries.push_back({entry.last_chunk, entry.pending, entry.continuation});
+      entries.back() += BytesOf(entry.frame);
     }
     return entries;
   }
   // An entry as the device's protocol has it, written out here once more.
-  static Report Entry(Report header, Report frame) {
-    const Report closed = Closed(std::move(frame));
-    header.insert(header.end(), closed.begin(), closed.end());
-    return header;
-  }
+  static Report Entry(Report header, Report frame) { return header += Closed(std::move(frame)); }
 };
 
 TEST_F(QueuedCommands, QueueTheirFrames) {
@@ -92,7 +86,7 @@ TEST_F(QueuedCommands, QueueTheirFrames) {
     const uint8_t target = keyboard ? 0x80 : 0;
     for (const Row& row : kRows) {
       Report frame = {8, row.command, 0, 0, 0, static_cast<uint8_t>(row.length | target)};
-      frame.insert(frame.end(), row.payload.begin(), row.payload.end());
+      frame += row.payload;
       for (const auto& call : row.exports)
         EXPECT_EQ(Queue(call), std::vector<Report>{Entry({1, 1, 0}, frame)})
             << row.name << keyboard;
@@ -161,8 +155,7 @@ TEST_F(QueuedCommands, DescriptorStringIsCutIntoChunks) {
     for (size_t i = 1; i < declared.size(); ++i) {
       const size_t offset = 10 * (i - 1);
       Report frame = {8, 0x0C, 0, declared[0], static_cast<uint8_t>(offset), declared[i]};
-      const std::string piece = text.substr(offset, declared[i]);
-      frame.insert(frame.end(), piece.begin(), piece.end());
+      frame += text.substr(offset, declared[i]);
       expected.push_back(Entry({uint8_t{i + 1 == declared.size()}, 1, 0}, frame));
     }
     EXPECT_EQ(Queue([&] { UsbServerC_SetDeviceDescriptorString(text.c_str()); }), expected);

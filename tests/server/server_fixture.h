@@ -38,6 +38,13 @@ class HookedDevice : public ScriptedDevice {
   }
 };
 
+// Puts bytes at the end of a report.
+template <typename Bytes>
+Report& operator+=(Report& report, const Bytes& bytes) {
+  report.insert(report.end(), bytes.begin(), bytes.end());
+  return report;
+}
+
 inline Report BytesOf(const CommandFrame& frame) {
   const auto bytes = FrameBytes(frame);
   return Report(bytes.begin(), bytes.end());
@@ -91,13 +98,17 @@ class ServerTest : public RegistryTest {
     if (current_->on_callback) current_->on_callback(current_->callbacks.back());
   }
 
-  // Answers everything after a millisecond: memory writes with their echo, memory reads with as
-  // many bytes as they ask for, the rest with one byte.
-  static DWORD AnswerAll(ScriptedDevice& self, const Report& written) {
-    const bool echo = written[1] == kCommandWriteMemory;
-    const bool read = written[1] == kCommandReadMemory;
-    self.Deliver(echo ? written : read ? ReplyTo(written, {0x11}) : Answer(written, {0x11}), 1);
+  // A script's last step: the device sends a report a millisecond later, and the write succeeds.
+  static DWORD Tell(ScriptedDevice& self, Report report) {
+    self.Deliver(std::move(report), 1);
     return 0;
+  }
+  // Answers everything: memory writes with their echo, memory reads with as many bytes as they ask
+  // for, the rest with one byte.
+  static DWORD AnswerAll(ScriptedDevice& self, const Report& written) {
+    if (written[1] == kCommandWriteMemory) return Tell(self, written);
+    if (written[1] == kCommandReadMemory) return Tell(self, ReplyTo(written, {0x11}));
+    return Tell(self, Answer(written, {0x11}));
   }
 
   // The commands written, and the clock's milliseconds between them.

@@ -101,6 +101,10 @@ class Simulation {
     });
   }
 
+  void Unplug() {
+    needs_start_ = true;
+    mouse_.Unplug();
+  }
   void Exit() {
     needs_start_ = true;
     model_.OnExit();
@@ -124,41 +128,19 @@ class Simulation {
     model_.Queue(command, serial, 1, [&] { UsbServer_SetData(command, data, sizeof(data)); });
   }
 
+  // A host acts; what only one may do at a time is the main host's.
   void Act(bool main_host) {
-    switch (Draw(main_host ? 14 : 6)) {
-      case 0:
-        mouse_.SendEvent(static_cast<uint8_t>(Draw(256)));
-        break;
-      case 1:
-        UsbServer_SetBatteryOptimizeEnable(static_cast<uint8_t>(Draw(4)));
-        break;
-      case 6:
-        needs_start_ = true;
-        mouse_.Unplug();
-        break;
-      case 7:
-        mouse_.Plug();
-        break;
-      case 8:
-        Exit();
-        break;
-      case 9:
-      case 10:
-        StartServer();
-        break;
-      case 11:
-        DrawFaults();
-        break;
-      case 12:
-        mouse_.SetAsleep(Draw(2) == 0);
-        break;
-      case 13:
-        mouse_.battery().Fix({static_cast<uint8_t>(Draw(101)), uint8_t(Draw(2)), 0});
-        break;
-      default:
-        QueueSomething();
-        break;
-    }
+    const uint32_t action = Draw(main_host ? 14 : 6);
+    if (action == 0) mouse_.SendEvent(static_cast<uint8_t>(Draw(256)));
+    if (action == 1) UsbServer_SetBatteryOptimizeEnable(static_cast<uint8_t>(Draw(4)));
+    if (action >= 2 && action <= 5) QueueSomething();
+    if (action == 6) Unplug();
+    if (action == 7) mouse_.Plug();
+    if (action == 8) Exit();
+    if (action == 9 || action == 10) StartServer();
+    if (action == 11) DrawFaults();
+    if (action == 12) mouse_.SetAsleep(Draw(2) == 0);
+    if (action == 13) mouse_.battery().Fix({static_cast<uint8_t>(Draw(101)), uint8_t(Draw(2)), 0});
     if (Draw(3) != 0) Sleep(Draw(20) == 0 ? 6000 : Draw(40));
     model_.Check();
   }
@@ -202,19 +184,10 @@ class Simulation {
     if (current_->reads_configuration_) return;
     current_->model_.OnCallback(frame, data, length);
     if (!current_->on_callback_acts_) return;
-    switch (current_->Draw(30)) {
-      case 0:
-        current_->QueueSomething();
-        break;
-      case 1:
-        current_->StartServer();
-        break;
-      case 2:
-        current_->Exit();
-        break;
-      default:
-        break;
-    }
+    const uint32_t action = current_->Draw(30);
+    if (action == 0) current_->QueueSomething();
+    if (action == 1) current_->StartServer();
+    if (action == 2) current_->Exit();
   }
 
   static inline Simulation* current_ = nullptr;

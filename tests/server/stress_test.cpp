@@ -35,29 +35,27 @@ void CloseThread(uintptr_t thread) {
 
 // The exports that only queue. The host's own loop, UsbReaderWriterServer, is not among what is
 // called: beside the server's thread it would be a second owner of what the loop owns.
-constexpr void (*kQueueing[])() = {
-    UsbServer_ReadEncryption,
-    UsbServer_ReadOnLine,
-    UsbServer_ReadBatteryLevel,
-    UsbServer_EnterDonglePair,
-    UsbServer_ReadDonglePairStatus,
-    UsbServer_SetClearSetting,
-    UsbServer_ReadConfig,
-    UsbServer_EnterMTKMode,
-    UsbServer_ReadVersion,
-    UsbServer_Get4KDongleRGBValue,
-    UsbServer_GetLongRangeMode,
-    CS_UsbServer_GetDongleRGBBarMode,
-    UsbServer_GetMouseSerialNumber,
-    UsbServer_GetRSSI,
-    UsbServer_GetDongleIndicatorLed,
-    UsbServer_GetSlaveVersion,
-    UsbServer_ReadAllFlashData,
-    UsbServer_ReadReportRate,
-    UsbServer_ReadCurrentDPI,
-    UsbServer_ReadDPILed,
-    UsbServer_ReadLedBar,
-};
+constexpr void (*kQueueing[])() = {UsbServer_ReadEncryption,
+                                   UsbServer_ReadOnLine,
+                                   UsbServer_ReadBatteryLevel,
+                                   UsbServer_EnterDonglePair,
+                                   UsbServer_ReadDonglePairStatus,
+                                   UsbServer_SetClearSetting,
+                                   UsbServer_ReadConfig,
+                                   UsbServer_EnterMTKMode,
+                                   UsbServer_ReadVersion,
+                                   UsbServer_Get4KDongleRGBValue,
+                                   UsbServer_GetLongRangeMode,
+                                   CS_UsbServer_GetDongleRGBBarMode,
+                                   UsbServer_GetMouseSerialNumber,
+                                   UsbServer_GetRSSI,
+                                   UsbServer_GetDongleIndicatorLed,
+                                   UsbServer_GetSlaveVersion,
+                                   UsbServer_ReadAllFlashData,
+                                   UsbServer_ReadReportRate,
+                                   UsbServer_ReadCurrentDPI,
+                                   UsbServer_ReadDPILed,
+                                   UsbServer_ReadLedBar};
 
 void QueueSettings(uint8_t value) {
   const DataRecord10 record{};
