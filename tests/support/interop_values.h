@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "perilink/finder.h"
-#include "perilink_platform/win32.h"
+#include "platform/win32.h"
 
 namespace perilink::testing {
 

@@ -111,20 +111,6 @@ TEST(Arrival, CallsBackForDeviceInterfacesOnly) {
   EXPECT_EQ(calls, "");
 }
 
-TEST(Arrival, WaitsBeforeItCallsBack) {
-  StartUsbChanged(kCallback, 0);
-  for (const int32_t delay_ms : {200, 0, -1}) {
-    const ULONGLONG start = GetTickCount64();
-    StartUsbChanged(kCallback, delay_ms);
-    EXPECT_LT(GetTickCount64() - start, 150u);
-    calls.clear();
-    const ULONGLONG sent = GetTickCount64();
-    Broadcast(DBT_DEVICEREMOVECOMPLETE);
-    EXPECT_EQ(calls, "-");
-    EXPECT_GE(GetTickCount64() - sent, delay_ms > 0 ? 190u : 0u);
-  }
-}
-
 TEST(Arrival, ACallbackReplacedDuringTheDelayCounts) {
   StartUsbChanged(kCallback, 300);
   calls.clear();
@@ -132,9 +118,11 @@ TEST(Arrival, ACallbackReplacedDuringTheDelayCounts) {
     Sleep(100);
     SetUsbChangedCallBack(kOther, 0);
   });
+  const ULONGLONG sent = GetTickCount64();
   Broadcast(DBT_DEVICEREMOVECOMPLETE);
   host.join();
   EXPECT_EQ(calls, "R");
+  EXPECT_GE(GetTickCount64() - sent, 290u);
 }
 
 TEST(Arrival, StopsAndStartsAgain) {
