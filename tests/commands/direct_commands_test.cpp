@@ -17,11 +17,16 @@ constexpr int64_t kNow = 1'700'000'000;
 const char* const kNoReply = "";
 using Byte = uint8_t;
 
+// Bytes 0 to 15 of a frame: all of them, or its command, its length and data.
 Report FromHex(const std::string& hex) {
   Report bytes;
   std::istringstream text(hex);
   for (unsigned byte; text >> std::hex >> byte;)
     bytes.push_back(static_cast<uint8_t>(byte));
+  if (bytes[0] != kReportId) {
+    bytes.insert(bytes.begin(), kReportId);
+    bytes.insert(bytes.begin() + 2, 3, uint8_t{0});
+  }
   return bytes;
 }
 
@@ -51,30 +56,40 @@ std::string Seen(Result result, const Record& record) {
   return std::to_string(result) + " | " + ToHex(bytes);
 }
 
+// What a command without an accepted reply makes of an output of so many bytes.
+std::string Untouched(size_t size) {
+  return "0 | " + ToHex(Report(size, 0xEE));
+}
+std::string Zeroed(size_t size) {
+  return "0 | " + ToHex(Report(size));
+}
+
 // One way to call a command: a wide or a narrow path, the outcome as text.
 using WideCall = std::function<std::string(const std::wstring&)>;
 using NarrowCall = std::function<std::string(const char*)>;
 
 struct Row {
   struct Case {
-    std::string reply;  // bytes 0 to 15, or kNoReply
+    std::string reply;
     std::string outcome;
   };
   std::string name;
-  std::string request;  // bytes 0 to 15 with the keyboard target clear, then its byte 5 when set
-  uint8_t keyboard_length;
+  std::string request;  // with the keyboard target clear; it sets bit 7 of byte 5
   std::vector<Case> cases;
   WideCall wide;
   std::vector<NarrowCall> narrow;
+  bool own_frame = false;  // the caller's, which the keyboard target leaves alone
 };
+
+std::vector<Row> rows;
 
 // A row whose families have the same form: `call` takes the function and the path.
 template <typename Wide, typename Narrow, typename Call>
-void Add(std::vector<Row>& rows, const char* name, Wide* wide, Narrow* narrow, std::string request,
-         uint8_t keyboard_length, std::vector<Row::Case> cases, Call call) {
+void Add(const char* name, Wide* wide, Narrow* narrow, std::string request, std::string no_reply,
+         std::vector<Row::Case> cases, Call call) {
+  cases.push_back({kNoReply, std::move(no_reply)});
   rows.push_back({name,
                   std::move(request),
-                  keyboard_length,
                   std::move(cases),
                   [=](const std::wstring& path) { return call(wide, path); },
                   {[=](const char* path) { return call(narrow, path); }}});
@@ -92,159 +107,116 @@ auto Filled(auto... arguments) {
   };
 }
 
+// Those that return a number alone.
+auto Plain(auto... arguments) {
+  return [arguments...](auto function, auto path) {
+    return std::to_string(function(path, arguments...));
+  };
+}
+
+const std::string kTen = "01 02 03 04 05 06 07 08 09 0A";
 const DataRecord10 kData = {{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}};
 
 // The request of the device info command at kNow.
 std::string DeviceInfoRequest(const char* length) {
   srand(static_cast<unsigned>(kNow));
-  Report bytes = FromHex(std::string("08 01 00 00 00 ") + length);
+  Report bytes = FromHex(std::string("01 ") + length);
   for (int i = 0; i < 4; ++i)
     bytes.push_back(static_cast<uint8_t>(rand() & 0xFF));
   return ToHex(bytes);
 }
-
-const auto kPlain = [](auto function, auto path) { return std::to_string(function(path)); };
-const auto kSetTen = [](auto function, auto path) {
-  return std::to_string(function(path, &kData));
-};
+const auto kTenBytes = Filled<DataRecord10>();
 template <uint8_t kKeyboard>
 constexpr auto kInfo = [](auto function, auto path) { return Seen(0, function(path, kKeyboard)); };
 
-std::vector<Row> QueryRows() {
-  std::vector<Row> rows;
-  const std::vector<Row::Case> info = {
-      {"08 01 00 00 00 08 01 02 03 04 AA BB CC 05", "0 | AA BB CC"}, {kNoReply, "0 | 00 00 00"}};
-  Add(rows, BOTH(GetDeviceInfo), DeviceInfoRequest("08"), 0x88, info, kInfo<0>);
+void AddQueries() {
+  const std::vector<Row::Case> info = {{"01 08 01 02 03 04 AA BB CC 05", "0 | AA BB CC"}};
+  Add(BOTH(GetDeviceInfo), DeviceInfoRequest("08"), Zeroed(3), info, kInfo<0>);
   rows.back().narrow.push_back([](const char* path) {
     DeviceInfo record = Marked<DeviceInfo>();
     CS_UsbFinder_GetDeviceInfo(path, 0, &record);
     return Seen(0, record);
   });
-  Add(rows, BOTH(GetDeviceInfo), DeviceInfoRequest("88"), 0x88, info, kInfo<2>);
-  Add(rows, BOTH(GetDeviceOnLine), "08 03", 0x80,
-      {{"08 03 00 00 00 00 07", "1"}, {"08 03", "0"}, {kNoReply, "0"}}, kPlain);
-  Add(rows, BOTH(GetDeviceOnLineWithUsbAddress), "08 03", 0x80,
-      {{"08 03 00 00 00 04 00 A1 A2 A3", "1 | 08 03 00 00 00 04 00 A1 A2 A3 00 00 00 00 00 00 60"},
-       {kNoReply, "0 | 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"}},
+  Add(BOTH(GetDeviceInfo), DeviceInfoRequest("88"), Zeroed(3), info, kInfo<2>);
+  Add(BOTH(GetDeviceOnLine), "03", "0", {{"03 00 07", "1"}, {"03", "0"}}, Plain());
+  Add(BOTH(GetDeviceOnLineWithUsbAddress), "03", Zeroed(17),
+      {{"03 04 00 A1 A2 A3", "1 | 08 03 00 00 00 04 00 A1 A2 A3 00 00 00 00 00 00 60"}},
       Filled<CommandFrame>());
   rows.back().narrow.push_back([](const char* path) {
     const Report reply = TakeBytes(CS_UsbFinder_GetDeviceOnLineWithUsbAddress(path));
     // The managed form has no result beside the reply.
-    return std::string(reply == Report(17) ? "0" : "1") + " | " + ToHex(reply);
+    return reply == Report(17) ? Zeroed(17) : "1 | " + ToHex(reply);
   });
   // The voltage travels high byte first and is stored in the host's order.
-  Add(rows, BOTH(GetBatteryLevel), "08 04", 0x80,
-      {{"08 04 00 00 00 04 55 01 0F A1", "1 | 55 01 A1 0F"}, {kNoReply, "0 | EE EE EE EE"}},
-      Filled<BatteryLevel>());
+  const auto battery = Filled<BatteryLevel>();
+  Add(BOTH(GetBatteryLevel), "04", Untouched(4), {{"04 04 55 01 0F A1", "1 | 55 01 A1 0F"}},
+      battery);
   rows.back().narrow.push_back(
-      [](const char* path) { return Filled<BatteryLevel>()(CS_UsbFinder_GetBatteryLevel, path); });
-  Add(rows, BOTH(GetCurrentDPI), "08 08 00 00 04 01", 0x81,
-      {{"08 08 00 00 04 01 FF 56", "255"}, {kNoReply, "0"}}, kPlain);
-  Add(rows, BOTH(GetVersion), "08 12", 0x80,
-      {{"08 12 00 00 00 02 F1 23", "61731"}, {kNoReply, "0"}}, kPlain);
-  Add(rows, BOTH(GetSlaveVersion), "08 B3", 0x80,
-      {{"08 B3 00 00 00 02 F1 23", "1 | 23 F1 00 00"}, {kNoReply, "0 | 00 00 00 00"}},
+      [=](const char* path) { return battery(CS_UsbFinder_GetBatteryLevel, path); });
+  Add(BOTH(GetCurrentDPI), "08 08 00 00 04 01", "0", {{"08 08 00 00 04 01 FF 56", "255"}}, Plain());
+  Add(BOTH(GetVersion), "12", "0", {{"12 02 F1 23", "61731"}}, Plain());
+  Add(BOTH(GetSlaveVersion), "B3", Zeroed(4), {{"B3 02 F1 23", "1 | 23 F1 00 00"}},
       Filled<int32_t>());
-  Add(rows, "GetRSSI", UsbFinder_GetRSSI, CS_UsbFinder_GetRSSI, "08 2B", 0x80,
-      {{"08 2B 00 00 00 01 C4", "1 | C4"}, {kNoReply, "0 | EE"}}, Filled<uint8_t>());
-  Add(rows, BOTH(GetMouseSerialNumber), "08 20", 0x80,
-      {{"08 20 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", "1 | 01 02 03 04 05 06 07 08 09 0A"},
-       {kNoReply, "0 | EE EE EE EE EE EE EE EE EE EE"}},
-      Filled<DataRecord10>());
-  return rows;
+  Add("GetRSSI", UsbFinder_GetRSSI, CS_UsbFinder_GetRSSI, "2B", Untouched(1),
+      {{"2B 01 C4", "1 | C4"}}, Filled<uint8_t>());
+  Add(BOTH(GetMouseSerialNumber), "20", Untouched(10), {{"20 0A " + kTen, "1 | " + kTen}},
+      kTenBytes);
 }
 
-std::vector<Row> ReceiverRows() {
-  std::vector<Row> rows;
-  Add(rows, BOTH(Set4KDongleRGB), "08 14 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", 0x8A,
-      {{"08 14 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", "0"},
-       {"08 14 00 00 00 0A 01 02 03 04 05 06 07 08 09 0B", "1"},
-       {"08 14 05 00 00 0A 01 02 03 04 05 06 07 08 09 0A", "5"},
-       {"08 14 05 00 00 0A 00", "5"},
-       {kNoReply, "3"}},
-      kSetTen);
-  Add(rows, BOTH(Get4KDongleRGBValue), "08 15", 0x80,
-      {{"08 15 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", "1 | 01 02 03 04 05 06 07 08 09 0A"},
-       {"08 15 00 00 00 00 01 02 03 04 05 06 07 08 09 0A", "0 | 01 02 03 04 05 06 07 08 09 0A"},
-       {kNoReply, "0 | EE EE EE EE EE EE EE EE EE EE"}},
-      Filled<DataRecord10>());
-  Add(rows, BOTH(SetLongRangeMode), "08 16 00 00 00 0A 02", 0x8A,
-      {{"08 16 00 00 00 0A 02", "1"}, {"08 16 00 00 00 0A 01", "0"}, {kNoReply, "0"}},
-      [](auto function, auto path) { return std::to_string(function(path, 2)); });
-  Add(rows, BOTH(GetLongRangeMode), "08 17", 0x80,
-      {{"08 17 00 00 00 01 02", "1 | 02"}, {kNoReply, "0 | 00"}}, Filled<uint8_t>());
+void AddReceiverCommands() {
+  Add(BOTH(Set4KDongleRGB), "14 0A " + kTen, "3",
+      {{"14 0A " + kTen, "0"},
+       {"14 0A 01 02 03 04 05 06 07 08 09 0B", "1"},
+       {"08 14 05 00 00 0A " + kTen, "5"},
+       {"08 14 05 00 00 0A 00", "5"}},
+      Plain(&kData));
+  Add(BOTH(Get4KDongleRGBValue), "15", Untouched(10),
+      {{"15 0A " + kTen, "1 | " + kTen}, {"15 00 " + kTen, "0 | " + kTen}}, kTenBytes);
+  Add(BOTH(SetLongRangeMode), "16 0A 02", "0", {{"16 0A 02", "1"}, {"16 0A 01", "0"}},
+      Plain(Byte{2}));
+  Add(BOTH(GetLongRangeMode), "17", Zeroed(1), {{"17 01 02", "1 | 02"}}, Filled<uint8_t>());
   // Whether the bar is on travels as its mode, not as a byte of its own.
-  for (const bool on : {true, false}) {
-    Add(rows, BOTH(SetDongleRGBBarMode),
-        on ? "08 18 00 00 00 0A 07 01 02 03 04 05" : "08 18 00 00 00 0A 00 01 02 03 04 05", 0x8A,
-        {{"08 18", "1"}, {kNoReply, "0"}}, [on](auto function, auto path) {
-          const RgbBarMode mode = {7, {1, 2, 3, 4, 5}, static_cast<uint8_t>(on ? 9 : 0)};
-          return std::to_string(function(path, &mode));
-        });
-  }
-  Add(rows, BOTH(GetDongleRGBBarMode), "08 19", 0x80,
-      {{"08 19 00 00 00 07 01 02 03 04 05 06 07 08", "1 | 01 02 03 04 05 06 07"},
-       {"08 19 00 00 00 00 01 02 03 04 05 06 07 08", "0 | 01 02 03 04 05 06 07"},
-       {kNoReply, "0 | EE EE EE EE EE EE EE"}},
+  static const RgbBarMode bar_on = {7, {1, 2, 3, 4, 5}, 9};
+  static const RgbBarMode bar_off = {7, {1, 2, 3, 4, 5}, 0};
+  Add(BOTH(SetDongleRGBBarMode), "18 0A 07 01 02 03 04 05", "0", {{"18", "1"}}, Plain(&bar_on));
+  Add(BOTH(SetDongleRGBBarMode), "18 0A 00 01 02 03 04 05", "0", {{"18", "1"}}, Plain(&bar_off));
+  Add(BOTH(GetDongleRGBBarMode), "19", Untouched(7),
+      {{"19 07 01 02 03 04 05 06 07 08", "1 | 01 02 03 04 05 06 07"},
+       {"19 00 01 02 03 04 05 06 07 08", "0 | 01 02 03 04 05 06 07"}},
       Filled<RgbBarMode>());
-  Add(rows, BOTH(SetDongleIDToMouse), "08 1A 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", 0x8A,
-      {{"08 1A 00 00 00 01", "1"}, {"08 1A", "0"}, {kNoReply, "0"}}, kSetTen);
-  Add(rows, BOTH(SetMouseSerialNumber), "08 1F 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", 0x8A,
-      {{"08 1F", "1"}, {kNoReply, "0"}}, kSetTen);
-  Add(rows, BOTH(SetDongleIndicatorLed), "08 2C 00 00 00 0A 01 02 03", 0x8A,
-      {{"08 2C", "1"}, {kNoReply, "0"}}, [](auto function, auto path) {
-        const IndicatorLed led = {{1, 2, 3}};
-        return std::to_string(function(path, &led));
-      });
-  Add(rows, BOTH(GetDongleIndicatorLed), "08 2D", 0x80,
-      {{"08 2D 00 00 00 03 01 02 03 04", "1 | 01 02 03"}, {kNoReply, "0 | EE EE EE"}},
+  Add(BOTH(SetDongleIDToMouse), "1A 0A " + kTen, "0", {{"1A 01", "1"}, {"1A", "0"}}, Plain(&kData));
+  Add(BOTH(SetMouseSerialNumber), "1F 0A " + kTen, "0", {{"1F", "1"}}, Plain(&kData));
+  static const IndicatorLed led = {{1, 2, 3}};
+  Add(BOTH(SetDongleIndicatorLed), "2C 0A 01 02 03", "0", {{"2C", "1"}}, Plain(&led));
+  Add(BOTH(GetDongleIndicatorLed), "2D", Untouched(3), {{"2D 03 01 02 03 04", "1 | 01 02 03"}},
       Filled<IndicatorLed>());
-  return rows;
 }
 
-std::vector<Row> IdAndDataRows() {
-  std::vector<Row> rows;
+void AddIdAndDataCommands() {
   // The check byte (byte 8) covers byte 6 alone; bit 7 of byte 5 is the flag.
-  Add(rows, BOTH(ReadCidMid), "08 F1 00 00 00 83", 0x83,
-      {{"08 F1 00 00 00 83 12 77 43", "1 | 12 77 01"},
-       {"08 F1 00 00 00 03 12 78 43", "1 | 12 78 00"},
-       {"08 F1 00 00 00 83 12 77 44", "0 | 12 77 01"},
-       {kNoReply, "0 | EE EE EE"}},
+  Add(BOTH(ReadCidMid), "F1 83", Untouched(3),
+      {{"F1 83 12 77 43", "1 | 12 77 01"},
+       {"F1 03 12 78 43", "1 | 12 78 00"},
+       {"F1 83 12 77 44", "0 | 12 77 01"}},
       Filled<CidMid>(Byte{0x55}));
-  Add(rows, BOTH(WriteCidMid), "08 F0 00 00 00 83 0A 0B 0C", 0x83,
-      {{"08 F0 00 00 00 83 12 77 43", "1 | 12 77 01"},
-       {"08 F0 00 00 00 03 12 77 44", "0 | 12 77 00"},
-       {kNoReply, "0 | 00 00 00"}},
+  Add(BOTH(WriteCidMid), "F0 83 0A 0B 0C", Zeroed(3),
+      {{"F0 83 12 77 43", "1 | 12 77 01"}, {"F0 03 12 77 44", "0 | 12 77 00"}},
       Filled<CidMid>(Byte{10}, Byte{11}, Byte{12}));
-  const auto set_data = [](uint8_t length) {
-    return [length](auto function, auto path) {
-      return std::to_string(function(path, 0x42, length == 0 ? nullptr : kData.bytes, length));
-    };
-  };
-  const std::vector<Row::Case> set_cases = {{"08 42", "1"}, {kNoReply, "0"}};
-  Add(rows, BOTH(SetData), "08 42", 0x80, set_cases, set_data(0));
-  Add(rows, BOTH(SetData), "08 42 00 00 00 03 01 02 03", 0x83, set_cases, set_data(3));
-  Add(rows, BOTH(SetData), "08 42 00 00 00 0A 01 02 03 04 05 06 07 08 09 0A", 0x8A, set_cases,
-      set_data(10));
-  const std::vector<Row::Case> data_cases = {
-      {"08 42 00 00 00 00 0A 09 08 07 06 05 04 03 02 01", "1 | 0A 09 08 07 06 05 04 03 02 01"},
-      {kNoReply, "0 | EE EE EE EE EE EE EE EE EE EE"}};
-  Add(rows, BOTH(GetData), "08 42 00 00 00 0A", 0x8A, data_cases, Filled<DataRecord10>(Byte{0x42}));
-  Add(rows, BOTH(SetCommand), "08 42 00 00 00 02 01 02", 0x82, data_cases,
+  const auto set = [](Byte length) { return Plain(Byte{0x42}, kData.bytes, length); };
+  const uint8_t* const none = nullptr;
+  Add(BOTH(SetData), "42", "0", {{"42", "1"}}, Plain(Byte{0x42}, none, Byte{0}));
+  Add(BOTH(SetData), "42 03 01 02 03", "0", {{"42", "1"}}, set(3));
+  Add(BOTH(SetData), "42 0A " + kTen, "0", {{"42", "1"}}, set(10));
+  const std::vector<Row::Case> get = {{"42 00 " + kTen, "1 | " + kTen}};
+  Add(BOTH(GetData), "42 0A", Untouched(10), get, Filled<DataRecord10>(Byte{0x42}));
+  Add(BOTH(SetCommand), "42 02 01 02", Untouched(10), get,
       Filled<DataRecord10>(Byte{0x42}, kData.bytes, Byte{2}, 2, 100));
-  // The caller's own frame, whatever the keyboard target.
-  const Report raw = Closed(FromHex("08 42 00 00 00 05 01 02 03 04 05 06 07 08 09 0A"));
-  Add(rows, BOTH(GetDeviceData), "08 42 00 00 00 05 01 02 03 04 05 06 07 08 09 0A", 0x05,
-      {{"08 42 01", "1 | 08 42 01 00 00 00 00 00 00 00 00 00 00 00 00 00 0A"},
-       {kNoReply, "0 | 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"}},
-      [raw](auto function, auto path) {
-        CommandFrame reply = Marked<CommandFrame>();
-        CommandFrame request;
-        std::memcpy(&request, raw.data(), sizeof request);
-        const bool result = function(path, &request, &reply);
-        return Seen(result, reply);
-      });
-  return rows;
+  static CommandFrame raw;
+  std::ranges::copy(Closed(FromHex("42 05 " + kTen)), &raw.report_id);
+  Add(BOTH(GetDeviceData), "42 05 " + kTen, Zeroed(17),
+      {{"08 42 01", "1 | 08 42 01 00 00 00 00 00 00 00 00 00 00 00 00 00 0A"}},
+      Filled<CommandFrame>(&raw));
+  rows.back().own_frame = true;
 }
 
 class DirectCommands : public ::testing::Test {
@@ -283,17 +255,15 @@ class DirectCommands : public ::testing::Test {
 };
 
 TEST_F(DirectCommands, EveryRowOfTheTable) {
-  std::vector<Row> rows = QueryRows();
-  for (auto* more : {ReceiverRows, IdAndDataRows}) {
-    for (Row& row : more())
-      rows.push_back(std::move(row));
-  }
+  AddQueries();
+  AddReceiverCommands();
+  AddIdAndDataCommands();
   for (const bool keyboard : {false, true}) {
     keyboard ? UsbFinder_SetKeyboardMode() : UsbFinder_SetMouseMode();
     for (const Row& row : rows) {
       Report request = FromHex(row.request);
       request.resize(16);
-      if (keyboard) request[5] = row.keyboard_length;
+      if (keyboard && !row.own_frame) request[5] |= 0x80;
       request = Closed(request);
       Check(row, request, row.wide, device_.Path());
       for (const NarrowCall& call : row.narrow)
@@ -304,7 +274,7 @@ TEST_F(DirectCommands, EveryRowOfTheTable) {
 
 TEST_F(DirectCommands, RefuseDataThatNoFrameHolds) {
   const std::vector<uint8_t> data(255, 0x11);
-  AnswerWith("08 42");
+  AnswerWith("42");
   for (const uint8_t length : {uint8_t{11}, uint8_t{128}, uint8_t{255}}) {
     DataRecord10 record = Marked<DataRecord10>();
     EXPECT_FALSE(UsbFinder_SetData(device_.Path(), 0x42, data.data(), length));
