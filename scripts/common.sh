@@ -60,10 +60,14 @@ install_missing() {
     "${missing[@]}"
 }
 
-# build_preset PRESET [TARGET...]
+# build_preset PRESET [TARGET...]: one at a time, when several ./run are started at once.
 build_preset() {
   local preset=$1
   shift
-  cmake -S "$root" --preset "$preset" &&
-    cmake --build "$root/build/$preset" --parallel "$jobs" ${1+--target "$@"}
+  mkdir -p "$root/build"
+  (
+    flock 9 &&
+      cmake -S "$root" --preset "$preset" &&
+      cmake --build "$root/build/$preset" --parallel "$jobs" ${1+--target "$@"}
+  ) 9>"$root/build/lock"
 }

@@ -173,6 +173,9 @@ void ConfigDevice::Write(const ConfigUpdate& update) {
   std::vector<ConfigPart> missing;
   try {
     missing = Missing(Read("reading back"), update);
+    // Read again before it is called a failure: an answer that comes late, as it may on a busy
+    // machine, is taken for that to the next frame, and what follows is shifted.
+    if (!missing.empty()) missing = Missing(Read("reading back again"), update);
   } catch (const Failure& failure) {
     throw Failure(failure.code(), told + "; they can't be read back: " + failure.what());
   }
