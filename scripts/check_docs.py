@@ -32,8 +32,6 @@ import tempfile
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 LANGUAGES = {"sh", "console", "cpp", "cpp sketch", "c", "csharp", "text"}
 TIMEOUT = 120
-# More than there are processors: most commands wait for a device most of the time.
-AT_ONCE = 4
 
 # Commands that are only looked for, and why. Stages that a line names exist.
 NOT_RUN = {
@@ -253,7 +251,7 @@ def main():
     paths = list(map(pathlib.Path, sys.argv[1:]))
     documents = [Document(path)
                  for path in paths or [ROOT / "README.md", *sorted(ROOT.glob("docs/*.md"))]]
-    with concurrent.futures.ThreadPoolExecutor(max_workers=AT_ONCE) as pool:
+    with concurrent.futures.ThreadPoolExecutor(max_workers=os.cpu_count()) as pool:
         tasks = [pool.submit(check_snippet, document, snippet)
                  for document in documents for snippet in document.snippets]
         tasks += [pool.submit(run_section, document, commands)

@@ -31,6 +31,7 @@ constexpr size_t kFrameData = 10;
 // tells nobody.
 constexpr uint32_t kFrameMs = 100;
 constexpr uint32_t kPatienceMs = 3000;
+constexpr uint32_t kPauseMs = 200;
 
 size_t FramesOf(size_t bytes) {
   return (bytes + kFrameData - 1) / kFrameData;
@@ -174,8 +175,12 @@ void ConfigDevice::Write(const ConfigUpdate& update) {
   try {
     missing = Missing(Read("reading back"), update);
     // Read again before it is called a failure: an answer that comes late, as it may on a busy
-    // machine, is taken for that to the next frame, and what follows is shifted.
-    if (!missing.empty()) missing = Missing(Read("reading back again"), update);
+    // machine, is taken for that to the next frame, and what follows is shifted. The pause lets the
+    // last of them pass.
+    if (!missing.empty()) {
+      Sleep(kPauseMs);
+      missing = Missing(Read("reading back again"), update);
+    }
   } catch (const Failure& failure) {
     throw Failure(failure.code(), told + "; they can't be read back: " + failure.what());
   }

@@ -1,6 +1,7 @@
 // The demo's step through the background server: reads the whole configuration, changes a colour as
 // a host's editor would, reads it back, and restores it.
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "commands/demo_steps.h"
@@ -22,7 +23,8 @@ constexpr uint8_t kReadMemory = 0x08;
 // The server says nothing when it gives up; a whole read takes a second or two.
 constexpr uint32_t kReadTimeoutMs = 10'000;
 constexpr uint32_t kWriteTimeoutMs = 2'000;
-constexpr int kMostRepeats = 3;
+constexpr int kMostRepeats = 5;
+constexpr uint32_t kPauseMs = 200;
 
 bool Same(const ProtocolData& a, const ProtocolData& b) {
   return perilink::tools::ConfigDifferences(a, b).empty();
@@ -42,13 +44,16 @@ class Editor {
     ProtocolDataParser(image.data(), &record);
     return record;
   }
-  // Reads again when it is not what was expected: an answer that comes late, as it may on a busy
-  // machine, is taken for that to the next frame, and what follows is shifted.
-  ProtocolData Read(const ProtocolData& expected) {
+  // Reads until it is what was expected, or the same twice. An answer that comes late, as it may on
+  // a busy machine, is taken for that to the next frame, and what follows is shifted; the pause
+  // lets the last of them pass.
+  ProtocolData Read(ProtocolData expected) {
     std::vector<uint8_t> image;
     ProtocolData record = Read(image);
-    for (int again = 0; again < kMostRepeats && !Same(record, expected); ++again)
-      record = Read(image);
+    for (int again = 0; again < kMostRepeats && !Same(record, expected); ++again) {
+      Sleep(kPauseMs);
+      expected = std::exchange(record, Read(image));
+    }
     return record;
   }
 
