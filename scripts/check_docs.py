@@ -106,7 +106,8 @@ class Document:
             self.sections[-1].append(Command(line, command, [], inline=True))
         for base, pattern in [(self.path.parent, LINK), (ROOT, FILE)]:
             for name in pattern.findall(text):
-                self.require((base / name).exists(), f"there is no {name}", line)
+                self.require((base / name).exists() or PLACEHOLDER.search(name),
+                             f"there is no {name}", line)
 
     def add_block(self, start, language, lines):
         self.require(language in LANGUAGES, f"a block in no known language: '{language}'", start)
