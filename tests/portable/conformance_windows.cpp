@@ -1,6 +1,7 @@
 // Hidden windows and their messages.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "platform/handles.h"
@@ -19,23 +20,14 @@ std::vector<UINT>& Seen() {
 }
 
 LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
-  switch (message) {
-    case WM_NCCREATE:
-    case WM_CREATE:
-    case WM_CLOSE:
-    case WM_DESTROY:
-    case WM_NCDESTROY:
-      Seen().push_back(message);
-      break;
-    case kQuestion:
-      Seen().push_back(message);
-      return static_cast<LRESULT>(wparam) + lparam;
-    case kQuit:
-      PostQuitMessage(static_cast<int>(wparam));
-      PostMessageW(window, kQuestion, 1, 1);
-      return 0;
-    default:
-      break;
+  constexpr UINT kOfInterest[] = {WM_NCCREATE, WM_CREATE,    WM_CLOSE,
+                                  WM_DESTROY,  WM_NCDESTROY, kQuestion};
+  if (std::ranges::count(kOfInterest, message) != 0) Seen().push_back(message);
+  if (message == kQuestion) return static_cast<LRESULT>(wparam) + lparam;
+  if (message == kQuit) {
+    PostQuitMessage(static_cast<int>(wparam));
+    PostMessageW(window, kQuestion, 1, 1);
+    return 0;
   }
   return DefWindowProcW(window, message, wparam, lparam);
 }

@@ -12,18 +12,23 @@ namespace {
 using testing::Report;
 using testing::ScriptedDevice;
 
-HANDLE Open() {
-  return CreateFileW(testing::kScriptedPath, GENERIC_READ | GENERIC_WRITE,
-                     FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                     FILE_FLAG_OVERLAPPED, nullptr);
+Report Numbered(uint8_t number) {
+  return testing::Closed({8, number});
 }
 
-Report Numbered(uint8_t number) {
-  Report report(17);
-  report[0] = 8;
-  report[1] = number;
-  return report;
-}
+class File : public ::testing::Test {
+ protected:
+  File() { Open(); }
+
+  void Open() {
+    file = CreateFileW(testing::kScriptedPath, GENERIC_READ | GENERIC_WRITE,
+                       FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                       FILE_FLAG_OVERLAPPED, nullptr);
+  }
+
+  ScriptedDevice device;
+  HANDLE file = nullptr;
+};
 
 // A read whose memory is its own.
 struct Transfer {
@@ -49,10 +54,10 @@ struct Transfer {
   }
 };
 
-TEST(File, QueuesTheLast32ReportsOfEachOpen) {
-  ScriptedDevice device;
-  device.Deliver(Numbered(99));  // before anyone has opened it
-  const HANDLE file = Open();
+TEST_F(File, QueuesTheLast32ReportsOfEachOpen) {
+  CloseHandle(file);
+  device.Deliver(Numbered(99));  // while nobody has it open
+  Open();
   for (uint8_t i = 0; i < 40; ++i)
     device.Deliver(Numbered(i));
   Transfer read;
@@ -72,9 +77,7 @@ TEST(File, QueuesTheLast32ReportsOfEachOpen) {
   CloseHandle(file);
 }
 
-TEST(File, RemovalEndsPendingReadsAndRefusesLaterOnes) {
-  ScriptedDevice device;
-  const HANDLE file = Open();
+TEST_F(File, RemovalEndsPendingReadsAndRefusesLaterOnes) {
   Transfer read;
   EXPECT_EQ(read.Post(file, 16), ERROR_INVALID_USER_BUFFER);
   EXPECT_FALSE(read.Signalled());  // nor by any read that fails at once
@@ -94,9 +97,7 @@ TEST(File, RemovalEndsPendingReadsAndRefusesLaterOnes) {
 }
 
 // What tells, under AddressSanitizer, a caller that frees a read which it has only cancelled.
-TEST(File, CancelledReadsAreCompletedALittleLater) {
-  ScriptedDevice device;
-  const HANDLE file = Open();
+TEST_F(File, CancelledReadsAreCompletedALittleLater) {
   Transfer first;
   Transfer second;
   ASSERT_EQ(first.Post(file), ERROR_IO_PENDING);
@@ -112,12 +113,11 @@ TEST(File, CancelledReadsAreCompletedALittleLater) {
   CloseHandle(file);
 }
 
-TEST(File, CancelIoIsOfItsThreadAndClosingOfAll) {
-  ScriptedDevice device;
+TEST_F(File, CancelIoIsOfItsThreadAndClosingOfAll) {
   struct Shared {
     HANDLE file;
     Transfer read;
-  } shared{Open(), Transfer{}};
+  } shared{file, Transfer{}};
   const HANDLE thread = CreateThread(
       nullptr, 0,
       [](void* parameter) -> DWORD {

@@ -6,7 +6,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string>
 
 #include "perilink_platform/win32.h"
@@ -23,9 +23,8 @@ class RegistryFile : public testing::Test {
   void TearDown() override { fs::remove_all(folder_); }
 
   std::string Contents() const {
-    std::ostringstream text;
-    text << std::ifstream(file_).rdbuf();
-    return text.str();
+    std::ifstream file(file_);
+    return {std::istreambuf_iterator<char>(file), {}};
   }
   // In one go, as a writing process does.
   void Replace(const std::string& text) const {
@@ -90,10 +89,8 @@ TEST_F(RegistryFile, AKilledWriterLeavesTheOldOrTheNew) {
   for (int i = 0; i < 20; ++i) {
     const pid_t child = fork();
     if (child == 0) {
-      while (true) {
-        Set(std::wstring(500, L'a'));
-        Set(std::wstring(3, L'b'));
-      }
+      for (size_t turn = 0;; ++turn)
+        Set(turn % 2 == 0 ? std::wstring(500, L'a') : L"bbb");
     }
     usleep(static_cast<useconds_t>(1000 + 700 * i));
     kill(child, SIGKILL);

@@ -28,6 +28,10 @@ TEST(World, OnlyClockReadsAndZeroWaitsCostTime) {
   EXPECT_EQ(cost([&] { SetEvent(event); }), 0u);
   EXPECT_EQ(cost([&] { WaitForSingleObject(event, INFINITE); }), 0u);
   EXPECT_EQ(cost([] { Sleep(250); }), 250'000u);
+  // A wait that ends at the same instant as the event that it waits for has seen it.
+  ResetEvent(event);
+  ScheduleIn(100'000, [event] { SetEvent(event); });
+  EXPECT_EQ(WaitForSingleObject(event, 100), WAIT_OBJECT_0);
   CloseHandle(event);
 }
 
@@ -51,14 +55,6 @@ TEST(World, EventsRunInOrderWhenTheClockReachesThem) {
   ScheduleIn(100, [&] { ran.clear(); });
   while (!ran.empty())
     GetTickCount64();
-}
-
-// A wait that ends at the same instant as the event that it waits for has seen it.
-TEST(World, TheSignalWinsOverTheDeadline) {
-  const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  ScheduleIn(100'000, [event] { SetEvent(event); });
-  EXPECT_EQ(WaitForSingleObject(event, 100), WAIT_OBJECT_0);
-  CloseHandle(event);
 }
 
 struct Trace {
@@ -109,19 +105,14 @@ TEST(World, TheSeedDecidesTheOrder) {
   EXPECT_NE(first, InterleavingOf(2));
 }
 
-DWORD WINAPI WaitForEver(void* event) {
-  WaitForSingleObject(event, INFINITE);
-  return 0;
-}
-
 using WorldDeathTest = testing::Test;
 
 TEST(WorldDeathTest, StopsWhenNothingCanWake) {
   // Threads don't survive the fork of a death test: the one that waits must be made in it.
   const auto die = [] {
     const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    const HANDLE thread = Start(WaitForEver, event);
-    WaitForSingleObject(thread, INFINITE);
+    const auto wait = [](void* object) { return WaitForSingleObject(object, INFINITE); };
+    wait(Start(wait, event));
   };
   EXPECT_DEATH(die(),
                "nothing can ever wake.*\n.*thread 1 .*waits for the end of thread 0x.*\n"
