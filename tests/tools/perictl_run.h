@@ -8,12 +8,17 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace perilink {
+
+using Json = nlohmann::json;
 
 struct PerictlRun {
   int exit_code = -1;
@@ -21,33 +26,73 @@ struct PerictlRun {
   std::string err;
 
   // The document on standard output; a test failure when it is none.
-  nlohmann::json Document() const {
-    const auto document = nlohmann::json::parse(out, nullptr, false);
+  Json Document() const {
+    const Json document = Json::parse(out, nullptr, false);
     EXPECT_FALSE(document.is_discarded()) << out;
     return document;
   }
   long ErrorLines() const { return std::count(err.begin(), err.end(), '\n'); }
+  void ExpectTells(const std::string& text) const {
+    EXPECT_NE((out + err).find(text), std::string::npos) << text << " in\n" << out << err;
+  }
 };
 
-// The arguments are a shell's; what they redirect is not seen.
-inline PerictlRun RunPerictl(const std::string& arguments) {
-  const std::string errors = testing::TempDir() + "perictl_" + std::to_string(getpid()) + ".err";
-  const std::string command = std::string("2>") + errors + " " + PERICTL + " " + arguments;
-  PerictlRun run;
-  std::FILE* pipe = popen(command.c_str(), "r");
-  EXPECT_NE(pipe, nullptr);
-  if (pipe == nullptr) return run;
-  char buffer[4096];
-  for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-    run.out.append(buffer, got);
+// Arguments, the exit code that they lead to, and a part of what is printed.
+struct PerictlStep {
+  const char* arguments;
+  int exit_code;
+  const char* told;
+};
+
+// A test with a folder of its own, for which DIR stands in arguments.
+class PerictlTest : public testing::Test {
+ protected:
+  PerictlTest() { std::filesystem::create_directory(folder_); }
+  ~PerictlTest() override { std::filesystem::remove_all(folder_); }
+
+  // The arguments are a shell's; what they redirect is not seen.
+  PerictlRun Run(std::string arguments, const char* program = PERICTL) const {
+    for (size_t at; (at = arguments.find("DIR")) != std::string::npos;)
+      arguments.replace(at, 3, folder_);
+    const std::string command = "2>" + folder_ + "/err " + program + " " + arguments;
+    PerictlRun run;
+    std::FILE* pipe = popen(command.c_str(), "r");
+    EXPECT_NE(pipe, nullptr);
+    if (pipe == nullptr) return run;
+    char buffer[4096];
+    for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+      run.out.append(buffer, got);
+    const int status = pclose(pipe);
+    if (WIFEXITED(status)) run.exit_code = WEXITSTATUS(status);
+    run.err = Content("err");
+    return run;
   }
-  const int status = pclose(pipe);
-  if (WIFEXITED(status)) run.exit_code = WEXITSTATUS(status);
-  std::ifstream file(errors);
-  run.err.assign(std::istreambuf_iterator<char>(file), {});
-  std::remove(errors.c_str());
-  return run;
-}
+  PerictlRun Run(const PerictlStep& step, const std::string& more = "") const {
+    PerictlRun run = Run(step.arguments + more);
+    EXPECT_EQ(run.exit_code, step.exit_code) << run.err;
+    run.ExpectTells(step.told);
+    return run;
+  }
+
+  std::string Content(const std::string& name) const {
+    std::ifstream file(folder_ + "/" + name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  template <typename Bytes>
+  void Store(const std::string& name, const Bytes& content) const {
+    std::ofstream file(folder_ + "/" + name, std::ios::binary);
+    std::copy(content.begin(), content.end(), std::ostreambuf_iterator<char>(file));
+  }
+  static std::vector<Json> Lines(const std::string& text) {
+    std::vector<Json> values;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+      values.push_back(Json::parse(line));
+    return values;
+  }
+
+  const std::string folder_ = testing::TempDir() + "perictl_" + std::to_string(getpid());
+};
 
 }  // namespace perilink
 

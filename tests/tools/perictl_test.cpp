@@ -9,14 +9,10 @@
 namespace perilink {
 namespace {
 
-using Json = nlohmann::json;
+using Perictl = PerictlTest;
 
-TEST(Perictl, EveryWayToFailHasItsCodeAndOneLine) {
-  const struct {
-    const char* arguments;
-    int exit_code;
-    const char* line;  // a part of it
-  } cases[] = {
+TEST_F(Perictl, EveryWayToFailHasItsCodeAndOneLine) {
+  const PerictlStep steps[] = {
       {"info --virtual-fault=absent", 3, "is plugged in"},
       {"info --key nowhere", 3, "whose path holds 'nowhere'"},
       {"info --vid 1234 --pid 0001", 3, "with id 1234:0001"},
@@ -26,28 +22,32 @@ TEST(Perictl, EveryWayToFailHasItsCodeAndOneLine) {
       {"info --virtual-fault=silent", 5, "does not answer"},
       {"demo --virtual-fault=silent", 5, "does not answer"},
       {"info --virtual-fault=nonsense", 6, "nonsense"},
+      {"battery --virtual-fault=absent", 3, "is plugged in"},
+      {"battery --virtual-fault=silent", 5, "does not answer"},
+      {"battery --watch --virtual-fault=absent", 3, "is plugged in"},
+      {"events --virtual-fault=asleep", 4, "asleep"},
       {"list --virtual-fault=broken", 2, "--virtual-fault"},
       {"info --vid 12", 2, "four hexadecimal digits"},
       {"info --key a --path b", 2, "excludes"},
-      {"", 2, "subcommand"},
+      {"battery --for 1", 2, "--watch"},
+      {"battery --watch --count 0", 2, "--count"},
+      {"events --for -1", 2, "--for"},
+      {"events --virtual-fault=absent@2", 2, "--virtual-fault"},
+      {"events --virtual-fault=absent@2s,", 2, "--virtual-fault"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.arguments);
-    const PerictlRun run = RunPerictl(c.arguments);
-    EXPECT_EQ(run.exit_code, c.exit_code);
-    EXPECT_NE(run.err.find(c.line), std::string::npos) << run.err;
+  for (const PerictlStep& step : steps) {
+    SCOPED_TRACE(step.arguments);
     // Usage errors come before the line that names the virtual device.
-    EXPECT_EQ(run.ErrorLines(), c.exit_code == 2 ? 1 : 2) << run.err;
-
-    if (*c.arguments == '\0') continue;
-    const PerictlRun json = RunPerictl(std::string(c.arguments) + " --json");
-    EXPECT_EQ(json.exit_code, c.exit_code);
-    if (c.exit_code == 2) continue;
-    EXPECT_EQ(json.Document()["error"]["code"], c.exit_code);
+    const PerictlRun run = Run(step);
+    EXPECT_EQ(run.ErrorLines(), step.exit_code == 2 ? 1 : 2) << run.err;
+    const PerictlRun json = Run(step, " --json");
+    if (step.exit_code == 2) continue;
+    EXPECT_EQ(json.Document()["error"]["code"], step.exit_code);
   }
+  Run({"", 2, "subcommand"});
 }
 
-TEST(Perictl, WhatAPersonReads) {
+TEST_F(Perictl, WhatAPersonReads) {
   const struct {
     const char* arguments;
     int exit_code;
@@ -55,22 +55,27 @@ TEST(Perictl, WhatAPersonReads) {
   } cases[] = {
       {"--help", 0, {"  0  success", "  3  no such device", "  9  the device did not take"}},
       {"info >/dev/full", 1, {}},
+      {"events --for 100 --virtual-time >/dev/full", 1, {}},
       {"info --virtual=keyboard", 0, {"firmware version"}},
+      {"battery --json --virtual-fault=charging", 0, {": 80,", "\"charging\": true", ": 4020"}},
+      {"events --virtual-time --for 3 --virtual-fault=event@1s",
+       0,
+       {" s  battery  80 %, 4020 mV\n", "flags set: 0 2; data 05 00"}},
       {"demo --virtual-time",
        0,
        {"Finding the device", "firmware version      1.02", "address", "80 %", "restored",
         "was 1.02; is 1.03"}},
   };
   for (const auto& c : cases) {
-    const PerictlRun run = RunPerictl(c.arguments);
+    const PerictlRun run = Run(c.arguments);
     EXPECT_EQ(run.exit_code, c.exit_code) << run.err;
     for (const char* part : c.parts)
-      EXPECT_NE(run.out.find(part), std::string::npos) << part;
+      run.ExpectTells(part);
   }
 }
 
-TEST(Perictl, ListMarksTheCommandInterface) {
-  const Json interfaces = RunPerictl("list --json").Document()["interfaces"];
+TEST_F(Perictl, ListMarksTheCommandInterface) {
+  const Json interfaces = Run("list --json").Document()["interfaces"];
   ASSERT_GE(interfaces.size(), 1u);
   int marked = 0;
   for (const Json& entry : interfaces) {
@@ -79,12 +84,12 @@ TEST(Perictl, ListMarksTheCommandInterface) {
     marked += entry["takes_commands"] ? 1 : 0;
   }
   EXPECT_EQ(marked, 1);
-  const PerictlRun absent = RunPerictl("list --json --virtual-fault=absent");
+  const PerictlRun absent = Run("list --json --virtual-fault=absent");
   EXPECT_EQ(absent.exit_code, 0);
   EXPECT_EQ(absent.Document(), Json({{"interfaces", Json::array()}}));
 }
 
-TEST(Perictl, InfoTellsWhatTheMouseHolds) {
+TEST_F(Perictl, InfoTellsWhatTheMouseHolds) {
   const Json expected = {{"id", "1234:abcd"},
                          {"version", "1.02"},
                          {"slave_version", "2.03"},
@@ -98,7 +103,7 @@ TEST(Perictl, InfoTellsWhatTheMouseHolds) {
                          {"long_range", 0}};
   for (const char* choice : {"", " --vid 1234 --pid ABCD", " --key MI_01"}) {
     SCOPED_TRACE(choice);
-    const PerictlRun run = RunPerictl(std::string("info --json") + choice);
+    const PerictlRun run = Run(std::string("info --json") + choice);
     EXPECT_EQ(run.exit_code, 0) << run.err;
     const Json info = run.Document();
     for (const auto& item : expected.items())
@@ -108,8 +113,8 @@ TEST(Perictl, InfoTellsWhatTheMouseHolds) {
   }
 }
 
-TEST(Perictl, DemoSetsReadsAndRestores) {
-  const PerictlRun run = RunPerictl("demo --json --virtual-time");
+TEST_F(Perictl, DemoSetsReadsAndRestores) {
+  const PerictlRun run = Run("demo --json --virtual-time");
   EXPECT_EQ(run.exit_code, 0) << run.err;
   const Json demo = run.Document();
   for (const char* road : {"by_ids", "by_key", "by_interface", "by_default"}) {
@@ -141,8 +146,8 @@ TEST(Perictl, DemoSetsReadsAndRestores) {
                                               "battery"}));
 }
 
-TEST(Perictl, DemoUpgradesAKeyboardToo) {
-  const PerictlRun run = RunPerictl("demo --json --virtual-time --virtual=keyboard");
+TEST_F(Perictl, DemoUpgradesAKeyboardToo) {
+  const PerictlRun run = Run("demo --json --virtual-time --virtual=keyboard");
   EXPECT_EQ(run.exit_code, 0) << run.err;
   const Json upgrade = run.Document()["upgrade"];
   EXPECT_EQ(upgrade["version"], Json({{"before", "1.02"}, {"after", "1.03"}}));

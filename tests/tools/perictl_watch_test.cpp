@@ -11,7 +11,7 @@
 namespace perilink {
 namespace {
 
-using Json = nlohmann::json;
+using Watch = PerictlTest;
 
 // What matters of an event, as one word: "battery:80", "battery:80+" while charging, "status:02".
 std::string Word(const Json& event) {
@@ -27,15 +27,14 @@ std::string Word(const Json& event) {
   return word;
 }
 
-std::vector<std::string> Words(const std::string& lines) {
+std::vector<std::string> Words(const std::vector<Json>& events) {
   std::vector<std::string> words;
-  std::istringstream stream(lines);
-  for (std::string line; std::getline(stream, line);)
-    words.push_back(Word(Json::parse(line)));
+  for (const Json& event : events)
+    words.push_back(Word(event));
   return words;
 }
 
-TEST(Watch, FollowsTheDevice) {
+TEST_F(Watch, FollowsTheDevice) {
   const struct {
     const char* arguments;
     std::vector<std::string> words;
@@ -56,63 +55,23 @@ TEST(Watch, FollowsTheDevice) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.arguments);
-    const PerictlRun run = RunPerictl(std::string(c.arguments) + " --json --virtual-time");
+    const PerictlRun run = Run(std::string(c.arguments) + " --json --virtual-time");
     EXPECT_EQ(run.exit_code, 0) << run.err;
-    EXPECT_EQ(Words(run.out), c.words);
-  }
-}
-
-TEST(Watch, IsReadable) {
-  const PerictlRun run = RunPerictl("events --virtual-time --for 3 --virtual-fault=event@1s");
-  EXPECT_EQ(run.exit_code, 0);
-  EXPECT_NE(run.out.find(" s  battery  80 %, 4020 mV\n"), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find("flags set: 0 2; data 05 00"), std::string::npos) << run.out;
-}
-
-TEST(Watch, OneReading) {
-  const PerictlRun run = RunPerictl("battery --json --virtual-fault=charging");
-  EXPECT_EQ(run.exit_code, 0);
-  EXPECT_EQ(run.Document()["battery"],
-            Json({{"percent", 80}, {"charging", true}, {"millivolts", 4020}}));
-}
-
-TEST(Watch, WaysToFail) {
-  const struct {
-    const char* arguments;
-    int exit_code;
-  } cases[] = {
-      {"battery --virtual-fault=absent", 3},
-      {"battery --virtual-fault=silent", 5},
-      {"battery --watch --virtual-fault=absent", 3},
-      {"events --virtual-fault=asleep", 4},
-      {"events --for 100 --virtual-time >/dev/full", 1},
-      {"battery --for 1", 2},
-      {"battery --watch --count 0", 2},
-      {"events --for -1", 2},
-      {"events --virtual-fault=absent@2", 2},
-      {"events --virtual-fault=absent@2s,", 2},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(RunPerictl(c.arguments).exit_code, c.exit_code) << c.arguments;
+    EXPECT_EQ(Words(Lines(run.out)), c.words);
   }
 }
 
 // With real time and threads.
-TEST(Watch, EndsCleanlyOnCtrlC) {
-  const std::filesystem::path folder = testing::TempDir() + "watch_" + std::to_string(getpid());
-  const std::filesystem::path temporary = folder / "tmp";
-  std::filesystem::create_directories(temporary);
+TEST_F(Watch, EndsCleanlyOnCtrlC) {
+  const std::string temporary = folder_ + "/tmp";
+  std::filesystem::create_directory(temporary);
   setenv("TMPDIR", temporary.c_str(), 1);
-  const std::string out = (folder / "out").string();
-  const PerictlRun run = RunPerictl("events --json >" + out + " & until [ -s " + out +
-                                    " ]; do sleep 0.02; done; kill -INT $!; wait $!");
+  const PerictlRun run = Run(
+      "events --json >DIR/out & until [ -s DIR/out ]; do sleep 0.02; done; kill -INT $!; wait $!");
   unsetenv("TMPDIR");
   EXPECT_EQ(run.exit_code, 0) << run.err;
   EXPECT_TRUE(std::filesystem::is_empty(temporary));  // what the device's records stood in
-  std::ifstream file(out);
-  EXPECT_EQ(Words({std::istreambuf_iterator<char>(file), {}}),
-            (std::vector<std::string>{"battery:80"}));
-  std::filesystem::remove_all(folder);
+  EXPECT_EQ(Words(Lines(Content("out"))), (std::vector<std::string>{"battery:80"}));
 }
 
 }  // namespace

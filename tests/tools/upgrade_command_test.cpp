@@ -1,9 +1,7 @@
 // perictl upgrade, with files that fit the virtual mouse and files that must never reach a device.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,7 +13,6 @@
 namespace perilink {
 namespace {
 
-using Json = nlohmann::json;
 using sim::Bytes;
 using sim::UpgradeFileBuilder;
 using sim::UpgradeImage;
@@ -24,40 +21,7 @@ UpgradeImage MouseImage() {
   return sim::ImageFor(sim::Mouse(), sim::MakeVirtualFirmware(0x0203, 1000));
 }
 
-// A file of its own for each test process.
-std::string FileName(const std::string& kind) {
-  return testing::TempDir() + "perictl_" + std::to_string(getpid()) + "." + kind;
-}
-
-class UpgradeCommand : public testing::Test {
- protected:
-  ~UpgradeCommand() override {
-    std::remove(file_.c_str());
-    std::remove(log_.c_str());
-  }
-  void Store(const Bytes& bytes) {
-    std::ofstream(file_, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
-  }
-  void Store(const UpgradeImage& image) { Store(UpgradeFileBuilder(image).Build()); }
-
-  const std::string file_ = FileName("upgrade");
-  const std::string log_ = FileName("log");
-};
-
-std::string ReadText(const std::string& name) {
-  std::ifstream file(name);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::vector<Json> Lines(const std::string& text) {
-  std::vector<Json> values;
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);)
-    values.push_back(Json::parse(line));
-  return values;
-}
+using UpgradeCommand = PerictlTest;
 
 TEST_F(UpgradeCommand, InspectShowsBothImages) {
   UpgradeImage slave = MouseImage();
@@ -65,8 +29,8 @@ TEST_F(UpgradeCommand, InspectShowsBothImages) {
   slave.payload.resize(33);
   slave.reset = {5, true, {8, 13, 0, 0, 0}};
   slave.packet.feature = true;
-  Store(UpgradeFileBuilder(MouseImage()).Slave(slave).Gap(8).Build());
-  const PerictlRun run = RunPerictl("upgrade inspect --json " + file_);
+  Store("file", UpgradeFileBuilder(MouseImage()).Slave(slave).Gap(8).Build());
+  const PerictlRun run = Run("upgrade inspect --json DIR/file");
   EXPECT_EQ(run.exit_code, 0) << run.err;
   const Json told = run.Document();
   EXPECT_EQ(told["sound"], true);
@@ -120,21 +84,19 @@ TEST_F(UpgradeCommand, DamagedFilesAreRefusedBeforeAnythingIsSent) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.line);
-    Store(c.file);
-    for (const char* command : {"upgrade inspect ", "upgrade run --json "}) {
-      const PerictlRun run = RunPerictl(command + file_);
-      EXPECT_EQ(run.exit_code, 11);
-      EXPECT_NE(run.err.find(c.line), std::string::npos) << run.err;
+    Store("file", c.file);
+    for (const char* command : {"upgrade inspect DIR/file", "upgrade run --json DIR/file"}) {
+      const PerictlRun run = Run({command, 11, c.line});
       EXPECT_EQ(run.ErrorLines(), 2);
       EXPECT_EQ(run.out.find("notice"), std::string::npos);
     }
   }
-  EXPECT_EQ(RunPerictl("upgrade inspect /nowhere/x").exit_code, 8);
+  EXPECT_EQ(Run("upgrade inspect /nowhere/x").exit_code, 8);
 }
 
 TEST_F(UpgradeCommand, RunTellsItsNoticesAndKeepsTheLog) {
-  Store(MouseImage());
-  const PerictlRun run = RunPerictl("upgrade run " + file_ + " --log " + log_);
+  Store("file", UpgradeFileBuilder(MouseImage()).Build());
+  const PerictlRun run = Run("upgrade run DIR/file --log DIR/log");
   EXPECT_EQ(run.exit_code, 0);
   EXPECT_EQ(run.ErrorLines(), 1) << "a bar in a pipe: " << run.err;
   EXPECT_EQ(run.err.find('\r'), std::string::npos);
@@ -145,16 +107,18 @@ TEST_F(UpgradeCommand, RunTellsItsNoticesAndKeepsTheLog) {
     ASSERT_NE(at, std::string::npos) << part << " is missing in\n" << run.out;
   }
   EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 7) << run.out;
-  const std::string log = ReadText(log_);
+  const std::string log = Content("log");
   EXPECT_EQ(log.rfind("File check init\n", 0), 0u);
   EXPECT_EQ(log.substr(log.size() - 20), "All Upgrade Success\n");
 
-  const std::string before = ReadText(file_);
-  EXPECT_EQ(RunPerictl("upgrade run " + file_ + " --log " + file_).exit_code, 2);
-  EXPECT_EQ(ReadText(file_), before);
+  const std::string before = Content("file");
+  EXPECT_EQ(Run("upgrade run DIR/file --log DIR/file").exit_code, 2);
+  EXPECT_EQ(Content("file"), before);
 }
 
 TEST_F(UpgradeCommand, EveryFailureHasItsCodeAndItsEvents) {
+  constexpr char kRun[] =
+      "upgrade run --json --virtual-time --timeout 1000 DIR/file --log DIR/log ";
   UpgradeImage elsewhere = MouseImage();
   elsewhere.normal_input = "vid_9999";
   const Bytes mouse = UpgradeFileBuilder(MouseImage()).Build();
@@ -176,15 +140,12 @@ TEST_F(UpgradeCommand, EveryFailureHasItsCodeAndItsEvents) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.arguments) + " " + c.line);
-    Store(c.file);
-    const PerictlRun run = RunPerictl("upgrade run --json --virtual-time --timeout 1000 " + file_ +
-                                      " --log " + log_ + " " + c.arguments);
-    EXPECT_EQ(run.exit_code, c.exit_code);
-    EXPECT_NE(run.err.find(c.line), std::string::npos) << run.err;
+    Store("file", c.file);
+    const PerictlRun run = Run({kRun, c.exit_code, c.line}, c.arguments);
     const std::vector<Json> lines = Lines(run.out);
     ASSERT_FALSE(lines.empty());
     EXPECT_EQ(lines.back()["error"]["code"], c.exit_code);
-    const std::string log = ReadText(log_);
+    const std::string log = Content("log");
     if (c.log == nullptr) {
       EXPECT_EQ(log, "");
       EXPECT_EQ(lines.size(), 1u);
@@ -193,6 +154,31 @@ TEST_F(UpgradeCommand, EveryFailureHasItsCodeAndItsEvents) {
     EXPECT_NE(log.find(c.log), std::string::npos) << log;
     ASSERT_GE(lines.size(), 2u);
     EXPECT_EQ(lines[lines.size() - 2]["event"], "failure");
+  }
+}
+
+// The file that make_upgrade makes of a payload is one that the device takes.
+TEST_F(UpgradeCommand, TakesWhatMakeUpgradeMakes) {
+  Store("payload", sim::MakeVirtualFirmware(0x0203, 1000));
+  const std::string keys =
+      " --normal-input 'vid_1234&pid_abcd&mi_01&col05' --boot-input 'vid_1234&pid_b007'";
+  const PerictlRun made = Run("--payload DIR/payload -o DIR/file" + keys, MAKE_UPGRADE);
+  EXPECT_EQ(made.exit_code, 0) << made.err;
+  made.ExpectTells("/file: 9192 bytes\n");
+  EXPECT_EQ(Run("upgrade inspect --json DIR/file").Document()["main"]["packets"], 33);
+  Run({"upgrade run DIR/file", 0, "has succeeded"});
+
+  const std::pair<std::string, const char*> refused[] = {
+      {"", "give --payload or --virtual-version"},
+      {"--payload DIR/none", "does not exist"},
+      {"--payload DIR/payload", "needs --normal-input and --boot-input"},
+      {"--payload DIR/payload --reset 080" + keys, "--reset is not pairs of hexadecimal digits"},
+  };
+  for (const auto& [arguments, line] : refused) {
+    const PerictlRun run = Run("-o DIR/new " + arguments, MAKE_UPGRADE);
+    EXPECT_NE(run.exit_code, 0) << arguments;
+    run.ExpectTells(line);
+    EXPECT_FALSE(std::filesystem::exists(folder_ + "/new"));
   }
 }
 
