@@ -104,10 +104,10 @@ TEST(CompareTest, ChangedMacros) {
   EXPECT_EQ(OnlyWrite(record, previous).length, 383);
   EXPECT_EQ(old.events[69].delay, 0x10001u);
 
-  // One that fits no slot is passed over; the other way round the device is given what fits,
-  // whatever it held.
+  // One that fits no slot is passed over, even by its name's length alone; the other way round the
+  // device is given what fits, whatever it held.
   for (const auto& [name_length, count] : {std::pair{31, 2}, {1, 71}, {255, 255}}) {
-    const MacroKey kept = old = {0, {}, 2, {}};
+    const MacroKey kept = old = {30, {'a'}, 2, {}};
     macro.name_length = static_cast<uint8_t>(name_length);
     macro.count = static_cast<uint8_t>(count);
     ++record.report_rate;

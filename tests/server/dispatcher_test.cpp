@@ -178,7 +178,7 @@ TEST_F(BatteryReports, ReadingsForceTheLevel) {
   };
   Start();
   Sleep(200);
-  for (const Row& row : {Row{16, 0, {}}, Row{12, 0, {15}}, Row{12, 0, {}},  // no higher than 15 now
+  for (const Row& row : {Row{16, 0, {}}, Row{15, 0, {15}}, Row{12, 0, {}},  // no higher than 15 now
                          Row{12, 1, {15}},                                  // the charger is news
                          Row{0, 1, {0}}, Row{100, 1, {}}}) {
     level = row.level;
