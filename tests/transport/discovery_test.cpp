@@ -42,18 +42,17 @@ HidPathList Picked(std::initializer_list<size_t> indices) {
 }
 
 TEST_F(Discovery, SearchesSelectByKeyInEnumerationOrder) {
-  // Every search replaces what the list held.
-  HidPathList list = {L"left over"};
-  const auto by_id = [&](const std::wstring& vendor, const std::wstring& product, int32_t number,
-                         int32_t collection) -> HidPathList& {
+  HidPathList list = {L"left over"};  // which every search replaces
+  const auto by_id = [&](const wchar_t* vendor, const wchar_t* product, int number,
+                         int collection) {
     UsbFinder_FindHidDevicesByDeviceId(vendor, product, number, collection, list);
     return list;
   };
-  const auto by_key = [&](const std::wstring& key) -> HidPathList& {
+  const auto by_key = [&](const wchar_t* key) {
     UsbFinder_FindHidDevicesByKey(key, list);
     return list;
   };
-  const auto find = [&](const std::wstring& vendor, const std::wstring& product) -> HidPathList& {
+  const auto find = [&](const wchar_t* vendor, const wchar_t* product) {
     UsbFinder_FindHidDevices(vendor, product, list);
     return list;
   };
@@ -95,23 +94,17 @@ TEST_F(Discovery, KeysAreBoundedAndNeverGuessed) {
 }
 
 TEST_F(Discovery, AFailingSystemCallEndsTheEnumerationWithWhatItHas) {
-  const struct {
-    const char* function;
-    uint64_t nth;
-    HidPathList found;
-  } kCases[] = {
-      {"SetupDiGetClassDevsW", 1, {}},
-      {"SetupDiEnumDeviceInterfaces", 3, Picked({0, 1})},
-      // Two calls an interface: the size, then the path.
-      {"SetupDiGetDeviceInterfaceDetailW", 4, Picked({0})},
-  };
-  for (const auto& test : kCases) {
+  const auto enumerate = [](const char* function, uint64_t nth) {
     HidPathList list = {L"left over"};
-    platform::ArmFault(test.function, test.nth);
+    platform::ArmFault(function, nth);
     UsbFinder_EnumHidDeviceList(list);
     platform::DisarmFault();
-    EXPECT_EQ(list, test.found) << test.function;
-  }
+    return list;
+  };
+  EXPECT_EQ(enumerate("SetupDiGetClassDevsW", 1), Picked({}));
+  EXPECT_EQ(enumerate("SetupDiEnumDeviceInterfaces", 3), Picked({0, 1}));
+  // Two calls an interface: the size, then the path.
+  EXPECT_EQ(enumerate("SetupDiGetDeviceInterfaceDetailW", 4), Picked({0}));
 }
 
 }  // namespace

@@ -43,35 +43,38 @@ ScriptedDevice::Script Sending(std::vector<Sent> plan) {
   };
 }
 
-// An exchange on a device with the script, and what one sees of it.
-struct Outcome {
+ScriptedDevice::Script Refusing() {
+  return [](ScriptedDevice&, const Report&) { return DWORD{ERROR_GEN_FAILURE}; };
+}
+
+struct Expected {
   bool accepted;
-  Report reply;
   std::vector<uint64_t> writes_ms;
   uint64_t elapsed_ms;
 };
 
-Outcome Exchange(ScriptedDevice::Script script, int32_t retries = kExchangeRetries,
-                 const std::wstring& path = kScriptedPath) {
+// An exchange on a device with the script, while the nth call of a system function may fail.
+void ExpectExchange(const char* name, ScriptedDevice::Script script, const Expected& expected,
+                    int32_t retries = kExchangeRetries, const char* failing = "", uint64_t nth = 1,
+                    const std::wstring& path = kScriptedPath) {
+  SCOPED_TRACE(name);
   ScriptedDevice device(kScriptedPath, std::move(script));
   const uint64_t start = platform::NowMicros();
   CommandFrame reply;
   std::memset(&reply, 0xEE, sizeof reply);
-  Outcome outcome{};
-  outcome.accepted = ExchangeFrame(path, kRequest, reply, retries, 100);
-  outcome.elapsed_ms = (platform::NowMicros() - start) / 1000;
-  outcome.reply = Bytes(reply);
+  platform::ArmFault(failing, nth);
+  EXPECT_EQ(ExchangeFrame(path, kRequest, reply, retries, 100), expected.accepted);
+  platform::DisarmFault();
+  EXPECT_EQ((platform::NowMicros() - start) / 1000, expected.elapsed_ms);
+  EXPECT_EQ(Bytes(reply), expected.accepted ? kRight : Report(17));
+  std::vector<uint64_t> writes_ms;
   for (const Written& written : device.writes()) {
     EXPECT_EQ(written.report, Bytes(kRequest));
-    outcome.writes_ms.push_back(written.at_ms);
+    writes_ms.push_back(written.at_ms);
   }
+  EXPECT_EQ(writes_ms, expected.writes_ms);
   EXPECT_EQ(platform::Bus().OpenConnections(), 0u);
   EXPECT_EQ(platform::OpenHandleCount(), 0u);
-  return outcome;
-}
-
-ScriptedDevice::Script Refusing() {
-  return [](ScriptedDevice&, const Report&) { return DWORD{ERROR_GEN_FAILURE}; };
 }
 
 TEST(Frame, Checksums) {
@@ -83,68 +86,35 @@ TEST(Frame, Checksums) {
 }
 
 TEST(ExchangeFrame, TriesAndReplies) {
-  using Times = std::vector<uint64_t>;
-  const std::vector<Sent> kAtOnce = {{1, kRight, 0}};
-  const struct {
-    const char* name;
-    std::vector<Sent> plan;
-    bool accepted;
-    Times writes_ms;
-    uint64_t elapsed_ms;
-    int32_t retries = kExchangeRetries;
-    const char* failing = nullptr;  // a call to the system
-    uint64_t nth = 1;
-  } kCases[] = {
-      {"silence", {}, false, {0, 100, 200}, 300},
-      {"a reply at once", kAtOnce, true, {0}, 0},
-      {"a reply in time", {{1, kRight, 30}}, true, {0}, 30},
-      // The read of the first try is still posted.
-      {"a reply during the second try", {{1, kRight, 140}}, true, {0, 100}, 140},
-      {"a reply during the third try", {{1, kRight, 299}}, true, {0, 100, 200}, 299},
-      {"a wrong checksum", {{1, WrongChecksum(), 10}, {2, kRight, 10}}, true, {0, 10}, 20},
-      // The stray report costs a try, so the request is written again.
-      {"another command, then the right one",
-       {{1, kOtherCommand, 0}, {1, kRight, 0}},
-       true,
-       {0, 0},
-       0},
-      {"nothing but stray reports",
-       {{1, kOtherCommand, 5}, {2, WrongChecksum(), 5}, {3, kOtherCommand, 5}},
-       false,
-       {0, 5, 10},
-       15},
-      {"a stray report, then silence", {{1, kOtherCommand, 10}}, false, {0, 10, 110}, 210},
-      // A report of zeros has the wrong checksum.
-      {"zeros", {{1, Report(17), 0}, {2, kRight, 0}}, true, {0, 0}, 0},
-      {"one try", {}, false, {0}, 100, 0},
-      {"no try", kAtOnce, false, {}, 0, -1},
-      {"no try", kAtOnce, false, {}, 0, INT32_MIN},
-      {"a count that must not wrap around", {{2, kRight, 0}}, true, {0, 100}, 100, INT32_MAX},
-      {"no event", kAtOnce, false, {}, 0, kExchangeRetries, "CreateEventW"},
-      {"no read handle", kAtOnce, false, {0, 100, 200}, 300, kExchangeRetries, "CreateFileW", 2},
-  };
-  for (const auto& test : kCases) {
-    SCOPED_TRACE(test.name);
-    if (test.failing != nullptr) platform::ArmFault(test.failing, test.nth);
-    const Outcome outcome = Exchange(Sending(test.plan), test.retries);
-    platform::DisarmFault();
-    EXPECT_EQ(outcome.accepted, test.accepted);
-    EXPECT_EQ(outcome.reply, test.accepted ? kRight : Report(17));
-    EXPECT_EQ(outcome.writes_ms, test.writes_ms);
-    EXPECT_EQ(outcome.elapsed_ms, test.elapsed_ms);
-  }
-}
-
-TEST(ExchangeFrame, FailingWritesAndPathsCostNoTime) {
-  const Outcome refused = Exchange(Refusing());
-  EXPECT_EQ(refused.writes_ms, (std::vector<uint64_t>{0, 0, 0}));
-  const Outcome absent = Exchange({}, kExchangeRetries, L"no such path");
-  EXPECT_TRUE(absent.writes_ms.empty());
-  for (const Outcome& outcome : {refused, absent}) {
-    EXPECT_FALSE(outcome.accepted);
-    EXPECT_EQ(outcome.reply, Report(17));
-    EXPECT_EQ(outcome.elapsed_ms, 0u);
-  }
+  const auto at_once = Sending({{1, kRight, 0}});
+  ExpectExchange("silence", {}, {false, {0, 100, 200}, 300});
+  ExpectExchange("a reply at once", at_once, {true, {0}, 0});
+  ExpectExchange("a reply in time", Sending({{1, kRight, 30}}), {true, {0}, 30});
+  // The read of the first try is still posted.
+  ExpectExchange("in the second try", Sending({{1, kRight, 140}}), {true, {0, 100}, 140});
+  ExpectExchange("in the third try", Sending({{1, kRight, 299}}), {true, {0, 100, 200}, 299});
+  ExpectExchange("a wrong checksum", Sending({{1, WrongChecksum(), 10}, {2, kRight, 10}}),
+                 {true, {0, 10}, 20});
+  // The stray report costs a try, so the request is written again.
+  ExpectExchange("another command, then the right one",
+                 Sending({{1, kOtherCommand, 0}, {1, kRight, 0}}), {true, {0, 0}, 0});
+  ExpectExchange("nothing but stray reports",
+                 Sending({{1, kOtherCommand, 5}, {2, WrongChecksum(), 5}, {3, kOtherCommand, 5}}),
+                 {false, {0, 5, 10}, 15});
+  ExpectExchange("a stray report, then silence", Sending({{1, kOtherCommand, 10}}),
+                 {false, {0, 10, 110}, 210});
+  // A report of zeros has the wrong checksum.
+  ExpectExchange("zeros", Sending({{1, Report(17), 0}, {2, kRight, 0}}), {true, {0, 0}, 0});
+  ExpectExchange("one try", {}, {false, {0}, 100}, 0);
+  ExpectExchange("no try", at_once, {false, {}, 0}, -1);
+  ExpectExchange("no try", at_once, {false, {}, 0}, INT32_MIN);
+  ExpectExchange("a count that must not wrap", Sending({{2, kRight, 0}}), {true, {0, 100}, 100},
+                 INT32_MAX);
+  ExpectExchange("no event", at_once, {false, {}, 0}, kExchangeRetries, "CreateEventW");
+  ExpectExchange("no read handle", at_once, {false, {0, 100, 200}, 300}, kExchangeRetries,
+                 "CreateFileW", 2);
+  ExpectExchange("refused writes", Refusing(), {false, {0, 0, 0}, 0});
+  ExpectExchange("no device", {}, {false, {}, 0}, kExchangeRetries, "", 1, L"no such path");
 }
 
 // Around the end of the last try, at every microsecond: a reply either counts or comes too late,
@@ -191,34 +161,27 @@ struct Raw {
   Report reply = Report(kRawLength, 0xEE);
 };
 
+void ExpectRaw(const char* name, ScriptedDevice::Script script, bool replied, size_t writes,
+               uint64_t elapsed_ms, const char* failing = "") {
+  SCOPED_TRACE(name);
+  Raw raw(std::move(script));
+  const uint64_t start = platform::NowMicros();
+  platform::ArmFault(failing, 1);
+  EXPECT_EQ(ExchangeRaw(raw.request, raw.reply), replied);
+  platform::DisarmFault();
+  EXPECT_EQ((platform::NowMicros() - start) / 1000, elapsed_ms);
+  EXPECT_EQ(raw.reply, replied ? WrongChecksum() : Report(kRawLength));
+  EXPECT_EQ(raw.device.writes().size(), writes);
+  for (const Written& written : raw.device.writes())
+    EXPECT_EQ(written.report, raw.request);
+}
+
 TEST(PassThrough, TakesWhateverArrivesInTwoTries) {
-  const struct {
-    const char* name;
-    ScriptedDevice::Script script;
-    bool replied;
-    size_t writes;
-    uint64_t elapsed_ms;
-    const char* failing = nullptr;
-  } kCases[] = {
-      {"nothing is tested", Sending({{1, WrongChecksum(), 30}}), true, 1, 30},
-      {"during the second try", Sending({{1, WrongChecksum(), 250}}), true, 2, 250},
-      {"silence", {}, false, 2, 400},
-      {"refused writes", Refusing(), false, 2, 0},
-      {"no event", Sending({{1, kRight, 0}}), false, 0, 0, "CreateEventW"},
-  };
-  for (const auto& test : kCases) {
-    SCOPED_TRACE(test.name);
-    Raw raw(test.script);
-    if (test.failing != nullptr) platform::ArmFault(test.failing, 1);
-    const uint64_t start = platform::NowMicros();
-    EXPECT_EQ(ExchangeRaw(raw.request, raw.reply), test.replied);
-    EXPECT_EQ((platform::NowMicros() - start) / 1000, test.elapsed_ms);
-    platform::DisarmFault();
-    EXPECT_EQ(raw.reply, test.replied ? WrongChecksum() : Report(kRawLength));
-    EXPECT_EQ(raw.device.writes().size(), test.writes);
-    for (const Written& written : raw.device.writes())
-      EXPECT_EQ(written.report, raw.request);
-  }
+  ExpectRaw("nothing is tested", Sending({{1, WrongChecksum(), 30}}), true, 1, 30);
+  ExpectRaw("during the second try", Sending({{1, WrongChecksum(), 250}}), true, 2, 250);
+  ExpectRaw("silence", {}, false, 2, 400);
+  ExpectRaw("refused writes", Refusing(), false, 2, 0);
+  ExpectRaw("no event", Sending({{1, kRight, 0}}), false, 0, 0, "CreateEventW");
 }
 
 TEST(PassThrough, ALateReportFindsNoMemoryOfTheExchange) {
