@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <vector>
+#include <numeric>
 
 #include "battery/registry_fixture.h"
 #include "perilink/battery.h"
@@ -15,11 +15,11 @@ constexpr DeviceAddress kAddress = {0x1A, 0x2B, 0x3C};  // of the virtual mouse
 constexpr int64_t kToday = 1700000000;
 constexpr uint32_t kPassMs = 50;
 
+using sim::Bytes;
 struct Report {
   double at_ms;
-  std::vector<uint8_t> frame;
-  std::vector<uint8_t> data;
-  int level() const { return data[0]; }
+  Bytes frame;
+  Bytes data;
 };
 std::vector<Report> reports;
 
@@ -50,6 +50,7 @@ class OptimizerTest : public RegistryTest {
       if (optimizer.SmoothingActive()) optimizer.SmoothingStep(&Record);
     }
   }
+
   // Polls a connection that starts with this level on show.
   void StartAt(uint8_t level) {
     UsbServer_SetBatteryOptimizeLastBattery(0, level);
@@ -57,10 +58,10 @@ class OptimizerTest : public RegistryTest {
     optimizer.PollStep();
     ASSERT_EQ(optimizer.ReportedLevel(), level);
   }
-  static std::vector<int> Levels() {
-    std::vector<int> levels;
+  static Bytes Levels() {
+    Bytes levels;
     for (const Report& report : reports)
-      levels.push_back(report.level());
+      levels.push_back(report.data[0]);
     return levels;
   }
 
@@ -84,32 +85,27 @@ TEST(IntervalTimer, NeedsALaterMillisecond) {
 }
 
 TEST_F(OptimizerTest, StartEstimate) {
-  struct {
+  const struct {
     int age_s;
-    uint8_t last;
-    uint8_t level;
+    uint8_t last, level;
     uint16_t voltage;
     int start;
-  } const cases[] = {
-      {600, 50, 70, 0, 66},   {600, 50, 30, 0, 42},    {600, 50, 55, 0, 50},   {59, 50, 99, 0, 50},
-      {0, 50, 1, 0, 50},      {60, 50, 99, 0, 51},     {60, 50, 1, 0, 50},     {72, 50, 1, 0, 49},
-      {1800, 50, 100, 0, 50}, {1799, 50, 101, 0, 100}, {1800, 10, 0, 0, 10},   {1800, 30, 1, 0, 5},
-      {1801, 50, 7, 0, 7},    {1801, 50, 7, 3700, 28}, {600, 50, 7, 3700, 42}, {-2, 50, 7, 0, 7},
-      {-1000, 50, 7, 0, 7},
-  };
+  } cases[] = {{600, 50, 70, 0, 66},    {600, 50, 30, 0, 42},    {600, 50, 55, 0, 50},
+               {59, 50, 99, 0, 50},     {0, 50, 1, 0, 50},       {60, 50, 99, 0, 51},
+               {60, 50, 1, 0, 50},      {72, 50, 1, 0, 49},      {1800, 50, 100, 0, 50},
+               {1799, 50, 101, 0, 100}, {1800, 10, 0, 0, 10},    {1800, 30, 1, 0, 5},
+               {1801, 50, 7, 0, 7},     {1801, 50, 7, 3700, 28}, {600, 50, 7, 3700, 42},
+               {-2, 50, 7, 0, 7},       {-1000, 50, 7, 0, 7}};
   for (const auto& c : cases) {
-    Show(c.level, 0, c.voltage);
-    WriteSavedRecord(kAddress, kToday - c.age_s, c.last);
-    optimizer.PollStep();
-    EXPECT_EQ(optimizer.ReportedLevel(), c.start) << "registry, " << c.age_s << " s";
-    EXPECT_TRUE(optimizer.SaveAllowed());
-
-    UsbServer_SetBatteryOptimizeLastBattery(c.age_s, c.last);
-    optimizer.Restart();
-    optimizer.PollStep();
-    EXPECT_EQ(optimizer.ReportedLevel(), c.start) << "host, " << c.age_s << " s";
-    EXPECT_FALSE(optimizer.SaveAllowed());
-    optimizer.EndConnection();
+    for (const bool by_host : {false, true}) {
+      Show(c.level, 0, c.voltage);
+      WriteSavedRecord(kAddress, kToday - c.age_s, by_host ? 1 : c.last);
+      if (by_host) UsbServer_SetBatteryOptimizeLastBattery(c.age_s, c.last);
+      optimizer.PollStep();
+      EXPECT_EQ(optimizer.ReportedLevel(), c.start) << c.age_s << " s, by the host: " << by_host;
+      EXPECT_EQ(optimizer.SaveAllowed(), !by_host);
+      optimizer.EndConnection();
+    }
   }
 }
 
@@ -133,39 +129,35 @@ TEST_F(OptimizerTest, FirstReportComesRightAfterTheFirstPollAndSaves) {
   Show(50, 2, 0x0E74);
   RunFor(2 * kPassMs);
   ASSERT_EQ(reports.size(), 1u);
-  const std::vector<uint8_t> frame = {8, 4, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x49};
-  EXPECT_EQ(reports[0].frame, frame);
-  EXPECT_EQ(reports[0].data, (std::vector<uint8_t>{28, 2, 0x0E, 0x74}));
+  EXPECT_EQ(reports[0].frame, (Bytes{8, 4, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x49}));
+  EXPECT_EQ(reports[0].data, (Bytes{28, 2, 0x0E, 0x74}));
   EXPECT_EQ(RawRecord(), L"01700000000-28");
 }
 
 TEST_F(OptimizerTest, LevelReportRules) {
   optimizer.PollStep();
-  struct {
-    uint8_t level, charging;
-    bool force, enabled;
-    bool reported;
-    const wchar_t* record;
-  } const steps[] = {
-      {40, 0, false, true, true, L"01700000000-40"},
-      {40, 0, false, true, false, L"01700000000-40"},
-      {41, 0, false, false, true, L"01700000000-40"},
-      {40, 0, false, true, true, L"01700000000-40"},
-      {40, 7, false, true, true, L""},  // the charger alone is no reason to save
-      {40, 1, false, true, false, L""},
-      {40, 1, true, true, true, L""},
-      {42, 1, true, true, true, L"01700000000-42"},
-  };
-  for (const auto& step : steps) {
-    if (step.record[0] == 0) SetRawRecord(L"");
-    Show(50, step.charging);
+  const auto report = [this](uint8_t level, uint8_t charging, bool force = false) {
+    Show(50, charging);
     optimizer.PollStep();
-    UsbServer_SetBatteryOptimizeEnable(step.enabled ? 0x80 : 0);
     reports.clear();
-    optimizer.LevelReport(step.level, &Record, step.force);
-    EXPECT_EQ(reports.size(), step.reported ? 1u : 0u) << &step - steps;
-    EXPECT_EQ(RawRecord(), step.record) << &step - steps;
-  }
+    optimizer.LevelReport(level, &Record, force);
+    return reports.size();
+  };
+  EXPECT_EQ(report(40, 0), 1u);
+  EXPECT_EQ(report(40, 0), 0u);
+  EXPECT_EQ(RawRecord(), L"01700000000-40");
+  UsbServer_SetBatteryOptimizeEnable(0);
+  EXPECT_EQ(report(41, 0), 1u);
+  EXPECT_EQ(RawRecord(), L"01700000000-40");
+  UsbServer_SetBatteryOptimizeEnable(0x80);
+  EXPECT_EQ(report(40, 0), 1u);
+  SetRawRecord(L"");
+  EXPECT_EQ(report(40, 7), 1u);  // the charger alone is no reason to save
+  EXPECT_EQ(report(40, 1), 0u);
+  EXPECT_EQ(report(40, 1, true), 1u);
+  EXPECT_EQ(RawRecord(), L"");
+  EXPECT_EQ(report(42, 1, true), 1u);
+  EXPECT_EQ(RawRecord(), L"01700000000-42");
   reports.clear();
   optimizer.LevelReport(43, nullptr, false);  // remembered although nobody listens
   optimizer.LevelReport(43, &Record, false);
@@ -177,29 +169,28 @@ TEST_F(OptimizerTest, DischargesOnePercentAStep) {
   StartAt(60);
   Show(40);
   RunFor(3600 * 1000);
-  ASSERT_EQ(reports.size(), 20u);
-  for (size_t i = 0; i < reports.size(); ++i) {
-    EXPECT_EQ(reports[i].level(), 59 - static_cast<int>(i));
+  Bytes falling(20);
+  std::iota(falling.rbegin(), falling.rend(), uint8_t{40});
+  ASSERT_EQ(Levels(), falling);
+  for (size_t i = 0; i < reports.size(); ++i)
     EXPECT_NEAR(reports[i].at_ms - reports[0].at_ms, 10000.0 * static_cast<double>(i), 500);
-  }
+  reports.clear();
   Show(90);  // a level does not rise off the charger
   RunFor(60 * 1000);
   Show(15);
   RunFor(20 * 1000);
   Show(0);
   RunFor(20 * 1000);
-  const std::vector<int> levels = Levels();
-  EXPECT_EQ(std::vector<int>(levels.end() - 3, levels.end()), (std::vector<int>{40, 15, 0}));
+  EXPECT_EQ(Levels(), (Bytes{15, 0}));
 }
 
 TEST_F(OptimizerTest, ChargesSlowlyWhenNearlyFull) {
   Show(70, 1, 4110);
   StartAt(82);
   RunFor(2 * 3600 * 1000);
-  const std::vector<int> levels = Levels();
-  ASSERT_EQ(levels.size(), 17u);
-  for (size_t i = 0; i < levels.size(); ++i)
-    EXPECT_EQ(levels[i], 83 + static_cast<int>(i));
+  Bytes rising(17);
+  std::iota(rising.begin(), rising.end(), uint8_t{83});
+  ASSERT_EQ(Levels(), rising);
   // 83, 84 and 85 come a step apart; from there on the charge creeps.
   EXPECT_NEAR(reports[2].at_ms - reports[0].at_ms, 20000, 4 * kPassMs);
   EXPECT_NEAR(reports[3].at_ms - reports[2].at_ms, 10000, 2 * kPassMs);
@@ -235,7 +226,7 @@ TEST_F(OptimizerTest, FullAfterTenFullReadingsInARow) {
     step(100, 1);
   EXPECT_TRUE(reports.empty());
   step(100, 1);
-  EXPECT_EQ(Levels(), (std::vector<int>{100}));
+  EXPECT_EQ(Levels(), (Bytes{100}));
 }
 
 TEST_F(OptimizerTest, FullReadingsFollowEachOtherQuickly) {
@@ -243,25 +234,24 @@ TEST_F(OptimizerTest, FullReadingsFollowEachOtherQuickly) {
   StartAt(50);
   const size_t polls = Polls();
   RunFor(1200);
-  EXPECT_EQ(Levels(), (std::vector<int>{100}));
+  EXPECT_EQ(Levels(), (Bytes{100}));
   EXPECT_GE(Polls() - polls, 8u);
   RunFor(3600 * 1000);  // nothing hurries any more
-  EXPECT_EQ(Levels(), (std::vector<int>{100}));
+  EXPECT_EQ(Levels(), (Bytes{100}));
   EXPECT_LE(Polls() - polls, 740u);
 }
 
 TEST_F(OptimizerTest, JumpsOverLargeDifferencesIfAllowed) {
   StartAt(80);
-  const struct {
-    uint8_t jump, measured;
-    int reported;
-  } steps[] = {{0, 49, 80}, {0x10, 50, 80}, {0x10, 49, 49}};
-  for (const auto& step : steps) {
-    UsbServer_SetBatteryOptimizeParam(step.jump, 10000, 300000);
-    Show(step.measured);
+  const auto level_after = [this](uint8_t jump, uint8_t measured) {
+    UsbServer_SetBatteryOptimizeParam(jump, 10000, 300000);
+    Show(measured);
     optimizer.PollStep();
-    EXPECT_EQ(optimizer.ReportedLevel(), step.reported);
-  }
+    return optimizer.ReportedLevel();
+  };
+  EXPECT_EQ(level_after(0, 49), 80);
+  EXPECT_EQ(level_after(0x10, 50), 80);
+  EXPECT_EQ(level_after(0x10, 49), 49);
 }
 
 TEST_F(OptimizerTest, FailedPollsKeepTheLevelAndEndSmoothing) {

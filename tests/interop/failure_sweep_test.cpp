@@ -14,6 +14,7 @@
 #include "perilink/protocol_data.h"
 #include "perilink/server.h"
 #include "perilink/upgrade.h"
+#include "platform/guard.h"
 #include "platform/text.h"
 #include "server/state.h"
 #include "sim/mouse.h"
@@ -44,6 +45,9 @@ void* operator new(size_t size) {
   if (counting && !WithinTheSystem() && ++allocations == failing_allocation) throw std::bad_alloc();
   if (void* const memory = std::malloc(size)) return memory;
   throw std::bad_alloc();
+}
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  return perilink::Guarded<void*>(nullptr, [size] { return operator new(size); });
 }
 void operator delete(void* memory) noexcept {
   std::free(memory);
