@@ -19,13 +19,10 @@ TEST(Handles, CloseOnceAndKeepTheLastError) {
 }
 
 TEST(Text, GoesThroughTheCodePage) {
-  const struct {
-    const char* narrow;
-    const wchar_t* wide;
-  } kCases[] = {{"", L""}, {"mouse", L"mouse"}, {"Größe 鼠", L"Größe 鼠"}};
-  for (const auto& test : kCases) {
-    EXPECT_EQ(NarrowToWide(test.narrow), test.wide);
-    EXPECT_EQ(WideToNarrow(test.wide), test.narrow);
+  const std::pair<std::string, std::wstring> texts[] = {{"", L""}, {"Größe 鼠", L"Größe 鼠"}};
+  for (const auto& [narrow, wide] : texts) {
+    EXPECT_EQ(NarrowToWide(narrow), wide);
+    EXPECT_EQ(WideToNarrow(wide), narrow);
   }
   EXPECT_EQ(NarrowToWide(static_cast<const char*>(nullptr)), L"");
   EXPECT_EQ(NarrowToWide("a\xFFz"), L"a\xFFFDz");
