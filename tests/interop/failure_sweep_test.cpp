@@ -41,7 +41,8 @@ bool WithinTheSystem() {
 
 }  // namespace
 
-void* operator new(size_t size) {
+// Out of line: inlined, a free of what the compiler knows to come from a new looks like a mistake.
+[[gnu::noinline]] void* operator new(size_t size) {
   if (counting && !WithinTheSystem() && ++allocations == failing_allocation) throw std::bad_alloc();
   if (void* const memory = std::malloc(size)) return memory;
   throw std::bad_alloc();
@@ -49,10 +50,10 @@ void* operator new(size_t size) {
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
   return perilink::Guarded<void*>(nullptr, [size] { return operator new(size); });
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
   std::free(memory);
 }
-void operator delete(void* memory, size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
   std::free(memory);
 }
 
