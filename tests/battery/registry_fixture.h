@@ -45,7 +45,6 @@ class RegistryTest : public testing::Test {
     RegCloseKey(key);
   }
 
- private:
   std::filesystem::path folder_;
 };
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <tuple>
 #include <vector>
 
 #include "perilink/finder.h"
@@ -33,25 +34,20 @@ class Answers : public ServerTest {
 };
 
 TEST_F(Answers, LengthFollowsTheAnswersLengthByte) {
-  struct Row {
-    bool keyboard;
-    uint8_t command;
-    uint8_t length_byte;
-    size_t length;
-  };
+  const std::vector<std::tuple<bool, uint8_t, uint8_t, size_t>> rows = {
+      {false, 0x12, 2, 2},   {false, 0x12, 0, 0},  {false, 0x12, 0x82, 0x82},
+      {true, 0x12, 0x82, 2}, {false, 0x03, 10, 4}, {false, 0x03, 11, 11},
+      {true, 0x03, 0x81, 4}, {false, 0x04, 1, 4},  {true, 0x04, 0x8A, 4}};
   Start();
-  for (const Row& row :
-       {Row{false, 0x12, 2, 2}, Row{false, 0x12, 0, 0}, Row{false, 0x12, 0x82, 0x82},
-        Row{true, 0x12, 0x82, 2}, Row{false, 0x03, 10, 4}, Row{false, 0x03, 11, 11},
-        Row{true, 0x03, 0x81, 4}, Row{false, 0x04, 1, 4}, Row{true, 0x04, 0x8A, 4}}) {
-    SetKeyboardTargetFlag(row.keyboard);
-    AnswerWith(row.length_byte, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
-    const Callback seen = Ask([&] { UsbServer_GetData(row.command); });
+  for (const auto& [keyboard, command, length_byte, length] : rows) {
+    SetKeyboardTargetFlag(keyboard);
+    AnswerWith(length_byte, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
+    const Callback seen = Ask([asked = command] { UsbServer_GetData(asked); });
     Report data = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
-    data.resize(row.length);
-    EXPECT_EQ(seen.data, data) << int{row.command} << " " << int{row.length_byte};
+    data.resize(length);
+    EXPECT_EQ(seen.data, data) << int{command} << " " << int{length_byte};
     Report frame = device.writes().back().report;
-    frame[5] = row.length_byte;  // the request's checksum stays
+    frame[5] = length_byte;  // the request's checksum stays
     EXPECT_EQ(seen.frame, frame);
   }
 }
@@ -171,19 +167,16 @@ TEST_F(BatteryReports, EventsAreReportedByTheirFlags) {
 }
 
 TEST_F(BatteryReports, ReadingsForceTheLevel) {
-  struct Row {
-    uint8_t level;
-    uint8_t charging;
-    std::vector<int> reported;
-  };
+  const std::vector<std::tuple<uint8_t, uint8_t, std::vector<int>>> readings = {
+      {16, 0, {}},   {15, 0, {15}}, {12, 0, {}},  // no higher than 15 now
+      {12, 1, {15}},                              // the charger is news
+      {0, 1, {0}},   {100, 1, {}}};
   Start();
   Sleep(200);
-  for (const Row& row : {Row{16, 0, {}}, Row{15, 0, {15}}, Row{12, 0, {}},  // no higher than 15 now
-                         Row{12, 1, {15}},                                  // the charger is news
-                         Row{0, 1, {0}}, Row{100, 1, {}}}) {
-    level = row.level;
-    charging = row.charging;
-    EXPECT_EQ(After(0x40), (Seen{row.reported, {}})) << int{level};
+  for (const auto& [read_level, read_charging, reported] : readings) {
+    level = read_level;
+    charging = read_charging;
+    EXPECT_EQ(After(0x40), (Seen{reported, {}})) << int{level};
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "perilink_platform/world.h"
@@ -14,20 +15,19 @@ namespace {
 using Keys = std::vector<uint8_t>;
 
 TEST(LayerKeys, ReadsTheLayersRange) {
-  struct Row {
-    uint8_t layer;
-    ptrdiff_t address;
-    size_t size;
-  };
   sim::Keyboard keyboard;
   keyboard.Plug();
-  for (const Row& row : {Row{1, 0, 512}, Row{2, 0x200, 512}, Row{3, 0x400, 512}, Row{0, 0, 1},
-                         Row{4, 0, 1}, Row{255, 0, 1}}) {
+  for (const auto& [layer, address, size] : {std::tuple{1, 0, 512u},
+                                             {2, 0x200, 512u},
+                                             {3, 0x400, 512u},
+                                             {0, 0, 1u},
+                                             {4, 0, 1u},
+                                             {255, 0, 1u}}) {
     keyboard.ClearRequests();
-    const auto begin = keyboard.flash().bytes().begin() + row.address;
-    EXPECT_EQ(LoadLayerKeys(keyboard.CommandPath(), row.layer),
-              Keys(begin, begin + static_cast<ptrdiff_t>(row.size)));
-    EXPECT_EQ(keyboard.CountRequests(0x08), (row.size + 9) / 10);
+    const auto begin = keyboard.flash().bytes().begin() + address;
+    EXPECT_EQ(LoadLayerKeys(keyboard.CommandPath(), static_cast<uint8_t>(layer)),
+              Keys(begin, begin + size));
+    EXPECT_EQ(keyboard.CountRequests(0x08), (size + 9) / 10);
   }
 }
 

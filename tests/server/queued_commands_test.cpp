@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "perilink/finder.h"
+#include "perilink/protocol_data.h"
 #include "server_fixture.h"
 
 namespace perilink::testing {
@@ -148,9 +149,8 @@ TEST_F(QueuedCommands, DescriptorStringIsCutIntoChunks) {
                                                        {10, {11, 10, 1}},
                                                        {29, {30, 10, 10, 10}},
                                                        {200, {30, 10, 10, 10}}};
-  for (const auto& row : rows) {
-    const std::string text(row.first, 'x');
-    const Report& declared = row.second;
+  for (const auto& [length, declared] : rows) {
+    const std::string text(length, 'x');
     std::vector<Report> expected;
     for (size_t i = 1; i < declared.size(); ++i) {
       const size_t offset = 10 * (i - 1);
@@ -159,8 +159,9 @@ TEST_F(QueuedCommands, DescriptorStringIsCutIntoChunks) {
       expected.push_back(Entry({uint8_t{i + 1 == declared.size()}, 1, 0}, frame));
     }
     EXPECT_EQ(Queue([&] { UsbServerC_SetDeviceDescriptorString(text.c_str()); }), expected);
-    EXPECT_EQ(Queue([&] { UsbServer_SetDeviceDescriptorString(std::wstring(row.first, L'x')); }),
-              expected);
+    EXPECT_EQ(
+        Queue([&] { UsbServer_SetDeviceDescriptorString(std::wstring(text.begin(), text.end())); }),
+        expected);
   }
 }
 
@@ -179,6 +180,53 @@ TEST_F(QueuedCommands, DecodersReadTheirBytes) {
   EXPECT_EQ(Report(status.flags, status.flags + 7), (Report{1, 0, 1, 0, 0, 0, 0}));
   EXPECT_EQ(GetDeviceVersion(data), 0x8523u);
   EXPECT_TRUE(isDeviceOnLine(data));
+}
+
+// ---- What changes of the configuration become
+// -----------------------------------------------------
+
+TEST_F(QueuedCommands, AnUpdateQueuesTheFieldThatDiffers) {
+  ProtocolData previous{};
+  for (const bool keyboard : {false, true}) {
+    SetKeyboardTargetFlag(keyboard);
+    ProtocolData record = previous;
+    const uint8_t level = ++record.current_dpi_level;
+    const auto update = [&] { CS_ProtocolDataCompareUpdate(&record, &previous); };
+    Report frame = {8, 7, 0, 0, 4, uint8_t(keyboard ? 0x82 : 2), level, uint8_t(0x55 - level)};
+    EXPECT_EQ(Queue(update), std::vector<Report>{Entry({1, 1, 0xFF}, frame)});
+    EXPECT_EQ(previous.current_dpi_level, level);
+  }
+}
+
+TEST_F(QueuedCommands, AnUpdatesLongWritesAreCutIntoFramesOfTen) {
+  ProtocolData previous{};
+  ProtocolData record{};
+  record.shortcuts[1].count = 6;  // 20 bytes: two whole frames
+  record.macros[2].name_length = 1;
+  record.macros[2].count = 70;  // 383 bytes
+  const std::vector<Report> entries =
+      Queue([&] { CS_ProtocolDataCompareUpdate(&record, &previous); });
+  ASSERT_EQ(entries.size(), 2u + 39);
+  for (size_t i = 0; i < entries.size(); ++i) {
+    const size_t address = i < 2 ? 256 + 32 + 10 * i : 768 + 2 * 384 + 10 * (i - 2);
+    const Report frame(entries[i].begin() + 3, entries[i].end());
+    EXPECT_EQ(entries[i][0], i == 1 || i == 40) << i;
+    EXPECT_EQ(frame[3] << 8 | frame[4], address) << i;
+    EXPECT_EQ(frame[5], i == 40 ? 3 : 10) << i;
+    EXPECT_EQ(Closed(frame), frame) << i;
+  }
+}
+
+TEST_F(QueuedCommands, EqualRecordsAndUnparsedOnesQueueNothing) {
+  // With QueueMutex taken: it must not be asked for.
+  const ServerState::Queues queues = ServerState::Instance().LockQueues();
+  ProtocolData previous{};
+  ProtocolData record{};
+  CS_ProtocolDataCompareUpdate(&record, &previous);
+  SetDllProtocolData(&previous);
+  record.report_rate = 7;
+  ProtocolDataUpdate(&record);  // nothing has been parsed
+  EXPECT_TRUE(queues.commands.Empty());
 }
 
 }  // namespace

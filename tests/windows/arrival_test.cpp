@@ -5,6 +5,7 @@
 #include <atomic>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "perilink/usb_changed.h"
@@ -88,22 +89,18 @@ TEST(Arrival, TheWindowIsHiddenAndOnlyOne) {
 
 TEST(Arrival, CallsBackForDeviceInterfacesOnly) {
   StartUsbChanged(kCallback, 0);
-  const struct {
-    WPARAM event;
-    DWORD device_type;
-    const char* calls;
-  } rows[] = {
+  const std::tuple<WPARAM, DWORD, const char*> rows[] = {
       {DBT_DEVICEREMOVECOMPLETE, DBT_DEVTYP_DEVICEINTERFACE, "-"},
       {DBT_DEVICEARRIVAL, DBT_DEVTYP_DEVICEINTERFACE, "+"},
       {DBT_DEVICEARRIVAL, kVolume, ""},
       {DBT_DEVICEREMOVECOMPLETE, kVolume, ""},
       {DBT_DEVICEQUERYREMOVE, DBT_DEVTYP_DEVICEINTERFACE, ""},
   };
-  for (const auto& row : rows) {
+  for (const auto& [event, device_type, expected] : rows) {
     calls.clear();
     calling_thread = 0;
-    Broadcast(row.event, row.device_type);
-    EXPECT_EQ(calls, row.calls) << row.event << " " << row.device_type;
+    Broadcast(event, device_type);
+    EXPECT_EQ(calls, expected) << event << " " << device_type;
     EXPECT_EQ(calling_thread, calls.empty() ? 0 : GetCurrentThreadId());
   }
   calls.clear();
