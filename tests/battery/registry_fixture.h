@@ -13,7 +13,7 @@
 
 namespace perilink {
 
-class RegistryTest : public testing::Test {
+class RegistryTest : public ::testing::Test {
  protected:
   RegistryTest() {
     std::string folder = (std::filesystem::temp_directory_path() / "registryXXXXXX").string();

@@ -6,63 +6,11 @@
 
 #include "perilink/finder.h"
 #include "perilink/protocol_data.h"
+#include "queueing_exports.h"
 #include "server_fixture.h"
 
 namespace perilink::testing {
 namespace {
-
-const DataRecord10 kRecord = {{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}};
-const std::vector<uint8_t> kRecordBytes(kRecord.bytes, kRecord.bytes + 10);
-const RgbBarMode kBar = {9, {1, 2, 3, 4, 5}, 1};
-const RgbBarMode kBarOff = {9, {1, 2, 3, 4, 5}, 0};
-const IndicatorLed kLed = {{7, 8, 9}};
-
-struct Row {
-  const char* name;
-  std::vector<std::function<void()>> exports;  // which all queue the same
-  uint8_t command;
-  uint8_t length;
-  std::vector<uint8_t> payload;
-};
-
-#define BOTH(name, ...)                                                             \
-  {                                                                                 \
-    [] { UsbServer_##name(__VA_ARGS__); }, [] { CS_UsbServer_##name(__VA_ARGS__); } \
-  }
-
-// Names that are one entry point are made by the linker; here the first of them stands for all.
-const std::vector<Row> kRows = {
-    {"status", BOTH(SetPCDriverStatus, 0x21), 0x02, 1, {0x21}},
-    {"online", BOTH(ReadOnLine), 0x03, 0, {}},
-    {"battery", BOTH(ReadBatteryLevel), 0x04, 0, {}},
-    {"pair", BOTH(EnterDonglePairWithCidMid, 0x31, 0x32), 0x05, 2, {0x31, 0x32}},
-    {"pair any", {[] { UsbServer_EnterDonglePair(); }}, 0x05, 2, {}},
-    {"pair cid", BOTH(EnterDonglePairOnlyCid, 0x33), 0x05, 2, {0, 0, 0x33}},
-    {"pair status", BOTH(ReadDonglePairStatus), 0x06, 0, {}},
-    {"clear", BOTH(SetClearSetting), 0x09, 0, {}},
-    {"ids", BOTH(SetVidPid, 0x1234, 0xABCD), 0x0B, 4, {0x02, 0x34, 0x0B, 0xCD}},
-    {"update", BOTH(EnterUsbUpdateMode), 0x0D, 0, {}},
-    {"config", BOTH(ReadConfig), 0x0E, 0, {}},
-    {"set config", BOTH(SetCurrentConfig, 0x35), 0x0F, 1, {0x35}},
-    {"mtk", BOTH(EnterMTKMode), 0x11, 0, {}},
-    {"version", BOTH(ReadVersion), 0x12, 0, {}},
-    {"set rgb", BOTH(Set4KDongleRGB, &kRecord), 0x14, 10, kRecordBytes},
-    {"get rgb", BOTH(Get4KDongleRGBValue), 0x15, 0, {}},
-    {"set range", BOTH(SetLongRangeMode, 0x36), 0x16, 10, {0x36}},
-    {"get range", BOTH(GetLongRangeMode), 0x17, 0, {}},
-    {"set bar", {[] { CS_UsbServer_SetDongleRGBBarMode(&kBar); }}, 0x18, 10, {9, 1, 2, 3, 4, 5}},
-    {"bar off", {[] { CS_UsbServer_SetDongleRGBBarMode(&kBarOff); }}, 0x18, 10, {0, 1, 2, 3, 4, 5}},
-    {"get bar", {[] { CS_UsbServer_GetDongleRGBBarMode(); }}, 0x19, 0, {}},
-    {"dongle id", BOTH(SetDongleIDToMouse, &kRecord), 0x1A, 10, kRecordBytes},
-    {"set serial", BOTH(SetMouseSerialNumber, &kRecord), 0x1F, 10, kRecordBytes},
-    {"get serial", BOTH(GetMouseSerialNumber), 0x20, 0, {}},
-    {"rssi", BOTH(GetRSSI), 0x2B, 0, {}},
-    {"set led", BOTH(SetDongleIndicatorLed, &kLed), 0x2C, 10, {7, 8, 9}},
-    {"get led", BOTH(GetDongleIndicatorLed), 0x2D, 0, {}},
-    {"slave", BOTH(GetSlaveVersion), 0xB3, 0, {}},
-    {"set data", BOTH(SetData, 0x77, kRecord.bytes, 3), 0x77, 3, {1, 2, 3}},
-    {"get data", BOTH(GetData, 0x78), 0x78, 0, {}},
-};
 
 class QueuedCommands : public ServerTest {
  protected:
@@ -85,7 +33,7 @@ TEST_F(QueuedCommands, QueueTheirFrames) {
   for (const bool keyboard : {false, true}) {
     keyboard ? UsbFinder_SetKeyboardMode() : UsbFinder_SetMouseMode();
     const uint8_t target = keyboard ? 0x80 : 0;
-    for (const Row& row : kRows) {
+    for (const QueueingExports& row : kQueueingExports) {
       Report frame = {8, row.command, 0, 0, 0, static_cast<uint8_t>(row.length | target)};
       frame += row.payload;
       for (const auto& call : row.exports)

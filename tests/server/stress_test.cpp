@@ -14,6 +14,7 @@
 #include "perilink/finder.h"
 #include "perilink/protocol_data.h"
 #include "perilink/server.h"
+#include "queueing_exports.h"
 #include "sim/mouse.h"
 
 namespace perilink::testing {
@@ -33,50 +34,13 @@ void CloseThread(uintptr_t thread) {
   if (thread != 0) CloseHandle(reinterpret_cast<HANDLE>(thread));
 }
 
-// The exports that only queue. The host's own loop, UsbReaderWriterServer, is not among what is
-// called: beside the server's thread it would be a second owner of what the loop owns.
-constexpr void (*kQueueing[])() = {UsbServer_ReadEncryption,
-                                   UsbServer_ReadOnLine,
-                                   UsbServer_ReadBatteryLevel,
-                                   UsbServer_EnterDonglePair,
-                                   UsbServer_ReadDonglePairStatus,
-                                   UsbServer_SetClearSetting,
-                                   UsbServer_ReadConfig,
-                                   UsbServer_EnterMTKMode,
-                                   UsbServer_ReadVersion,
-                                   UsbServer_Get4KDongleRGBValue,
-                                   UsbServer_GetLongRangeMode,
-                                   CS_UsbServer_GetDongleRGBBarMode,
-                                   UsbServer_GetMouseSerialNumber,
-                                   UsbServer_GetRSSI,
-                                   UsbServer_GetDongleIndicatorLed,
-                                   UsbServer_GetSlaveVersion,
-                                   UsbServer_ReadAllFlashData,
-                                   UsbServer_ReadReportRate,
-                                   UsbServer_ReadCurrentDPI,
-                                   UsbServer_ReadDPILed,
-                                   UsbServer_ReadLedBar};
-
-void QueueSettings(uint8_t value) {
-  const DataRecord10 record{};
-  const RgbBarMode bar{};
-  const IndicatorLed led{};
-  UsbServer_EnterDonglePairWithCidMid(value, value);
-  UsbServer_EnterDonglePairOnlyCid(value);
-  UsbServer_SetVidPid(value, value);
-  UsbServer_SetCurrentConfig(value);
-  UsbServer_Set4KDongleRGB(&record);
-  UsbServer_SetLongRangeMode(value);
-  CS_UsbServer_SetDongleRGBBarMode(&bar);
-  UsbServer_SetDongleIDToMouse(&record);
-  UsbServer_SetMouseSerialNumber(&record);
-  UsbServer_SetDongleIndicatorLed(&led);
-}
-
+// The host's own loop, UsbReaderWriterServer, is not among what is called: beside the server's
+// thread it would be a second owner of what the loop owns.
 void Act(const sim::Mouse& mouse, std::mt19937& random, ProtocolData& record) {
   const std::wstring path = mouse.CommandPath();
   const std::string narrow = mouse.CommandPathNarrow();
   const auto value = static_cast<uint8_t>(random());
+  const QueueingExports& queueing = kQueueingExports[random() % kQueueingExports.size()];
   const uint32_t voltages[21] = {};
   const uint8_t data[12] = {};
   std::wstring text;
@@ -94,8 +58,10 @@ void Act(const sim::Mouse& mouse, std::mt19937& random, ProtocolData& record) {
       [&] { UsbServer_GetCurrentInputDevice(text), UsbServer_GetCurrentOutputDevice(text); },
       [&] { SafeArrayDestroy(CS_UsbServer_GetCurrentInputDevice()); },
       [&] { SafeArrayDestroy(CS_UsbServer_GetCurrentOutputDevice()); },
-      [&] { kQueueing[value % std::size(kQueueing)](); },
-      [&] { QueueSettings(value); },
+      [&] { queueing.exports[value % queueing.exports.size()](); },
+      [&] { UsbServer_ReadEncryption(), UsbServer_ReadAllFlashData(); },
+      [&] { UsbServer_ReadReportRate(), UsbServer_ReadCurrentDPI(); },
+      [&] { UsbServer_ReadDPILed(), UsbServer_ReadLedBar(); },
       [&] { SafeArrayDestroy(CS_UsbKeyboard_LoadLayerKeys(narrow.c_str(), value % 5)); },
       [&] { UsbServer_SetDeviceDescriptorString(L"a text of more than ten"); },
       [&] { UsbServer_ReadFalshData(value, value, 0); },
