@@ -62,7 +62,6 @@ void CheckImage(const ProtocolData& record) {
   const ProtocolData canonical = tools::Canonical(record);
   const ProtocolData read_back = tools::Canonical(loaded.record);
   Require(Same(read_back, canonical), "a configuration survives its image");
-  Require(tools::ConfigDifferences(record, loaded.record).empty(), "and shows no difference");
   const std::string text = tools::ConfigToJson(read_back).dump();
   Require(text == tools::ConfigToJson(canonical).dump(), "its JSON is the same again");
   Require(Same(tools::ConfigFromText(text), canonical), "and reads as the same configuration");
@@ -83,11 +82,9 @@ void CheckImage(const ProtocolData& record) {
   Require(tools::PlanUpdate(device, record, any).writes.empty(), "after the writes none is left");
 }
 
-void CheckRecord(const ProtocolData& record) {
-  for (const int indent : {-1, 2}) {
-    const std::string text = tools::ConfigToJson(record).dump(indent);
-    Require(Same(tools::ConfigFromText(text), record), "a configuration survives its JSON");
-  }
+void CheckRecord(const ProtocolData& record, int indent) {
+  const std::string json = tools::ConfigToJson(record).dump(indent);
+  Require(Same(tools::ConfigFromText(json), record), "a configuration survives its JSON");
   Require(!tools::ConfigText(record).empty(), "a configuration can be shown");
   if (IsHoldable(record)) CheckImage(record);
 }
@@ -95,12 +92,8 @@ void CheckRecord(const ProtocolData& record) {
 void CheckFile(std::string_view text) {
   try {
     const tools::LoadedConfig loaded = tools::LoadConfig(text);
-    if (loaded.from_image) {
-      RequireInRange(loaded.record);
-    } else {
-      Require(Same(tools::ConfigFromText(text), loaded.record), "a text reads as its file does");
-    }
-    CheckRecord(loaded.record);
+    if (loaded.from_image) RequireInRange(loaded.record);
+    CheckRecord(loaded.record, static_cast<int>(text.size() % 4) - 1);
   } catch (const ConfigError& error) {
     RequireOneLine(error);
   }
@@ -154,7 +147,7 @@ void CheckAssignment(std::string_view text) {
                 std::equal(first + extent.offset + extent.size, first + sizeof(record),
                            second + extent.offset + extent.size),
             "a field that is set leaves the others alone");
-    CheckRecord(record);
+    CheckRecord(record, -1);
   } catch (const ConfigError& error) {
     RequireOneLine(error);
   }
