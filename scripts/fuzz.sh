@@ -14,7 +14,7 @@ targets=(dispatcher server_loop flash_images upgrade_files registry_records conf
 declare -A brief_runs=([dispatcher]=5000 [server_loop]=800 [flash_images]=3000
   [upgrade_files]=2000 [registry_records]=6000 [config_json]=600)
 # The longest inputs, where those that a target makes of its seeds would be slow and say no more.
-declare -A longest=([dispatcher]=1024 [server_loop]=400 [registry_records]=2048)
+declare -A longest=([dispatcher]=512 [server_loop]=400 [registry_records]=2048)
 
 prepare() {
   build_preset fuzz || return
