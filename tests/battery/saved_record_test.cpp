@@ -1,10 +1,7 @@
 #include "battery/saved_record.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <csignal>
 #include <string>
 
 #include "battery/registry_fixture.h"
@@ -59,20 +56,6 @@ TEST_F(SavedRecordTest, WritesBothHalvesOfTheTimeAndBoundsWhatItReads) {
   EXPECT_EQ(ReadSavedRecord(kDevice).level, 100);
   SetRawRecord(std::wstring(L"1-2\0-3", 6));
   EXPECT_EQ(ReadSavedRecord(kDevice).level, 2);
-}
-
-TEST_F(SavedRecordTest, SurvivesAKilledProcess) {
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    WriteSavedRecord(kDevice, 1700000000, 84);
-    WriteSavedRecord(kDevice, 1700000001, 85);
-    raise(SIGKILL);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFSIGNALED(status));
-  EXPECT_EQ(RawRecord(), L"01700000001-85");
 }
 
 }  // namespace

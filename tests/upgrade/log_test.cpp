@@ -32,16 +32,6 @@ class LogTest : public UpgradeTest {
   std::filesystem::path folder_;
 };
 
-TEST_F(LogTest, HexLineShowsEightBytesAtMostAndSkipsTheFile) {
-  SetSaveLogFile(true);
-  LogHexLine(L"Received Data:", std::vector<uint8_t>(64, 0xAF));
-  LogHexLine(L"short:", std::vector<uint8_t>{0, 0x1B});
-  LogHexLine(L"none:", {});
-  EXPECT_EQ(Log(),
-            (Lines{"T:  Received Data:af af af af af af af af ", "T:  short:00 1b ", "T:  none:"}));
-  EXPECT_FALSE(std::filesystem::exists("dll_log.txt"));
-}
-
 TEST_F(LogTest, FileHoldsEightBitText) {
   LogLine(L"before");
   UsbUpgrade_EnableSaveLogFile(2);
