@@ -11,8 +11,6 @@
 namespace perilink::tools {
 namespace {
 
-constexpr uint8_t kErased = 0xFF;
-
 bool CheckIsRight(const uint8_t* value, size_t size) {
   return value[size] == static_cast<uint8_t>(0x55 - std::accumulate(value, value + size, 0));
 }

@@ -13,7 +13,6 @@
 namespace perilink::tools {
 namespace {
 
-constexpr uint8_t kErased = 0xFF;
 constexpr size_t kSlots = std::size(ProtocolData{}.shortcuts);
 static_assert(kSlots == std::size(ProtocolData{}.macros));
 

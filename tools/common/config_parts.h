@@ -16,6 +16,9 @@
 
 namespace perilink::tools {
 
+// What a byte of the memory holds before it is written; as a count it stands for none.
+inline constexpr uint8_t kErased = 0xFF;
+
 enum class PartKind { kField, kShortcut, kMacro };
 
 struct ConfigPart {

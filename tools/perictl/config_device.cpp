@@ -23,8 +23,6 @@ using perilink::tools::DeviceConfig;
 using perilink::tools::EncodedPart;
 using perilink::tools::PartKind;
 
-constexpr uint8_t kWriteMemory = 0x07;
-constexpr uint8_t kReadMemory = 0x08;
 constexpr size_t kFrameData = 10;
 
 // A frame may take 100 ms and be sent five times; then the server drops it and all that follow, and

@@ -10,7 +10,7 @@ namespace perictl {
 namespace {
 
 // No configuration comes near it, and a device file may have no end.
-constexpr std::streamsize kLongestFile = 4 << 20;
+constexpr std::streamsize kLongestConfigFile = 4 << 20;
 
 bool WriteWhole(const std::string& name, const std::string& content) {
   std::ofstream file(name, std::ios::binary | std::ios::trunc);
@@ -27,8 +27,8 @@ std::string ReadFile(const std::string& name) {
   if (!file || std::filesystem::is_directory(name, ignored)) {
     throw Failure(ExitCode::kFile, name + ": the file can't be read");
   }
-  std::string content(static_cast<size_t>(kLongestFile), '\0');
-  file.read(content.data(), kLongestFile);
+  std::string content(static_cast<size_t>(kLongestConfigFile), '\0');
+  file.read(content.data(), kLongestConfigFile);
   if (!file.eof()) throw Failure(ExitCode::kFile, name + ": this is too long for a configuration");
   content.resize(static_cast<size_t>(file.gcount()));
   return content;

@@ -11,6 +11,10 @@
 
 namespace perictl {
 
+// Commands of the reports that answer a write and a read of the configuration.
+inline constexpr uint8_t kWriteMemory = 0x07;
+inline constexpr uint8_t kReadMemory = 0x08;
+
 struct ServerReport {
   CommandFrame frame{};
   std::vector<uint8_t> data;

@@ -22,7 +22,7 @@ constexpr uint32_t kLongestPacket = 64;
 constexpr uint32_t kPayloadInPacket = 17;
 constexpr uint32_t kPayloadPerPacket = 32;
 // Far beyond any firmware; an endless file is not read to its end.
-constexpr size_t kLongestFile = size_t{256} << 20;
+constexpr size_t kLongestUpgradeFile = size_t{256} << 20;
 
 uint32_t ChecksumOf(std::span<const uint8_t> image, uint32_t checked_length) {
   if (checked_length > kHeaderBlockSize) return 0;
@@ -164,7 +164,7 @@ UpgradeFile ReadUpgradeFile(const std::string& name) {
   char buffer[65536];
   while (file.read(buffer, sizeof buffer), file.gcount() > 0) {
     bytes.insert(bytes.end(), buffer, buffer + file.gcount());
-    if (bytes.size() > kLongestFile) {
+    if (bytes.size() > kLongestUpgradeFile) {
       throw Failure(ExitCode::kDamagedFile, name + " is no upgrade file: it is far too long");
     }
   }

@@ -7,7 +7,7 @@
 namespace perictl {
 namespace {
 
-struct Options {
+struct BatteryOptions {
   bool watch = false;
   WatchOptions limits;
 };
@@ -27,7 +27,7 @@ void Battery(Context& context) {
 void AddBatteryCommand(CLI::App& app, Context& context) {
   CLI::App* const command = app.add_subcommand(
       "battery", "read the battery once, or watch its smoothed level until Ctrl-C");
-  const auto options = std::make_shared<Options>();
+  const auto options = std::make_shared<BatteryOptions>();
   CLI::Option* const watch = command->add_flag(
       "--watch", options->watch, "keep telling, also when the device goes and comes back");
   AddWatchLimits(*command, options->limits, watch);

@@ -155,7 +155,7 @@ void Diff(Context& context, const std::string& first, const std::string& second)
 
 // ---- Command line ------------------------------------------------------------------------------
 
-struct Options {
+struct ConfigOptions {
   std::string file;
   std::string second_file;
   std::string format;
@@ -180,7 +180,7 @@ void AddConfigCommand(CLI::App& app, Context& context) {
       "macros[1].name; VALUE is JSON: 4, [255,0,0], {\"count\":0,...}, or a plain text.\n"
       "FILE is an image of 6960 bytes or JSON.\n\n" +
       ExitCodeHelp());
-  const auto options = std::make_shared<Options>();
+  const auto options = std::make_shared<ConfigOptions>();
   const auto add = [&](const char* name, const char* help) {
     return config->add_subcommand(name, help);
   };

@@ -18,8 +18,6 @@
 namespace perictl {
 namespace {
 
-constexpr uint8_t kWriteMemory = 0x07;
-constexpr uint8_t kReadMemory = 0x08;
 // The server says nothing when it gives up; a whole read takes a second or two.
 constexpr uint32_t kReadTimeoutMs = 10'000;
 constexpr uint32_t kWriteTimeoutMs = 2'000;

@@ -19,7 +19,7 @@ using perilink::tools::PartKind;
 constexpr size_t kSlots = std::size(ProtocolData{}.macros);
 constexpr size_t kMostEvents = std::size(MacroKey{}.events);
 
-struct Options {
+struct MacroOptions {
   size_t slot = kSlots;  // none
   std::optional<std::string> name;
   std::optional<std::string> events;
@@ -73,13 +73,13 @@ void SetEvents(MacroKey& macro, const std::string& text) {
   std::copy(events.begin(), events.end(), macro.events);
 }
 
-void Change(MacroKey& macro, const Options& options) {
+void Change(MacroKey& macro, const MacroOptions& options) {
   if (options.clear) macro = {};
   if (options.name) SetName(macro, *options.name);
   if (options.events) SetEvents(macro, *options.events);
 }
 
-void Set(Context& context, const Options& options) {
+void Set(Context& context, const MacroOptions& options) {
   if (!options.clear && !options.name && !options.events) {
     throw Failure(ExitCode::kUsage, "macro set needs --name, --events or --clear");
   }
@@ -113,7 +113,7 @@ void AddMacroCommand(CLI::App& app, Context& context) {
       "KIND is press, release or other (0, 1, 2 in the record), CODE 0 to 15, KEYS the two key\n"
       "bytes as four hexadecimal digits, DELAY 0 to 65535; without +DELAY it is 0.";
   macro->footer(notation + "\n\n" + ExitCodeHelp());
-  const auto options = std::make_shared<Options>();
+  const auto options = std::make_shared<MacroOptions>();
   const CLI::Range slots(size_t{0}, kSlots - 1);
 
   CLI::App* command = macro->add_subcommand("show", "read the device's macros, or one slot");

@@ -16,7 +16,7 @@
 namespace perictl {
 namespace {
 
-struct Options {
+struct UpgradeOptions {
   std::string file;
   std::string log;
   uint32_t timeout_ms = 10'000;
@@ -80,7 +80,7 @@ void AddImage(Report& report, const UpgradeImage& image) {
   AddText(report, "boot_output", "boot-mode output", header.boot_output);
 }
 
-void Inspect(Context& context, const Options& options) {
+void Inspect(Context& context, const UpgradeOptions& options) {
   Report& report = context.report;
   const UpgradeFile file = ReadUpgradeFile(options.file);
   report.Section("", "Upgrade file:");
@@ -118,7 +118,7 @@ class LogFile {
   std::ofstream file_;
 };
 
-void Upgrade(Context& context, const Options& options) {
+void Upgrade(Context& context, const UpgradeOptions& options) {
   const UpgradeFile file = ReadUpgradeFile(options.file);
   RequireSound(file, options.file);
   Report& report = context.report;
@@ -130,7 +130,7 @@ void Upgrade(Context& context, const Options& options) {
   });
 }
 
-void Run(Context& context, const Options& options) {
+void Run(Context& context, const UpgradeOptions& options) {
   context.report.BeginEvents();
   std::error_code no_such_file;
   if (std::filesystem::equivalent(options.file, options.log, no_such_file)) {
@@ -157,7 +157,7 @@ void AddUpgradeCommand(CLI::App& app, Context& context) {
       app.add_subcommand("upgrade", "show what an upgrade file holds, or upgrade a device with it");
   upgrade->require_subcommand(1);
   upgrade->fallthrough();
-  const auto options = std::make_shared<Options>();
+  const auto options = std::make_shared<UpgradeOptions>();
 
   CLI::App* const inspect =
       upgrade->add_subcommand("inspect", "show a file's images, and whether they are sound");

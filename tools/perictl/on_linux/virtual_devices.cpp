@@ -13,6 +13,7 @@
 #include "sim/device_guard.h"
 #include "sim/keyboard.h"
 #include "sim/mouse.h"
+#include "sim/report.h"
 #include "sim/upgrade_file.h"
 #include "sim/virtual_firmware.h"
 
@@ -21,8 +22,6 @@ namespace {
 
 namespace platform = perilink::platform;
 namespace sim = perilink::sim;
-
-constexpr uint8_t kWriteMemory = 0x07;
 
 void RefusePacket(sim::Exchange& exchange) {
   exchange.replies.resize(1);
@@ -55,11 +54,13 @@ constexpr Fault kFaults[] = {
     {"vanishing", [](sim::Device& device) { device.faults().UnplugAfter(sim::At(3)); }},
     // Writes to its configuration are stored without a word, or acknowledged and not stored.
     {"write-silent",
-     [](sim::Device& device) { device.faults().Drop(sim::Always().For(kWriteMemory)); }},
+     [](sim::Device& device) {
+       device.faults().Drop(sim::Always().For(sim::command::kWriteMemory));
+     }},
     {"write-lost",
      [](sim::Device& device) {
        device.faults().OnRequest([](sim::Exchange& exchange) { exchange.flash_bytes = 0; },
-                                 sim::Always().For(kWriteMemory));
+                                 sim::Always().For(sim::command::kWriteMemory));
      }},
     // Its power fails in the middle of the third of them.
     {"write-torn",
