@@ -25,60 +25,45 @@ Paths TakeNarrow(char** list, uint32_t count) {
   return paths;
 }
 
-Paths All() {
-  Paths paths;
-  UsbFinder_EnumHidDeviceList(paths);
-  return paths;
-}
-
-// The same question, asked in the three families.
-struct Question {
-  const char* name;
-  std::function<void(Paths&)> wide;
-  std::function<char**(uint32_t*)> narrow;
-  std::function<SAFEARRAY*()> managed;
-  std::function<bool(const std::wstring&)> wanted;
-};
-
-bool Holds(const std::wstring& path, const wchar_t* part) {
-  return path.find(part) != std::wstring::npos;
-}
-
-std::vector<Question> Questions() {
-  return {
+// Each search in the three families, with a part of the paths that it finds.
+TEST(Discovery, FamiliesAgreeOnWhatIsPresent) {
+  const struct {
+    const char* name;
+    std::function<void(Paths&)> wide;
+    std::function<char**(uint32_t*)> narrow;
+    std::function<SAFEARRAY*()> managed;
+    const wchar_t* part;
+  } searches[] = {
       {"all", UsbFinder_EnumHidDeviceList, UsbFinderC_EnumHidDeviceList,
-       CS_UsbFinder_EnumHidDeviceList, [](const std::wstring&) { return true; }},
+       CS_UsbFinder_EnumHidDeviceList, L""},
       {"vendor and product",
        [](Paths& paths) { UsbFinder_FindHidDevices(L"845E", L"0001", paths); },
        [](uint32_t* count) { return UsbFinderC_FindHidDevices("845E", "0001", count); },
-       [] { return CS_UsbFinder_FindHidDevices("845E", "0001"); },
-       [](const std::wstring& path) { return Holds(path, L"vid_845e&pid_0001"); }},
+       [] { return CS_UsbFinder_FindHidDevices("845E", "0001"); }, L"vid_845e&pid_0001"},
       {"key", [](Paths& paths) { UsbFinder_FindHidDevicesByKey(L"PID_0002", paths); },
        [](uint32_t* count) { return UsbFinderC_FindHidDevicesByKey("PID_0002", count); },
-       [] { return CS_UsbFinder_FindHidDevicesByKey("PID_0002"); },
-       [](const std::wstring& path) { return Holds(path, L"pid_0002"); }},
+       [] { return CS_UsbFinder_FindHidDevicesByKey("PID_0002"); }, L"pid_0002"},
       {"interface and collection",
        [](Paths& paths) { UsbFinder_FindHidDevicesByDeviceId(L"845e", L"", 1, 5, paths); },
        [](uint32_t* count) { return UsbFinderC_FindHidDevicesByDeviceId("845e", "", 1, 5, count); },
-       [] { return CS_UsbFinder_FindHidDevicesByDeviceId("845e", "", 1, 5); },
-       [](const std::wstring& path) { return Holds(path, L"mi_01&col05"); }},
+       [] { return CS_UsbFinder_FindHidDevicesByDeviceId("845e", "", 1, 5); }, L"mi_01&col05"},
   };
-}
-
-TEST(Discovery, FamiliesAgreeOnWhatIsPresent) {
-  const Paths all = All();
+  Paths all;
+  UsbFinder_EnumHidDeviceList(all);
   ASSERT_GE(all.size(), 2u);
-  for (const Question& question : Questions()) {
-    SCOPED_TRACE(question.name);
+  for (const auto& search : searches) {
+    SCOPED_TRACE(search.name);
     Paths expected;
-    std::copy_if(all.begin(), all.end(), std::back_inserter(expected), question.wanted);
+    std::ranges::copy_if(all, std::back_inserter(expected), [&](const std::wstring& path) {
+      return path.find(search.part) != std::wstring::npos;
+    });
     Paths wide = {L"replaced"};
-    question.wide(wide);
+    search.wide(wide);
     EXPECT_EQ(wide, expected);
     uint32_t count = 77;
-    char** narrow = question.narrow(&count);
+    char** narrow = search.narrow(&count);
     EXPECT_EQ(TakeNarrow(narrow, count), expected);
-    EXPECT_EQ(testing::TakeTexts(question.managed()), expected);
+    EXPECT_EQ(testing::TakeTexts(search.managed()), expected);
   }
 }
 
