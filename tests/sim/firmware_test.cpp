@@ -26,7 +26,7 @@ TEST(Firmware, FlashIsWrittenAndReadWithinItsMemory) {
   RawHost host(mouse.CommandPath());
   const Frame write = MakeFrame(command::kWriteMemory, 0x82, Bytes{0x03, 0x52}, 0x0004);
   ASSERT_EQ(host.Exchange(write), 1u);
-  EXPECT_EQ(host.arrived[0].report, Bytes(write.begin(), write.end()));
+  EXPECT_EQ(host.arrived[0], Bytes(write.begin(), write.end()));
   const Bytes read = host.Ask(command::kReadMemory, 3, {}, 0x0004);
   EXPECT_EQ(Bytes(read.begin() + 3, read.begin() + 9),
             (Bytes{0x00, 0x04, 3, 0x03, 0x52, mouse.flash()[6]}));
@@ -57,7 +57,7 @@ TEST(Firmware, AsleepOnlyTheReceiverAnswers) {
   mouse.SetAsleep(false);
   mouse.SendEvent(0x85);
   ASSERT_EQ(host.arrived.size(), 1u);
-  EXPECT_EQ(host.arrived[0].report[6], 0x85);
+  EXPECT_EQ(host.arrived[0][6], 0x85);
 }
 
 TEST(Device, UnpluggingLosesRepliesUnderWayAndReplugComesAfterTheDelay) {

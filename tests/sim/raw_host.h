@@ -14,11 +14,6 @@
 
 namespace perilink::sim {
 
-struct Arrived {
-  uint64_t at_micros;
-  Bytes report;
-};
-
 class RawHost : public platform::HidInputSink {
  public:
   explicit RawHost(const std::wstring& path) {
@@ -31,7 +26,7 @@ class RawHost : public platform::HidInputSink {
   }
 
   void OnInputReport(std::span<const uint8_t> report) override {
-    arrived.push_back({platform::NowMicros(), Bytes(report.begin(), report.end())});
+    arrived.emplace_back(report.begin(), report.end());
   }
   void OnRemoved() override { removed = true; }
 
@@ -50,12 +45,12 @@ class RawHost : public platform::HidInputSink {
   // The one reply to a request; empty when there was none, or more than one.
   Bytes Ask(uint8_t command, uint8_t length_byte = 0, Bytes payload = {}, uint16_t address = 0) {
     if (Exchange(MakeFrame(command, length_byte, payload, address)) != 1) return {};
-    return arrived[0].report;
+    return arrived[0];
   }
 
   DWORD open_error = 0;
   bool removed = false;
-  std::vector<Arrived> arrived;
+  std::vector<Bytes> arrived;
 
  private:
   std::unique_ptr<platform::HidConnection> connection_;

@@ -5,35 +5,18 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 
 #include "perilink_platform/world.h"
 
-namespace {
-
-class SeedPrinter : public testing::EmptyTestEventListener {
- public:
-  explicit SeedPrinter(uint64_t seed) : seed_(seed) {}
-  void OnTestEnd(const testing::TestInfo& test) override {
-    if (test.result()->Failed()) {
-      std::printf("Repeat with PERILINK_SEED=%llu\n", static_cast<unsigned long long>(seed_));
-    }
-  }
-
- private:
-  const uint64_t seed_;
-};
-
-}  // namespace
-
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
   const char* text = std::getenv("PERILINK_SEED");
   const uint64_t seed = text != nullptr ? std::strtoull(text, nullptr, 10) : 1;
-  testing::UnitTest::GetInstance()->listeners().Append(new SeedPrinter(seed));
+  const testing::ScopedTrace repeat(__FILE__, __LINE__,
+                                    "Repeat with PERILINK_SEED=" + std::to_string(seed));
   perilink::platform::StartVirtual(seed);
   const std::filesystem::path folder =
       std::filesystem::temp_directory_path() / ("perilink-test-" + std::to_string(getpid()));
