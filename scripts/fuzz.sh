@@ -29,9 +29,10 @@ run() {
   mkdir -p "$crashes"
   [[ ${longest[$target]-} ]] && options+=("-max_len=${longest[$target]}")
   [[ -e $build/seeds/$target.dict ]] && options+=("-dict=$build/seeds/$target.dict")
-  TMPDIR=$scratch "$build/bin/fuzz_$target" -print_final_stats=1 -len_control=0 \
-    -timeout=20 -rss_limit_mb=4096 \
-    "-artifact_prefix=$crashes/" "${options[@]}" "$@" "$build/seeds/$target" >"$log" 2>&1 ||
+  mkdir -p "$scratch/$target"
+  (cd "$scratch/$target" && PERILINK_FUZZ_FOLDER=registry "${fixed[@]}" \
+    "$build/bin/fuzz_$target" -print_final_stats=1 -len_control=0 -timeout=20 -rss_limit_mb=4096 \
+    "-artifact_prefix=$crashes/" "${options[@]}" "$@" "$build/seeds/$target") >"$log" 2>&1 ||
     status=$?
   report "$target" "$log" "$status"
   return "$status"
@@ -52,7 +53,7 @@ report() {
 }
 
 main() {
-  local seconds=60 brief=no target running=0 failed=0
+  local seconds=60 brief=no target running=0 failed=0 fixed=()
   if [[ ${1-} == --brief ]]; then
     brief=yes
     shift
@@ -70,13 +71,15 @@ main() {
   # In memory where that can be had: a target's registry is a file that it writes all the time.
   scratch=$(mktemp -d -p "$([[ -w /dev/shm ]] && echo /dev/shm || echo "${TMPDIR:-/tmp}")")
   trap 'rm -rf "$scratch"' EXIT
+  # Addresses steer a fuzzer as well.
+  setarch "$(uname -m)" -R true 2>/dev/null && fixed=(setarch "$(uname -m)" -R)
   for target in "${targets[@]}"; do
     if ((running >= jobs)); then
       wait -n || failed=1
       ((running -= 1))
     fi
     if [[ $brief == yes ]]; then
-      run "$target" -seed=1 "-runs=${brief_runs[$target]}" "$(mktemp -d -p "$scratch")" &
+      run "$target" -seed=1 -reload=0 "-runs=${brief_runs[$target]}" "$(mktemp -d -p "$scratch")" &
     else
       mkdir -p "$build/corpus/$target"
       run "$target" "-max_total_time=$seconds" "$build/corpus/$target" &
