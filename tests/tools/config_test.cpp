@@ -97,6 +97,7 @@ TEST(ConfigJsonTest, RefusesInALineOfPrintableText) {
             "dpi_levels[0].\\x1b[2J\\x0a\\xc2\\x85: there is no such field");
   const std::string deep = std::string(200'000, '[') + std::string(200'000, ']');
   EXPECT_THROW(ConfigFromText("{\"report_rate\": " + deep + "}"), ConfigError);
+  EXPECT_THROW(ConfigValueFromText(deep), ConfigError);
 }
 
 TEST(ConfigJsonTest, SingleFields) {

@@ -47,6 +47,10 @@ ProtocolData ConfigFromText(std::string_view text);
 Json GetConfigField(const ProtocolData& record, std::string_view path);
 void SetConfigField(ProtocolData& record, std::string_view path, const Json& value);
 
+// A value as people type it: JSON or, when it is none, a text, so that names need no quotes. Throws
+// ConfigError as ConfigFromText does.
+Json ConfigValueFromText(const std::string& text);
+
 // Several at once, for fields that go together: only the result has to be a configuration. The
 // record is untouched when it is none.
 struct ConfigAssignment {

@@ -152,7 +152,7 @@ void RecordFromJson(const std::vector<Member>& members, const Json& value, const
 constexpr int kMostDepth = 100;
 
 // Parses with an eye on keys that stand twice, of which a plain parser silently drops one.
-Json ParseDocument(std::string_view text) {
+Json Parse(std::string_view text) {
   std::vector<std::set<std::string>> open;
   const auto watch = [&](int depth, Json::parse_event_t event, Json& parsed) {
     if (depth > kMostDepth) throw ConfigError("not a configuration: lists stand in lists");
@@ -164,8 +164,12 @@ Json ParseDocument(std::string_view text) {
     }
     return true;
   };
+  return Json::parse(text, watch);
+}
+
+Json ParseDocument(std::string_view text) {
   try {
-    return Json::parse(text, watch);
+    return Parse(text);
   } catch (const Json::parse_error& error) {
     const std::string_view what = error.what();
     throw ConfigError("not JSON: " + EscapeText(what.substr(what.find("] ") + 2)));
@@ -226,6 +230,14 @@ ProtocolData ConfigFromJson(const Json& document) {
 
 ProtocolData ConfigFromText(std::string_view text) {
   return ConfigFromJson(ParseDocument(text));
+}
+
+Json ConfigValueFromText(const std::string& text) {
+  try {
+    return Parse(text);
+  } catch (const Json::parse_error&) {
+    return text;
+  }
 }
 
 Json GetConfigField(const ProtocolData& record, std::string_view path) {

@@ -47,10 +47,7 @@ ConfigAssignment ParseAssignment(const std::string& text) {
   if (equals == std::string::npos) {
     throw Failure(ExitCode::kUsage, "'" + text + "' is not FIELD=VALUE, as in report_rate=4");
   }
-  const std::string value = text.substr(equals + 1);
-  Json parsed = Json::parse(value, nullptr, false);
-  // What is no JSON is a text, so that names need no quotes within quotes.
-  return {text.substr(0, equals), parsed.is_discarded() ? Json(value) : std::move(parsed)};
+  return {text.substr(0, equals), perilink::tools::ConfigValueFromText(text.substr(equals + 1))};
 }
 
 void Set(Context& context, const std::vector<std::string>& texts) {
