@@ -82,6 +82,7 @@ TEST_F(ConfigCommand, BadInputIsRefusedAndNothingWritten) {
       {"config set hue=1", 2, "hue: there is no such field"},
       {"config set setting4=1 setting3=-1", 2, "setting3: -1 is out of range"},
       {"config set 'dpi_levels[8].color=[1,2,3]'", 2, "there is no such field"},
+      {"config set 'macros[3].name=Hey'", 2, "macros[3].name: a device keeps no more"},
       {"config get 'report_rate[0]'", 2, "there is no such field"},
       {"macro set 0 --events 'press:1:0400 release:1:0400'", 2, "needs a name"},
       {"macro set 0 --name x --events press:1:0400", 2, "1 events, 2 to 70"},

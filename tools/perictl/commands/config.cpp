@@ -50,6 +50,17 @@ ConfigAssignment ParseAssignment(const std::string& text) {
   return {text.substr(0, equals), perilink::tools::ConfigValueFromText(text.substr(equals + 1))};
 }
 
+// A name or an event beyond its length or count would be dropped without a word.
+void RequireKept(const ProtocolData& record, const std::string& path, const Extent& extent) {
+  const ProtocolData kept = perilink::tools::Canonical(record);
+  const auto* const bytes = reinterpret_cast<const uint8_t*>(&record) + extent.offset;
+  if (!std::equal(bytes, bytes + extent.size,
+                  reinterpret_cast<const uint8_t*>(&kept) + extent.offset)) {
+    throw perilink::tools::ConfigError(
+        path + ": a device keeps no more of it than the length or count beside it says: set both");
+  }
+}
+
 void Set(Context& context, const std::vector<std::string>& texts) {
   std::vector<ConfigAssignment> assignments;
   std::vector<Extent> extents;
@@ -65,6 +76,8 @@ void Set(Context& context, const std::vector<std::string>& texts) {
   ProtocolData record = before.record;
   WithCode(ExitCode::kUsage, "", [&] {
     SetConfigFields(record, assignments);
+    for (size_t i = 0; i < extents.size(); ++i)
+      RequireKept(record, assignments[i].path, extents[i]);
     perilink::tools::RequireHoldable(record);
   });
   const ConfigUpdate update = PlanUpdate(before, record, [&](const ConfigPart& part) {
