@@ -101,7 +101,7 @@ TEST(ExchangeFrame, TriesAndReplies) {
   ExpectExchange("nothing but stray reports",
                  Sending({{1, kOtherCommand, 5}, {2, WrongChecksum(), 5}, {3, kOtherCommand, 5}}),
                  {false, {0, 5, 10}, 15});
-  ExpectExchange("a stray report, then silence", Sending({{1, kOtherCommand, 10}}),
+  ExpectExchange("a stray report, then silence", Sending({{1, Closed({0x08, 0x13}), 10}}),
                  {false, {0, 10, 110}, 210});
   // A report of zeros has the wrong checksum.
   ExpectExchange("zeros", Sending({{1, Report(17), 0}, {2, kRight, 0}}), {true, {0, 0}, 0});
