@@ -105,7 +105,7 @@ TEST(World, TheSeedDecidesTheOrder) {
   EXPECT_NE(first, InterleavingOf(2));
 }
 
-using WorldDeathTest = testing::Test;
+using WorldDeathTest = ::testing::Test;
 
 TEST(WorldDeathTest, StopsWhenNothingCanWake) {
   // Threads don't survive the fork of a death test: the one that waits must be made in it.
