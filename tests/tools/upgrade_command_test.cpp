@@ -165,7 +165,9 @@ TEST_F(UpgradeCommand, TakesWhatMakeUpgradeMakes) {
   const PerictlRun made = Run("--payload DIR/payload -o DIR/file" + keys, MAKE_UPGRADE);
   EXPECT_EQ(made.exit_code, 0) << made.err;
   made.ExpectTells("/file: 9192 bytes\n");
-  EXPECT_EQ(Run("upgrade inspect --json DIR/file").Document()["main"]["packets"], 33);
+  const Json inspected = Run("upgrade inspect --json DIR/file").Document()["main"];
+  EXPECT_EQ(inspected["packets"], 33);
+  EXPECT_EQ(inspected["start_address"], 0x00010000);
   Run({"upgrade run DIR/file", 0, "has succeeded"});
 
   const std::pair<std::string, const char*> refused[] = {
