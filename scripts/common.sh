@@ -6,11 +6,12 @@ logs=$root/build/logs
 jobs=$(nproc)
 
 # What building and running perictl needs.
-run_packages=(cmake ninja-build g++ libcli11-dev nlohmann-json3-dev libgtest-dev libbenchmark-dev)
+run_packages=(cmake ninja-build g++ python3 libcli11-dev nlohmann-json3-dev libgtest-dev
+  libbenchmark-dev)
 # What fuzzing needs beyond it.
 fuzz_packages=(clang-14 libclang-rt-14-dev)
 # What the tests need beyond it.
-test_packages=(git "${fuzz_packages[@]}" clang-format-14 shellcheck binutils googletest pkgconf python3
+test_packages=(git "${fuzz_packages[@]}" clang-format-14 shellcheck binutils googletest pkgconf
   g++-mingw-w64-x86-64-posix wine64)
 # What measuring the coverage needs beyond the first.
 coverage_packages=(gcovr)
