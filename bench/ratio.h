@@ -7,49 +7,40 @@
 
 #include <algorithm>
 #include <chrono>
-#include <limits>
+#include <cstddef>
 #include <string>
-#include <utility>
+#include <vector>
 
 #include "figure.h"
 
 namespace perilink::bench {
 
-// The fastest batch so far: what else the machine does only makes others slower.
+// The nanoseconds of one call, over a batch.
 template <typename Work>
-class Fastest {
- public:
-  explicit Fastest(Work work) : work_(std::move(work)) {}
+double TimeBatch(Work& work, int calls) {
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < calls; ++i)
+    work();
+  const std::chrono::duration<double, std::nano> time = std::chrono::steady_clock::now() - start;
+  return time.count() / calls;
+}
 
-  void TimeBatch() {
-    const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < kCalls; ++i)
-      work_();
-    const std::chrono::duration<double, std::nano> time = std::chrono::steady_clock::now() - start;
-    nanoseconds_ = std::min(nanoseconds_, time.count() / kCalls);
-  }
-
-  // Of one call.
-  double nanoseconds() const { return nanoseconds_; }
-
- private:
-  static constexpr int kCalls = 100;
-  Work work_;
-  double nanoseconds_ = std::numeric_limits<double>::max();
-};
-
-// Batches of both take turns, so that a change of the processor's speed meets both.
+// The median of many pairs, each a batch of both one right after the other and about as long, so
+// that a change of the processor's speed meets both.
 template <typename Work, typename Yardstick>
 void ReportRatio(benchmark::State& state, const std::string& what, double limit, Work work,
                  Yardstick yardstick) {
-  Fastest fastest_work(work);
-  Fastest fastest_yardstick(yardstick);
+  constexpr int kCalls = 50;
+  const int yardstick_calls = std::max(
+      1, static_cast<int>(kCalls * TimeBatch(work, kCalls) / TimeBatch(yardstick, kCalls)));
+  std::vector<double> ratios;
   for (auto _ : state) {
-    fastest_yardstick.TimeBatch();
-    fastest_work.TimeBatch();
+    const double yardstick_time = TimeBatch(yardstick, yardstick_calls);
+    ratios.push_back(TimeBatch(work, kCalls) / yardstick_time);
   }
-  ReportFigure(state,
-               {what, "×", fastest_work.nanoseconds() / fastest_yardstick.nanoseconds(), limit});
+  const auto median = ratios.begin() + static_cast<std::ptrdiff_t>(ratios.size() / 2);
+  std::nth_element(ratios.begin(), median, ratios.end());
+  ReportFigure(state, {what, "×", *median, limit});
 }
 
 }  // namespace perilink::bench

@@ -2,6 +2,8 @@
 // any length.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -59,15 +61,16 @@ void BM_QueueEntry(benchmark::State& state) {
   server.LockQueues().commands.Clear();
   for (int64_t i = 0; i < state.range(0); ++i)
     UsbServer_ReadOnLine();
-  bench::Fastest queue_one([&server] {
+  const auto queue_one = [&server] {
     UsbServer_ReadOnLine();
     server.LockQueues().commands.PopHead();
-  });
+  };
+  double fastest_ns = std::numeric_limits<double>::max();
   for (auto _ : state)
-    queue_one.TimeBatch();
+    fastest_ns = std::min(fastest_ns, bench::TimeBatch(queue_one, 100));
   bench::ReportFigure(state, {state.range(0) == 1 ? "queueing a command behind one other"
                                                   : "queueing a command behind a million others",
-                              "ns", queue_one.nanoseconds()});
+                              "ns", fastest_ns});
 }
 BENCHMARK(BM_QueueEntry)->Arg(1)->Arg(1'000'000)->Iterations(10'000);
 

@@ -116,14 +116,18 @@ void DecodeMacro(MacroSlotView slot, MacroKey& macro) {
   macro.count = count;
   const auto decode = [&](size_t i) {
     const uint8_t* source = slot.data() + PERILINK_MACRO_EVENTS_OFFSET + kMacroEventSize * i;
-    DecodeEvent(source, static_cast<uint32_t>(source[3] << 8 | source[4]), macro.events[i]);
+    DecodeEvent(source, static_cast<uint16_t>(source[3] << 8 | source[4]), macro.events[i]);
   };
-  // In pairs: the events are most of a configuration, and the loop itself most of an event.
-  for (size_t i = 0; i + 1 < count; i += 2) {
+  // In fours: the events are most of a configuration, and the loop itself most of an event.
+  size_t i = 0;
+  for (; i + 3 < count; i += 4) {
     decode(i);
     decode(i + 1);
+    decode(i + 2);
+    decode(i + 3);
   }
-  if (count % 2 != 0) decode(count - 1u);
+  for (; i < count; ++i)
+    decode(i);
 }
 
 }  // namespace perilink
