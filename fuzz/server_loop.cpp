@@ -205,7 +205,9 @@ void Session::Drain() {
   device_.Unplug();
   device_.Plug();
   ServerState::Instance().RequestReopen();
-  for (int pass = 0; pass < 20'000; ++pass) {
+  // A frame is sent and answered in a few passes; a full read that goes on queues some more.
+  const size_t queued = ServerState::Instance().LockQueues().commands.Size();
+  for (size_t left = 20'000 + 4 * queued; left > 0; --left) {
     Pass(1);
     if (ServerState::Instance().NothingQueued()) return;
   }
