@@ -64,6 +64,11 @@ QueueView LookAtQueue() {
   return {queues.commands.Size(), queues.commands.Head()};
 }
 
+bool SameHead(const QueueView& before, const QueueView& after) {
+  return before.size == after.size &&
+         std::memcmp(&before.head, &after.head, sizeof(before.head)) == 0;
+}
+
 class Session {
  public:
   Session(Input& input, bool with_callback) : input_(input), with_callback_(with_callback) {}
@@ -91,6 +96,8 @@ class Session {
   void RequireEvent(const CommandFrame& report, const std::vector<Call>& calls) const;
   void RequireTaken(const CommandFrame& report, const QueueView& before, const QueueView& after,
                     const std::vector<Call>& calls);
+  void RequireAskedAgain(const QueueView& before, const QueueView& after,
+                         const std::vector<Call>& calls);
   void RequireAnswer(CommandFrame request, const std::vector<Call>& calls) const;
   void RequireImage(const std::vector<Call>& calls);
 
@@ -98,6 +105,8 @@ class Session {
   const bool with_callback_;
   Dispatcher dispatcher_{ServerState::Instance()};
   bool awaiting_reply_ = false;
+  AddressEcho echo_;
+  bool unproven_ = false;             // an answer among the chunks may be another read's
   std::vector<CommandFrame> chunks_;  // of an answer that is not complete
   std::vector<uint8_t> image_;        // the last that a callback got
   sim::FlashImage flash_ = sim::FlashImage::Default();
@@ -109,14 +118,24 @@ void Session::Deliver(CommandFrame report) {
   report.checksum = FrameChecksum(report);
   const QueueView before = LookAtQueue();
   const bool awaited = awaiting_reply_;
-  dispatcher_.DispatchReport(report, awaiting_reply_);
+  const Meaning meaning = dispatcher_.DispatchReport(*ValidFrame::Check(FrameBytes(report)));
+  if (meaning == Meaning::kAnswer) awaiting_reply_ = false;
   const QueueView after = LookAtQueue();
   const std::vector<Call> calls = TakeCalls();
 
   const bool is_event = report.command == kCommandEvent;
   const QueueEntry& head = before.head;
-  const bool answers =
+  bool answers =
       !is_event && before.size > 0 && head.pending != 1 && head.frame.command == report.command;
+  if (answers && report.command == kCommandReadMemory) {
+    const AddressMatch match = echo_.Judge(FrameAddress(head.frame), FrameAddress(report));
+    if (echo_.known() && unproven_) return RequireAskedAgain(before, after, calls);
+    if (match == AddressMatch::kForeign) {
+      return Require(SameHead(before, after) && awaiting_reply_ == awaited && calls.empty(),
+                     "another read's answer leaves the queue alone");
+    }
+    unproven_ = unproven_ || match == AddressMatch::kUnproven;
+  }
   const bool is_echo = report.command != kCommandWriteMemory || SameFrame(report, head.frame);
   if (answers && is_echo) return RequireTaken(report, before, after, calls);
 
@@ -130,6 +149,17 @@ void Session::Deliver(CommandFrame report) {
   } else {
     Require(calls.empty(), "what is no answer is not reported");
   }
+}
+
+// The device has shown that it echoes addresses, after an answer of this request named another.
+void Session::RequireAskedAgain(const QueueView& before, const QueueView& after,
+                                const std::vector<Call>& calls) {
+  const size_t again = std::min(chunks_.size(), kReplyFrameLimit);
+  Require(after.size == before.size + again && after.head.pending == 1 && !awaiting_reply_ &&
+              calls.empty(),
+          "a request with a doubtful answer is asked again");
+  chunks_.clear();
+  unproven_ = false;
 }
 
 bool IsLevelReport(const Call& call) {
@@ -174,6 +204,7 @@ void Session::RequireTaken(const CommandFrame& report, const QueueView& before,
     RequireAnswer(request, calls);
   }
   chunks_.clear();
+  unproven_ = false;
   Require(ServerState::Instance().LockQueues().replies.Empty(), "no part of an answer is left");
 }
 
@@ -283,6 +314,7 @@ void Session::Drop() {
   queues.replies.Clear();
   queues.commands.Clear();
   chunks_.clear();
+  unproven_ = false;
   awaiting_reply_ = false;
 }
 
@@ -336,8 +368,7 @@ void Session::ReadWhole() {
 
 void Session::PassTime() {
   Sleep(input_.Byte());
-  BatteryOptimizer& optimizer = BatteryOptimizer::Instance();
-  if (optimizer.SmoothingActive()) optimizer.SmoothingStep(ServerState::Instance().Callback());
+  BatteryOptimizer::Instance().Drive(ServerState::Instance().Callback());
   const std::vector<Call> calls = TakeCalls();
   Require(calls.size() <= (with_callback_ ? 1u : 0u), "a smoothing step reports at most once");
   for (const Call& call : calls)
@@ -359,7 +390,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   StartAfresh(with_callback);
   g_battery = {};
   PolledDevice().ClearWrites();
-  perilink::BatteryOptimizer::Instance().SetDevicePath(PolledDevice().Path());
+  perilink::BatteryOptimizer::Instance().Connect(PolledDevice().Path());
   Session(input, with_callback).Run();
   return 0;
 }

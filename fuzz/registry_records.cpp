@@ -89,13 +89,13 @@ void CheckSmoothing() {
   device.ClearWrites();
   BatteryOptimizer optimizer;
   optimizer.SetParam(0, 1, 1);
-  optimizer.SetDevicePath(device.Path());
-  optimizer.PollStep();
-  Require(optimizer.SmoothingActive(), "a poll that is answered starts the smoothing");
-  for (int step = 0; step < 3; ++step) {
+  optimizer.Connect(device.Path());
+  g_shown = 255;
+  for (int step = 0; step < 4; ++step) {
     Sleep(2);
-    optimizer.SmoothingStep(&OnLevel);
+    optimizer.Drive(&OnLevel);
   }
+  Require(g_shown != 255, "a poll that is answered starts the smoothing");
   optimizer.EndConnection();
   Require(ReadSavedRecord(kDevice).level == g_shown, "the level that was shown is saved");
 }

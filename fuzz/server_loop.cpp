@@ -8,12 +8,12 @@
 #include <cstring>
 #include <vector>
 
+#include "commands/layer_keys.h"
 #include "perilink/battery.h"
 #include "perilink/finder.h"
 #include "perilink/server.h"
 #include "perilink_platform/hid_bus.h"
 #include "perilink_platform/world.h"
-#include "server/layer_keys.h"
 #include "sim/scripted_device.h"
 #include "support/device.h"
 #include "support/host.h"
@@ -219,8 +219,6 @@ void Session::Drain() {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   perilink::fuzz::EnterWorld();
-  // The loop spins for 8 ms before it writes. Nobody looks at the pauses here.
-  perilink::platform::SetClockReadCost(500);
   return 0;
 }
 

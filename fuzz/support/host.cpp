@@ -9,7 +9,6 @@
 #include "perilink/protocol_data.h"
 #include "perilink/server.h"
 #include "protocol/stored.h"
-#include "server/flash_read.h"
 #include "server/state.h"
 #include "support/records.h"
 #include "support/require.h"
@@ -52,12 +51,6 @@ void TakeEntry(Input& input) {
   UsbServer_WriteCommand(&entry);
 }
 
-// The queue is emptied, and so are the chunks of half an answer.
-void ForgetImage() {
-  ContinueFlashRead(1, std::array<uint8_t, kReplyDataSize>{});
-  ServerState::Instance().LockQueues().commands.Clear();
-}
-
 }  // namespace
 
 void TakeHostStep(HostStep step, Input& input) {
@@ -98,7 +91,6 @@ void StartAfresh(bool with_callback) {
   ServerState& state = ServerState::Instance();
   state.RequestStart({}, with_callback ? &OnReport : nullptr);
   state.TakeReopenRequest();
-  ForgetImage();
 
   BatteryOptimizer& optimizer = BatteryOptimizer::Instance();
   std::destroy_at(&optimizer);

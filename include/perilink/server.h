@@ -25,12 +25,14 @@
  * one before has been answered. An answer may take 100 ms (5000 ms to a reset of the settings);
  * then the frame is written again. When five frames in a row have been written and nothing valid
  * has come from the device in between, everything queued is dropped. A memory write counts as
- * answered only when the device echoes it exactly.
+ * answered only when the device echoes it exactly. A memory read is answered by its command, and by
+ * its address once the device has shown that its answers name theirs: a late answer, or the answer
+ * to another program's read, is then no answer.
  *
- * All functions may be called from any thread, the callback's included. A call may wait for up to
- * 8 ms and one write to the device while the server writes. Nothing is thrown; when memory runs out
- * nothing is queued. Records and data behind pointers are copied before a function returns; the
- * pointers must be valid.
+ * All functions may be called from any thread, the callback's included. A call may wait for one
+ * write to the device. Nothing is thrown. When memory runs out, or PERILINK_QUEUE_LIMIT frames are
+ * queued already, a call queues nothing; nobody is told. Records and data behind pointers are
+ * copied before a function returns; the pointers must be valid.
  *
  * Paths of the wide family are UTF-16 (wide) strings, those of the narrow (UsbServerC_) and managed
  * (CS_) families NUL-terminated strings in the system's ANSI code page; null counts as empty. Where
@@ -43,6 +45,8 @@
 #include "perilink/records.h"
 
 PERILINK_BEGIN_DECLS
+
+enum { PERILINK_QUEUE_LIMIT = 65536 };
 
 /* ---- Start and end ----------------------------------------------------------------------- */
 
@@ -78,13 +82,15 @@ PERILINK_API void CS_UsbServer_KeyboardStart(const char* path, const char* unuse
 PERILINK_API void UsbServer_Exit(void);
 PERILINK_API void CS_UsbServer_Exit(void);
 
-/* Runs the server on the calling thread instead, until UsbServer_Exit. A start export creates a
- * thread of its own beside it, which is not what a host wants: such a host starts nothing. */
+/* Runs the server on the calling thread, until UsbServer_Exit. One thread at a time runs it: while
+ * another one does, the server's own included, the call only waits for the end of that run. */
 PERILINK_API void UsbReaderWriterServer(void);
 PERILINK_API void CS_UsbServer_Thread(void);
 
-/* How long a pass of the server sleeps while nothing is queued, in milliseconds: 100 at load. The
- * presence of the device is checked once per such pass. 0 yields without sleeping. */
+/* How long a pass of the server sleeps while nothing is queued, in milliseconds: 100 at load. What
+ * is queued meanwhile is written when the sleep ends. 0 yields without sleeping. Whether the device
+ * is still present is looked at between the sleeps, at most once a second unless a read, a write or
+ * an answer has failed. */
 PERILINK_API void CS_UsbServer_SetThreadSleepTime(uint32_t milliseconds);
 
 /* The paths that the last start export stored; empty before the first. */

@@ -18,7 +18,7 @@ constexpr int64_t kVirtualCalendarStart = 1'736'240'585;
 std::atomic<int64_t> calendar_offset_micros{0};
 
 // Of a clock read in virtual time.
-std::atomic<uint64_t> clock_read_micros{3};
+constexpr uint64_t kClockReadMicros = 3;
 
 int64_t CalendarMicros() {
   if (IsVirtual()) return static_cast<int64_t>(NowMicros()) + calendar_offset_micros;
@@ -30,7 +30,7 @@ int64_t CalendarMicros() {
 // A read of a clock by the library, which takes its moment.
 void ReadClock(const char* function) {
   EnterCall(function);
-  Scheduler::Get().Spend(clock_read_micros.load(std::memory_order_relaxed));
+  Scheduler::Get().Spend(kClockReadMicros);
 }
 
 }  // namespace
@@ -52,10 +52,6 @@ void SetCalendarTime(int64_t unix_seconds) {
   calendar_offset_micros = unix_seconds * 1'000'000 - static_cast<int64_t>(NowMicros());
 }
 
-void SetClockReadCost(uint64_t micros) {
-  clock_read_micros.store(micros, std::memory_order_relaxed);
-}
-
 EventId Schedule(uint64_t at_micros, std::function<void()> action) {
   return Scheduler::Get().Schedule(at_micros, std::move(action));
 }
@@ -68,9 +64,9 @@ std::recursive_mutex& DeviceLock() {
   return Scheduler::Get().DeviceLock();
 }
 
-int64_t RuntimeClockMs() {
-  ReadClock("RuntimeClockMs");
-  return static_cast<int64_t>((NowMicros() - Scheduler::Get().StartTime()) / 1000);
+int64_t MonotonicMicros() {
+  ReadClock("MonotonicMicros");
+  return static_cast<int64_t>(NowMicros());
 }
 
 int64_t CalendarTime() {

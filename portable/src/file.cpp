@@ -143,11 +143,9 @@ BOOL GetOverlappedResult(HANDLE handle, LPOVERLAPPED overlapped, LPDWORD bytes, 
     if (wait == FALSE) return Fail(ERROR_IO_INCOMPLETE, FALSE);
     std::shared_ptr<platform::Event> event;
     if (!platform::FindEvent(*overlapped, event)) return Fail(ERROR_INVALID_HANDLE, FALSE);
-    if (event != nullptr) {
-      platform::WaitFor(*event, overlapped->hEvent, INFINITE);
-    } else {
-      platform::WaitFor(*file, handle, INFINITE);
-    }
+    platform::Waitable* const done[] = {
+        event != nullptr ? static_cast<platform::Waitable*>(event.get()) : file.get()};
+    platform::WaitForAny(done, event != nullptr ? overlapped->hEvent : handle, INFINITE);
   }
   const DWORD error = platform::IoResult(*overlapped, *bytes);
   return error == 0 ? TRUE : Fail(error, FALSE);

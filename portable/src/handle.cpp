@@ -1,5 +1,9 @@
 #include "perilink_platform/handle.h"
 
+#include <algorithm>
+#include <array>
+#include <span>
+
 #include "call.h"
 #include "scheduler.h"
 #include "waitable.h"
@@ -14,6 +18,8 @@ using perilink::platform::Scheduler;
 using perilink::platform::Thread;
 using perilink::platform::ThreadObject;
 using perilink::platform::Waitable;
+using perilink::platform::WaitableTimer;
+using perilink::platform::WaitForAny;
 
 namespace perilink::platform {
 namespace {
@@ -24,9 +30,29 @@ uint64_t ToMicros(DWORD milliseconds) {
 
 }  // namespace
 
-bool WaitFor(Waitable& object, HANDLE handle, DWORD milliseconds) {
-  return Scheduler::Get().Wait(object.WaitSignal(), ToMicros(milliseconds),
-                               {object.Kind(), reinterpret_cast<uintptr_t>(handle)});
+size_t WaitForAny(std::span<Waitable* const> objects, HANDLE handle, DWORD milliseconds) {
+  Scheduler& scheduler = Scheduler::Get();
+  std::array<Signal*, MAXIMUM_WAIT_OBJECTS> signals;
+  std::ranges::transform(objects, signals.begin(),
+                         [](Waitable* object) { return &object->WaitSignal(); });
+  const uint64_t timeout = ToMicros(milliseconds);
+  const uint64_t start = scheduler.Now();
+  for (;;) {
+    const uint64_t now = scheduler.Now();
+    uint64_t left = timeout == kForever ? kForever : timeout - std::min(timeout, now - start);
+    for (Waitable* const object : objects) {
+      const uint64_t due_at = object->DueAt();
+      if (due_at <= now) {
+        static_cast<WaitableTimer*>(object)->Ring();
+      } else if (due_at != kForever) {
+        left = std::min(left, due_at - now);
+      }
+    }
+    const size_t taken =
+        scheduler.WaitAny(std::span(signals).first(objects.size()), left,
+                          {objects.front()->Kind(), reinterpret_cast<uintptr_t>(handle)});
+    if (taken != Scheduler::kNone || left == 0 || scheduler.Now() - start >= timeout) return taken;
+  }
 }
 
 }  // namespace perilink::platform
@@ -65,7 +91,49 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
   if (CallMustFail("WaitForSingleObject")) return WAIT_FAILED;
   const auto object = HandleTable::Get().Find<Waitable>(handle);
   if (object == nullptr) return Fail(ERROR_INVALID_HANDLE, WAIT_FAILED);
-  return perilink::platform::WaitFor(*object, handle, milliseconds) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
+  Waitable* const objects[] = {object.get()};
+  return WaitForAny(objects, handle, milliseconds) == 0 ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
+}
+
+DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
+                             DWORD milliseconds) {
+  if (CallMustFail("WaitForMultipleObjects")) return WAIT_FAILED;
+  if (count == 0 || count > MAXIMUM_WAIT_OBJECTS || wait_all)
+    return Fail(ERROR_INVALID_PARAMETER, WAIT_FAILED);
+  std::array<std::shared_ptr<Waitable>, MAXIMUM_WAIT_OBJECTS> held;
+  std::array<Waitable*, MAXIMUM_WAIT_OBJECTS> objects;
+  for (DWORD i = 0; i < count; ++i) {
+    held[i] = HandleTable::Get().Find<Waitable>(handles[i]);
+    if (held[i] == nullptr) return Fail(ERROR_INVALID_HANDLE, WAIT_FAILED);
+    objects[i] = held[i].get();
+  }
+  const size_t taken = WaitForAny(std::span(objects).first(count), handles[0], milliseconds);
+  return taken == Scheduler::kNone ? WAIT_TIMEOUT : WAIT_OBJECT_0 + static_cast<DWORD>(taken);
+}
+
+HANDLE CreateWaitableTimerExW(LPSECURITY_ATTRIBUTES attributes, LPCWSTR name, DWORD flags,
+                              DWORD access) {
+  if (CallMustFail("CreateWaitableTimerExW")) return nullptr;
+  constexpr DWORD kFlags =
+      CREATE_WAITABLE_TIMER_MANUAL_RESET | CREATE_WAITABLE_TIMER_HIGH_RESOLUTION;
+  if (attributes != nullptr || name != nullptr || (flags & ~kFlags) != 0 ||
+      access != TIMER_ALL_ACCESS)
+    return Fail(ERROR_INVALID_PARAMETER, HANDLE{});
+  return HandleTable::Get().Add(
+      std::make_shared<WaitableTimer>((flags & CREATE_WAITABLE_TIMER_MANUAL_RESET) != 0));
+}
+
+BOOL SetWaitableTimer(HANDLE timer, const LARGE_INTEGER* due_time, LONG period,
+                      PTIMERAPCROUTINE routine, LPVOID argument, BOOL resume) {
+  if (CallMustFail("SetWaitableTimer")) return FALSE;
+  if (due_time->QuadPart > 0 || period != 0 || routine != nullptr || argument != nullptr || resume)
+    return Fail(ERROR_INVALID_PARAMETER, FALSE);
+  const auto object = HandleTable::Get().Find<WaitableTimer>(timer);
+  if (object == nullptr) return Fail(ERROR_INVALID_HANDLE, FALSE);
+  constexpr LONGLONG kTicksPerMicro = 10;
+  const LONGLONG micros = (-due_time->QuadPart + kTicksPerMicro - 1) / kTicksPerMicro;
+  object->Set(Scheduler::Get().Now() + static_cast<uint64_t>(micros));
+  return TRUE;
 }
 
 HANDLE CreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stack_size,

@@ -96,13 +96,12 @@ Scheduler& Scheduler::Get() {
   return *scheduler;
 }
 
-Scheduler::Scheduler() : start_(RealNow()) {}
+Scheduler::Scheduler() = default;
 
 void Scheduler::StartVirtual(uint64_t seed) {
   const Lock lock(mutex_);
   if (IsVirtual() || !threads_.empty() || has_event_thread_)
     StopProcess("StartVirtual must come once, before every other platform call");
-  start_ = kVirtualStartMicros;
   virtual_now_ = kVirtualStartMicros;
   seed_ = seed;
   random_.seed(seed);
@@ -174,25 +173,37 @@ void Scheduler::ThreadMain(const std::shared_ptr<Thread>& self, const std::funct
   if (IsVirtual()) GiveBaton(PickNext(lock));
 }
 
-bool Scheduler::Wait(Signal& signal, uint64_t timeout, WaitReason reason) {
+size_t Scheduler::WaitAny(std::span<Signal* const> signals, uint64_t timeout, WaitReason reason) {
   Thread& self = Current("a wait");
+  const auto take = [signals] {
+    const auto taken = std::ranges::find_if(signals, &Signal::TryTake);
+    return taken == signals.end() ? kNone : static_cast<size_t>(taken - signals.begin());
+  };
   Lock lock(mutex_);
-  if (signal.TryTake()) return true;
+  if (const size_t taken = take(); taken != kNone) return taken;
   if (timeout == 0) {
-    if (!IsVirtual()) return false;
+    if (!IsVirtual()) return kNone;
     lock.unlock();
     Spend(kPollMicros);
     lock.lock();
     Yield(lock, self);
-    return signal.TryTake();
+    return take();
   }
-  self.signal = &signal;
+  self.signals = signals;
   self.reason = reason;
   self.deadline = Later(Now(), timeout);
-  signal.waiters_.push_back(&self);
+  for (Signal* const signal : signals)
+    signal->waiters_.push_back(&self);
   Block(lock, self);
-  if (!self.satisfied) std::erase(signal.waiters_, &self);
-  return self.satisfied;
+  if (self.taken != nullptr)
+    return static_cast<size_t>(std::ranges::find(signals, self.taken) - signals.begin());
+  StopWaiting(self);
+  return kNone;
+}
+
+bool Scheduler::Wait(Signal& signal, uint64_t timeout, WaitReason reason) {
+  Signal* const signals[] = {&signal};
+  return WaitAny(signals, timeout, reason) != kNone;
 }
 
 void Scheduler::SleepFor(uint64_t micros) {
@@ -208,14 +219,12 @@ void Scheduler::Set(Signal& signal) {
   const Lock lock(mutex_);
   if (signal.manual_reset_) {
     signal.signalled_ = true;
-    for (Thread* const waiter : signal.waiters_)
-      Wake(*waiter);
-    signal.waiters_.clear();
+    while (!signal.waiters_.empty())
+      Wake(*signal.waiters_.front(), signal);
   } else if (signal.waiters_.empty()) {
     signal.signalled_ = true;
   } else {
-    Wake(*signal.waiters_.front());
-    signal.waiters_.pop_front();
+    Wake(*signal.waiters_.front(), signal);
   }
 }
 
@@ -226,8 +235,9 @@ void Scheduler::Reset(Signal& signal) {
 
 // Ends a wait by its signal. The waiter owns what it took even if the signal is reset before it
 // runs.
-void Scheduler::Wake(Thread& thread) {
-  thread.satisfied = true;
+void Scheduler::Wake(Thread& thread, const Signal& signal) {
+  StopWaiting(thread);
+  thread.taken = &signal;
   thread.waiting = false;
   if (IsVirtual()) {
     std::erase(blocked_, &thread);
@@ -237,11 +247,16 @@ void Scheduler::Wake(Thread& thread) {
   }
 }
 
+void Scheduler::StopWaiting(Thread& thread) {
+  for (Signal* const signal : thread.signals)
+    std::erase(signal->waiters_, &thread);
+}
+
 void Scheduler::Block(Lock& lock, Thread& self) {
   if (device_lock_depth > 0)
     StopProcess(std::string("device code must not wait, but waits for ") + self.reason.what);
   self.waiting = true;
-  self.satisfied = false;
+  self.taken = nullptr;
   self.since = Now();
   if (IsVirtual()) {
     blocked_.push_back(&self);
@@ -308,8 +323,8 @@ void Scheduler::ExpireWaits() {
       ++i;
       continue;
     }
-    // Off the signal's list at once: setting it must not count a wait that is over.
-    std::erase(thread->signal->waiters_, thread);
+    // Off the signals' lists at once: setting one must not count a wait that is over.
+    StopWaiting(*thread);
     thread->waiting = false;
     blocked_.erase(blocked_.begin() + static_cast<std::ptrdiff_t>(i));
     ready_.push_back(thread);

@@ -13,6 +13,7 @@
 #include <memory>
 #include <mutex>
 #include <random>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -66,8 +67,8 @@ struct Thread {
   // The scheduler's.
   std::condition_variable wake;
   bool waiting = false;
-  bool satisfied = false;
-  Signal* signal = nullptr;
+  std::span<Signal* const> signals;  // what it waits on
+  const Signal* taken = nullptr;     // the one that ended the wait
   uint64_t deadline = kForever;
   uint64_t since = 0;
   WaitReason reason{""};
@@ -83,7 +84,6 @@ class Scheduler {
   bool IsVirtual() const { return virtual_.load(std::memory_order_relaxed); }
 
   uint64_t Now() const;
-  uint64_t StartTime() const { return start_; }
   // Moves virtual time on while the calling thread goes on running, and runs the device events that
   // fall due. Nothing in real time.
   void Spend(uint64_t micros);
@@ -96,8 +96,10 @@ class Scheduler {
   // Starts a thread that runs `body`; null if the system can't. Stack size 0 is the default.
   std::shared_ptr<Thread> StartThread(size_t stack_size, std::function<void()> body);
 
-  // Waits for at most `timeout` microseconds; true when the signal was taken. A wait in device code
-  // stops the process.
+  // Waits for at most `timeout` microseconds until one of the signals can be taken, and takes it:
+  // its index, or kNone. A wait in device code stops the process.
+  static constexpr size_t kNone = SIZE_MAX;
+  size_t WaitAny(std::span<Signal* const> signals, uint64_t timeout, WaitReason reason);
   bool Wait(Signal& signal, uint64_t timeout, WaitReason reason);
   void SleepFor(uint64_t micros);
   void Set(Signal& signal);
@@ -114,7 +116,8 @@ class Scheduler {
   Scheduler();
   void ThreadMain(const std::shared_ptr<Thread>& self, const std::function<void()>& body);
   void Block(Lock& lock, Thread& self);
-  void Wake(Thread& thread);
+  void Wake(Thread& thread, const Signal& signal);
+  static void StopWaiting(Thread& thread);
   void Yield(Lock& lock, Thread& self);
   void SwitchFrom(Lock& lock, Thread& self);
   void AwaitBaton(Lock& lock, Thread& self);
@@ -128,7 +131,6 @@ class Scheduler {
 
   std::atomic<bool> virtual_{false};
   std::atomic<uint64_t> virtual_now_{0};
-  uint64_t start_ = 0;
   uint64_t seed_ = 0;
   // When the next device event falls due, so that a clock read needs no lock.
   std::atomic<uint64_t> next_event_{kForever};

@@ -1,8 +1,10 @@
-// The objects that WaitForSingleObject takes.
+// The objects that can be waited for.
 #ifndef PERILINK_PLATFORM_SRC_WAITABLE_H_
 #define PERILINK_PLATFORM_SRC_WAITABLE_H_
 
+#include <atomic>
 #include <memory>
+#include <span>
 #include <utility>
 
 #include "handle_table.h"
@@ -14,6 +16,8 @@ class Waitable : public Object {
  public:
   virtual Signal& WaitSignal() = 0;
   virtual const char* Kind() const = 0;
+  // When the passing of time alone signals it.
+  virtual uint64_t DueAt() const { return kForever; }
 };
 
 class Event final : public Waitable {
@@ -36,8 +40,31 @@ class ThreadObject final : public Waitable {
   const std::shared_ptr<Thread> thread_;
 };
 
-// Waits for at most `milliseconds`, INFINITE for ever.
-bool WaitFor(Waitable& object, HANDLE handle, DWORD milliseconds);
+// Nothing runs when its time comes: whoever waits for it looks at the clock.
+class WaitableTimer final : public Waitable {
+ public:
+  explicit WaitableTimer(bool manual_reset) : signal_(manual_reset) {}
+  Signal& WaitSignal() override { return signal_; }
+  const char* Kind() const override { return "timer"; }
+  uint64_t DueAt() const override { return due_at_; }
+  // Not signalled until then.
+  void Set(uint64_t due_at) {
+    Scheduler::Get().Reset(signal_);
+    due_at_ = due_at;
+  }
+  void Ring() {
+    due_at_ = kForever;
+    Scheduler::Get().Set(signal_);
+  }
+
+ private:
+  Signal signal_;
+  std::atomic<uint64_t> due_at_{kForever};
+};
+
+// Waits for at most `milliseconds`, INFINITE for ever, until one of the objects is signalled: its
+// index, or Scheduler::kNone. `handle` names the first one where a dead world is explained.
+size_t WaitForAny(std::span<Waitable* const> objects, HANDLE handle, DWORD milliseconds);
 
 }  // namespace perilink::platform
 

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "commands/request_frames.h"
 #include "perilink/battery.h"
 #include "perilink/finder.h"
 #include "platform/runtime.h"
@@ -16,6 +17,7 @@ namespace {
 
 using std::memory_order_relaxed;
 
+constexpr uint8_t kBatteryFlag = 0x40;  // of the flags of an event
 constexpr int kLargeDifference = 30;
 constexpr uint8_t kNearFullMeasured = 95;
 constexpr uint8_t kNearFullReported = 85;
@@ -88,30 +90,26 @@ void BatteryOptimizer::SetLastBattery(int32_t elapsed_seconds, uint8_t level) {
   starting_point_ = {.supplied = true, .elapsed_seconds = elapsed_seconds, .level = level};
 }
 
+void BatteryOptimizer::SetDriverStatus(bool present) {
+  const uint64_t now_ms = GetTickCount64();
+  const std::lock_guard guard(lock_);
+  ++timer_epoch_;
+  poll_timer_ = {.armed = present, .start_ms = now_ms, .interval_ms = 0};
+  if (!present) smoothing_timer_.armed = false;
+}
+
 // ---- Timers -----------------------------------------------------------------------------------
 
-void BatteryOptimizer::ArmPoll(uint32_t interval_ms) {
-  Arm(poll_timer_, interval_ms);
-}
-void BatteryOptimizer::ArmSmoothing(uint32_t interval_ms) {
-  Arm(smoothing_timer_, interval_ms);
+void BatteryOptimizer::BeginStep() {
+  const std::lock_guard guard(lock_);
+  step_epoch_ = timer_epoch_;
 }
 
 void BatteryOptimizer::Arm(IntervalTimer& timer, uint32_t interval_ms) {
   const uint64_t now_ms = GetTickCount64();
   const std::lock_guard guard(lock_);
+  if (step_epoch_ != timer_epoch_) return;
   timer = {.armed = true, .start_ms = now_ms, .interval_ms = interval_ms};
-}
-
-void BatteryOptimizer::DisarmPoll() {
-  const std::lock_guard guard(lock_);
-  poll_timer_.armed = false;
-}
-
-bool BatteryOptimizer::PollDue() const {
-  const uint64_t now_ms = GetTickCount64();
-  const std::lock_guard guard(lock_);
-  return poll_timer_.Due(now_ms);
 }
 
 void BatteryOptimizer::RestartSmoothing() {
@@ -125,9 +123,13 @@ void BatteryOptimizer::DisarmSmoothing() {
   smoothing_timer_.armed = false;
 }
 
-bool BatteryOptimizer::SmoothingArmed() const {
+bool BatteryOptimizer::TakePoll() {
+  const uint64_t now_ms = GetTickCount64();
   const std::lock_guard guard(lock_);
-  return smoothing_timer_.armed;
+  step_epoch_ = timer_epoch_;
+  if (!poll_timer_.Due(now_ms)) return false;
+  poll_timer_ = {.armed = true, .start_ms = now_ms, .interval_ms = kPollIntervalMs};
+  return true;
 }
 
 bool BatteryOptimizer::TakeSmoothing() {
@@ -138,13 +140,80 @@ bool BatteryOptimizer::TakeSmoothing() {
   return true;
 }
 
-// ---- Polling ----------------------------------------------------------------------------------
-
-void BatteryOptimizer::SetDevicePath(const std::wstring& path) {
+uint64_t BatteryOptimizer::NextDueMs() const {
+  if (!Enabled()) return UINT64_MAX;
   const std::lock_guard guard(lock_);
-  device_path_ = path;
+  const uint64_t smoothing_ms = smoothing_active_ ? smoothing_timer_.DueMs() : UINT64_MAX;
+  return std::min(poll_timer_.DueMs(), smoothing_ms);
 }
 
+// ---- The server's calls -----------------------------------------------------------------------
+
+void BatteryOptimizer::Connect(const std::wstring& path) {
+  const uint64_t now_ms = GetTickCount64();
+  const std::lock_guard guard(lock_);
+  device_path_ = path;
+  poll_timer_ = {.armed = true, .start_ms = now_ms, .interval_ms = 0};
+}
+
+void BatteryOptimizer::Drive(ServerReportCallback callback) {
+  if (!Enabled()) return;
+  if (TakePoll()) PollStep();
+  if (smoothing_active_) SmoothingStep(callback);
+}
+
+std::optional<uint8_t> BatteryOptimizer::TakeEvent(uint8_t flags, ServerReportCallback callback) {
+  if (!Enabled()) return flags;
+  if ((flags & kBatteryFlag) != 0) {
+    BeginStep();
+    PollForEvent(callback);
+  }
+  const auto others = static_cast<uint8_t>(flags & ~kBatteryFlag);
+  return others != 0 ? std::optional(others) : std::nullopt;
+}
+
+void BatteryOptimizer::PollForEvent(ServerReportCallback callback) {
+  const uint8_t charging_before = last_reading_.charging;
+  PollStep();
+  Arm(poll_timer_, kPollIntervalMs);
+  if (!smoothing_active_) return;
+
+  const bool forced = ForceLevel(last_reading_.level);
+  if (forced || last_reading_.charging != charging_before) {
+    LevelReport(callback, true);
+    RestartSmoothing();
+  }
+  if (last_reading_.level >= kFull && reported_level_ < kFull) {
+    Arm(poll_timer_, kFullIntervalMs);
+    Arm(smoothing_timer_, kFullIntervalMs);
+  }
+}
+
+// True when the reading overrules the smoothed level: the device itself says that it is low.
+bool BatteryOptimizer::ForceLevel(uint8_t raw_level) {
+  if (raw_level == 0) {
+    reported_level_ = 0;
+    return true;
+  }
+  if (raw_level > kLow || reported_level_ <= kLow) return false;
+  reported_level_ = kLow;
+  return true;
+}
+
+bool BatteryOptimizer::TakeBatteryAnswer(ServerReportCallback callback) {
+  if (!Enabled()) return false;
+  LevelReport(callback, true);
+  return true;
+}
+
+// ---- Polling ----------------------------------------------------------------------------------
+
+// A level above 100 percent, of a record or of the device's, ends here.
+void BatteryOptimizer::SetReportedLevel(int level) {
+  reported_level_ = static_cast<uint8_t>(std::clamp<int>(level, 0, kFull));
+}
+
+// Success refreshes the reading and starts smoothing; failure ends smoothing until a poll succeeds.
 void BatteryOptimizer::PollStep() {
   CommandFrame on_line_reply{};
   if (!ReadDevice(on_line_reply)) {
@@ -163,9 +232,14 @@ void BatteryOptimizer::PollStep() {
   smoothing_active_ = true;
   if (jump_on_large_difference_.load(memory_order_relaxed) != 0 &&
       std::abs(measured_level_ - reported_level_) > kLargeDifference)
-    reported_level_ = measured_level_;
+    SetReportedLevel(measured_level_);
 
-  if (!SmoothingArmed()) ArmSmoothing(0);
+  bool smoothing_armed = false;
+  {
+    const std::lock_guard guard(lock_);
+    smoothing_armed = smoothing_timer_.armed;
+  }
+  if (!smoothing_armed) Arm(smoothing_timer_, 0);
 }
 
 // Both questions are asked whatever becomes of the first, and the reading is kept even when the
@@ -178,7 +252,7 @@ bool BatteryOptimizer::ReadDevice(CommandFrame& on_line_reply) {
   } catch (const std::bad_alloc&) {
     return false;
   }
-  const bool on_line = ExchangeFrame(path, BuildFrame(kCommandOnLine, 0), on_line_reply);
+  const bool on_line = ExchangeFrame(path, BuildOnLineFrame(), on_line_reply);
   const bool read = UsbFinder_GetBatteryLevel(path, &last_reading_);
   return on_line && read;
 }
@@ -191,7 +265,7 @@ uint8_t BatteryOptimizer::MeasuredLevel() const {
 
 void BatteryOptimizer::EstimateStart() {
   const StartingPoint start = FindStartingPoint();
-  reported_level_ = StartLevel(MeasuredLevel(), start.level, start.elapsed_seconds);
+  SetReportedLevel(StartLevel(MeasuredLevel(), start.level, start.elapsed_seconds));
 }
 
 BatteryOptimizer::StartingPoint BatteryOptimizer::FindStartingPoint() {
@@ -225,13 +299,13 @@ void BatteryOptimizer::SmoothingStep(ServerReportCallback callback) {
   if (last_reading_.charging == 0) {
     StepDischarging();
   } else if (!StepCharging(next_interval_ms)) {
-    ArmPoll(kFullIntervalMs);
-    ArmSmoothing(kFullIntervalMs);
+    Arm(poll_timer_, kFullIntervalMs);
+    Arm(smoothing_timer_, kFullIntervalMs);
     return;
   }
-  reported_level_ = std::min(reported_level_, kFull);
-  LevelReport(reported_level_, callback, false);
-  ArmSmoothing(next_interval_ms);
+  SetReportedLevel(reported_level_);
+  LevelReport(callback, false);
+  Arm(smoothing_timer_, next_interval_ms);
 }
 
 // False when a full battery must be seen again soon, before anything is reported.
@@ -269,10 +343,11 @@ void BatteryOptimizer::StepDischarging() {
 
 // ---- Reporting and saving ---------------------------------------------------------------------
 
-void BatteryOptimizer::LevelReport(uint8_t level, ServerReportCallback callback, bool force) {
+void BatteryOptimizer::LevelReport(ServerReportCallback callback, bool force) {
+  const uint8_t level = reported_level_;
   const bool charging = last_reading_.charging != 0;
   if (level == last_reported_ && charging == last_reported_charging_ && !force) return;
-  if (level != last_reported_ && save_allowed_ && Enabled()) SaveStep(CalendarTime(), level);
+  if (level != last_reported_ && save_allowed_ && Enabled()) SaveStep();
   last_reported_ = level;
   last_reported_charging_ = charging;
   if (callback == nullptr) return;
@@ -282,12 +357,12 @@ void BatteryOptimizer::LevelReport(uint8_t level, ServerReportCallback callback,
   callback(FrameBytes(kLevelReportFrame).data(), sizeof(CommandFrame), data, sizeof(data));
 }
 
-void BatteryOptimizer::SaveStep(int64_t calendar_seconds, uint8_t level) const {
-  WriteSavedRecord(device_address_, calendar_seconds, level);
+void BatteryOptimizer::SaveStep() const {
+  WriteSavedRecord(device_address_, CalendarTime(), reported_level_);
 }
 
 void BatteryOptimizer::EndConnection() {
-  if (save_allowed_ && Enabled()) SaveStep(CalendarTime(), reported_level_);
+  if (save_allowed_ && Enabled()) SaveStep();
   first_reading_done_.store(false, memory_order_relaxed);
   const std::lock_guard guard(lock_);
   starting_point_.elapsed_seconds = kUnknownAge;

@@ -1,14 +1,17 @@
 // The battery optimiser: turns the jumping battery level of a device into one that moves a percent
-// at a time, and remembers it from one connection to the next.
+// at a time, and remembers it from one connection to the next. What a level, a battery event and a
+// connection mean is decided here alone.
 //
 // The server thread drives it; hosts configure it from any thread. Functions say which.
 #ifndef PERILINK_SRC_BATTERY_OPTIMIZER_H_
 #define PERILINK_SRC_BATTERY_OPTIMIZER_H_
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "battery/saved_record.h"
@@ -24,16 +27,12 @@ struct IntervalTimer {
   uint64_t start_ms = 0;
   uint32_t interval_ms = 0;
 
-  bool Due(uint64_t now_ms) const {
-    return armed && now_ms > start_ms && now_ms - start_ms >= interval_ms;
-  }
+  bool Due(uint64_t now_ms) const { return armed && now_ms >= DueMs(); }
+  uint64_t DueMs() const { return armed ? start_ms + std::max(interval_ms, 1u) : UINT64_MAX; }
 };
 
 class BatteryOptimizer {
  public:
-  static constexpr uint32_t kPollIntervalMs = 5000;
-  static constexpr uint32_t kFullIntervalMs = 100;
-
   // The process's optimiser. It is never destroyed: the server thread may outlive main().
   static BatteryOptimizer& Instance();
 
@@ -51,49 +50,42 @@ class BatteryOptimizer {
   void SetLastBattery(int32_t elapsed_seconds, uint8_t level);
   // The next successful poll runs the start estimate again.
   void Restart() { first_reading_done_.store(false, std::memory_order_relaxed); }
+  // The host's driver is there: the battery is polled at once. Or it has gone: nothing is polled or
+  // reported, by a step that is under way either, until the device is opened again, sends a battery
+  // event, or the driver is back.
+  void SetDriverStatus(bool present);
 
-  // ---- Timers: any thread. Arming starts them now. ------------------------------------------
+  // ---- What the server tells it: the server thread --------------------------------------------
+  // A callback is the host's and may be null.
 
-  void ArmPoll(uint32_t interval_ms);
-  void DisarmPoll();
-  bool PollDue() const;
+  // The device has been opened; polls talk to it on `path`. The first one is due at once. Throws
+  // std::bad_alloc and has then done nothing.
+  void Connect(const std::wstring& path);
 
-  void ArmSmoothing(uint32_t interval_ms);
-  void RestartSmoothing();  // the same interval again from now; nothing when it is not armed
-  void DisarmSmoothing();
-  bool SmoothingArmed() const;
+  // What falls due: a poll, which asks the device for its address and its battery and takes up to
+  // some hundred milliseconds, and a step of the smoothing. For every pass of the server.
+  void Drive(ServerReportCallback callback);
+  // When Drive has something to do next, on the clock of GetTickCount64; UINT64_MAX for never.
+  uint64_t NextDueMs() const;
 
-  // ---- Steps and state: the server thread ---------------------------------------------------
+  // An event of the device's with these flags. The battery's flag is answered by a poll, and by a
+  // level report when the reading asks for one. Gives back the flags to report to the host, or
+  // none if there is nothing to report.
+  std::optional<uint8_t> TakeEvent(uint8_t flags, ServerReportCallback callback);
 
-  // The path on which the poll step talks to the device.
-  void SetDevicePath(const std::wstring& path);
-
-  // Asks the device for its address and its battery, up to some hundred milliseconds. Success
-  // refreshes the reading and starts smoothing; failure ends smoothing until a poll succeeds.
-  void PollStep();
-
-  // Moves the reported level by one step and reports it, when the smoothing timer has run out.
-  // Call it on every pass while enabled and smoothing is active. `callback` may be null.
-  void SmoothingStep(ServerReportCallback callback);
-
-  // Tells the host `level` if it or the charging state has changed since the last report, or if
-  // `force` is set. A changed level is saved first. `callback` may be null.
-  void LevelReport(uint8_t level, ServerReportCallback callback, bool force);
-
-  // Writes the device's saved record.
-  void SaveStep(int64_t calendar_seconds, uint8_t level) const;
+  // The device has answered the host's question for its battery: the host gets the smoothed level
+  // instead. False when the optimiser is off, and the device's own answer counts.
+  bool TakeBatteryAnswer(ServerReportCallback callback);
 
   // The connection is over: saves the reported level if that is allowed and the optimiser is
   // enabled, and forgets what belongs to the connection.
   void EndConnection();
 
-  bool SmoothingActive() const { return smoothing_active_; }
-  bool SaveAllowed() const { return save_allowed_; }
-  BatteryLevel LastReading() const { return last_reading_; }
-  uint8_t ReportedLevel() const { return reported_level_; }
-  void SetReportedLevel(uint8_t level) { reported_level_ = level; }
-
  private:
+  friend struct BatterySteps;  // tests take the steps one by one
+
+  static constexpr uint32_t kPollIntervalMs = 5000;
+  static constexpr uint32_t kFullIntervalMs = 100;
   static constexpr int64_t kUnknownAge = -1;
 
   // The level that the smoothing of a connection starts from, and its age.
@@ -105,8 +97,24 @@ class BatteryOptimizer {
     bool operator==(const StartingPoint&) const = default;
   };
 
+  // A step arms a timer only if the host hasn't set or stopped it since the step began: the host's
+  // word is the later one.
+  void BeginStep();
   void Arm(IntervalTimer& timer, uint32_t interval_ms);
+  void RestartSmoothing();  // the same interval again from now; nothing when it is not armed
+  void DisarmSmoothing();
+  bool TakePoll();       // begins a step; true if the poll is due, and the next one is armed
   bool TakeSmoothing();  // disarms the smoothing timer if it has run out
+
+  void PollStep();
+  void SmoothingStep(ServerReportCallback callback);
+  void PollForEvent(ServerReportCallback callback);
+  bool ForceLevel(uint8_t raw_level);
+  // Tells the host the reported level if it or the charging state has changed since the last
+  // report, or if `force` is set. A changed level is saved first.
+  void LevelReport(ServerReportCallback callback, bool force);
+  void SaveStep() const;
+  void SetReportedLevel(int level);
 
   bool ReadDevice(CommandFrame& on_line_reply);
   uint8_t MeasuredLevel() const;
@@ -128,11 +136,13 @@ class BatteryOptimizer {
   VoltageTable voltages_ = kDefaultVoltages;
   bool voltages_supplied_ = false;
   StartingPoint starting_point_;
+  uint32_t timer_epoch_ = 0;  // counts what the host does to the timers
   IntervalTimer poll_timer_;
   IntervalTimer smoothing_timer_;
   std::wstring device_path_;
 
   // The server thread's own.
+  uint32_t step_epoch_ = 0;  // timer_epoch_ as it was when the step began
   BatteryLevel last_reading_{};
   DeviceAddress device_address_{};
   uint8_t measured_level_ = 0;

@@ -5,6 +5,7 @@
 #include <optional>
 #include <span>
 
+#include "commands/decoders.h"
 #include "commands/request_frames.h"
 #include "perilink/finder.h"
 #include "platform/guard.h"
@@ -54,10 +55,6 @@ bool Store(const std::optional<CommandFrame>& reply, Record& record) {
   return true;
 }
 
-int32_t VersionOf(const CommandFrame& reply) {
-  return reply.data[0] * 256 + reply.data[1];
-}
-
 // The reply of both customer and model id commands; its check byte covers the first id alone.
 bool StoreCidMid(const CommandFrame& reply, CidMid& ids) {
   ids.cid = reply.data[0];
@@ -88,9 +85,7 @@ void UsbFinder_SetKeyboardMode() {
 
 DeviceInfo UsbFinder_GetDeviceInfo(const std::wstring& path, uint8_t keyboard) {
   const auto reply = Ask(path, BuildDeviceInfoFrame(keyboard != 0));
-  // Data bytes 0 to 3 belong to the request's pseudo-random bytes.
-  if (!reply) return DeviceInfo{};
-  return DeviceInfo{{reply->data[4], reply->data[5], reply->data[6]}};
+  return reply ? DecodeDeviceInfo(reply->data) : DeviceInfo{};
 }
 
 bool UsbFinder_GetDeviceOnLine(const std::wstring& path) {
@@ -107,9 +102,7 @@ bool UsbFinder_GetDeviceOnLineWithUsbAddress(const std::wstring& path, CommandFr
 bool UsbFinder_GetBatteryLevel(const std::wstring& path, BatteryLevel* battery) {
   const auto reply = AskGet(path, kCommandBatteryLevel);
   if (!reply) return false;
-  battery->level = reply->data[0];
-  battery->charging = reply->data[1];
-  battery->voltage = static_cast<uint16_t>(reply->data[2] * 256 + reply->data[3]);
+  *battery = DecodeBatteryLevel(reply->data);
   return true;
 }
 
@@ -120,12 +113,12 @@ int32_t UsbFinder_GetCurrentDPI(const std::wstring& path) {
 
 int32_t UsbFinder_GetVersion(const std::wstring& path) {
   const auto reply = AskGet(path, kCommandVersion);
-  return reply ? VersionOf(*reply) : 0;
+  return reply ? DecodeVersion(reply->data) : 0;
 }
 
 bool UsbFinder_GetSlaveVersion(const std::wstring& path, int32_t* version) {
   const auto reply = AskGet(path, kCommandSlaveVersion);
-  *version = reply ? VersionOf(*reply) : 0;
+  *version = reply ? DecodeVersion(reply->data) : 0;
   return reply.has_value();
 }
 

@@ -62,6 +62,7 @@ struct EventPolicy {
   static void Close(HANDLE handle) { CloseHandle(handle); }
 };
 using UniqueEvent = Unique<EventPolicy>;
+using UniqueTimer = Unique<EventPolicy>;  // a timer that can't be made is null, too
 
 struct DeviceInfoSetPolicy {
   using Type = HDEVINFO;

@@ -32,6 +32,11 @@ class OverlappedRead {
   // event; a post that fails at once leaves the event unsignalled: every wait then runs out.
   void Post(HANDLE file, size_t length);
 
+  // Whether a read is under way: posted, and neither found completed by Wait nor cancelled.
+  bool pending() const { return pending_; }
+  // Signalled when the posted read completes. Meaningful while has_event().
+  HANDLE event() const { return transfer_->event.Get(); }
+
   // True when the posted read has completed within the timeout. A completed read is over: the
   // buffer is the caller's until the next Post. Without an event false, at once.
   bool Wait(DWORD timeout_ms);
@@ -42,7 +47,7 @@ class OverlappedRead {
 
   // What the read delivered, zeros beyond it. Meaningful after Wait has returned true; not to be
   // called without an event.
-  std::span<uint8_t, kCapacity> buffer() { return transfer_->buffer; }
+  std::span<const uint8_t, kCapacity> buffer() const { return transfer_->buffer; }
 
   // Cancels a pending read and waits until the system has let go of the buffer.
   void Cancel();

@@ -7,9 +7,9 @@
 
 namespace perilink {
 
-// The runtime's clock in milliseconds since some moment of the process. On Windows clock() tells
-// elapsed time in milliseconds; on POSIX systems it would tell processor time.
-int64_t RuntimeClockMs();
+// Microseconds of a clock that nobody sets and that never wraps, for waits that must be exact.
+// GetTickCount64 moves in steps of up to 16 ms.
+int64_t MonotonicMicros();
 
 // Seconds of calendar time since 1970.
 int64_t CalendarTime();

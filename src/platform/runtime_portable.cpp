@@ -7,8 +7,8 @@
 
 namespace perilink {
 
-int64_t RuntimeClockMs() {
-  return platform::RuntimeClockMs();
+int64_t MonotonicMicros() {
+  return platform::MonotonicMicros();
 }
 int64_t CalendarTime() {
   return platform::CalendarTime();

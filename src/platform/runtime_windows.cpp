@@ -7,9 +7,19 @@
 
 namespace perilink {
 
-int64_t RuntimeClockMs() {
-  static_assert(CLOCKS_PER_SEC == 1000);
-  return clock();
+int64_t MonotonicMicros() {
+  // Both calls always succeed, and the frequency is fixed while the system runs.
+  static const int64_t frequency = [] {
+    LARGE_INTEGER ticks_per_second;
+    QueryPerformanceFrequency(&ticks_per_second);
+    return ticks_per_second.QuadPart;
+  }();
+  constexpr int64_t kMicrosPerSecond = 1'000'000;
+  LARGE_INTEGER ticks;
+  QueryPerformanceCounter(&ticks);
+  // In two parts, so that nothing overflows however long the system has run.
+  return ticks.QuadPart / frequency * kMicrosPerSecond +
+         ticks.QuadPart % frequency * kMicrosPerSecond / frequency;
 }
 
 int64_t CalendarTime() {

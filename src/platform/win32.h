@@ -16,6 +16,10 @@ extern "C" {
 #include <hidsdi.h>
 }
 // clang-format on
+// mingw-w64 has it only for newer targets. Systems before Windows 10, version 1803, refuse it.
+#ifndef CREATE_WAITABLE_TIMER_HIGH_RESOLUTION
+#define CREATE_WAITABLE_TIMER_HIGH_RESOLUTION 0x00000002
+#endif
 #else
 #include "perilink_platform/win32.h"
 #endif

@@ -69,12 +69,6 @@ void StoredProtocolData::StoreReply(uint16_t address, std::span<const uint8_t, 1
   }
 }
 
-std::vector<FlashWrite> StoredProtocolData::Compare(ProtocolData& record,
-                                                    std::unique_ptr<const ProtocolData>& before) {
-  std::lock_guard lock(mutex_);
-  return CompareProtocolData(record, record_, &before);
-}
-
 }  // namespace perilink
 
 extern "C" {

@@ -4,14 +4,11 @@
 
 #include <atomic>
 #include <cstdint>
-#include <memory>
 #include <mutex>
 #include <span>
 #include <utility>
-#include <vector>
 
 #include "perilink/records.h"
-#include "protocol/compare.h"
 
 namespace perilink {
 
@@ -45,32 +42,9 @@ class StoredProtocolData {
     return std::forward<Use>(use)(record_);
   }
 
-  // Compares `record` with the stored one, which takes the new values, and hands the writes to
-  // `append` (called with a std::vector<FlashWrite>, never with an empty one) after the lock is
-  // released, so that `append` may take QueueMutex. Updates of several threads reach `append` in
-  // the order of their compares: the device ends with what the record holds. When `append` throws,
-  // nothing goes to the device, and the stored record is again what it was.
-  template <typename Append>
-  void Update(ProtocolData& record, Append&& append) {
-    std::lock_guard in_order(update_mutex_);
-    std::unique_ptr<const ProtocolData> before;
-    const std::vector<FlashWrite> writes = Compare(record, before);
-    if (writes.empty()) return;
-    try {
-      std::forward<Append>(append)(writes);
-    } catch (...) {
-      Replace(*before);
-      throw;
-    }
-  }
-
  private:
   StoredProtocolData() = default;
 
-  std::vector<FlashWrite> Compare(ProtocolData& record,
-                                  std::unique_ptr<const ProtocolData>& before);
-
-  std::mutex update_mutex_;  // taken before mutex_ and before QueueMutex
   std::mutex mutex_;
   std::atomic<bool> parsed_{false};
   ProtocolData record_{};

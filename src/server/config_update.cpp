@@ -1,5 +1,6 @@
 // A changed configuration goes to the device: its flash writes, cut into frames and queued in one.
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -26,13 +27,37 @@ void Cut(const FlashWrite& write, std::vector<QueueEntry>& entries) {
   }
 }
 
-// The writes of one update stand together in the queue.
-void QueueWrites(const std::vector<FlashWrite>& writes) {
+// Compares, and gives what is to be written to `append`; the writes of one update stand together
+// in the queue. When they can't be queued, `previous` is what it was.
+template <typename Append>
+void Update(ProtocolData& record, ProtocolData& previous, Append append) {
+  std::unique_ptr<const ProtocolData> before;
+  const std::vector<FlashWrite> writes = CompareProtocolData(record, previous, &before);
   if (writes.empty()) return;
-  std::vector<QueueEntry> entries;
-  for (const FlashWrite& write : writes)
-    Cut(write, entries);
-  ServerState::Instance().Append(entries);
+  try {
+    std::vector<QueueEntry> entries;
+    for (const FlashWrite& write : writes)
+      Cut(write, entries);
+    append(entries);
+  } catch (...) {
+    previous = *before;
+    throw;
+  }
+}
+
+// Under both locks, so that the record and the queue change as one: an update on another thread, an
+// answer and the end of a full read come before it or after it. Two equal records need no queue.
+void UpdateStored(ProtocolData& record, ServerState& state, StoredProtocolData& stored) {
+  const bool equal = stored.With([&record](ProtocolData& previous) {
+    const bool same = std::memcmp(&record, &previous, sizeof(record)) == 0;
+    if (same) CompareProtocolData(record, previous);  // puts both in order
+    return same;
+  });
+  if (equal) return;
+  ServerState::Queues queues = state.LockQueues();
+  stored.With([&](ProtocolData& previous) {
+    Update(record, previous, [&](const auto& entries) { queues.commands.Append(entries); });
+  });
 }
 
 }  // namespace
@@ -43,19 +68,14 @@ using perilink::Guarded;
 void ProtocolDataUpdate(ProtocolData* record) {
   Guarded([&] {
     perilink::StoredProtocolData& stored = perilink::StoredProtocolData::Instance();
-    if (stored.parsed()) stored.Update(*record, perilink::QueueWrites);
+    if (stored.parsed()) perilink::UpdateStored(*record, perilink::ServerState::Instance(), stored);
   });
 }
 
 void CS_ProtocolDataCompareUpdate(ProtocolData* record, ProtocolData* previous) {
   Guarded([&] {
-    std::unique_ptr<const ProtocolData> before;
-    const auto writes = perilink::CompareProtocolData(*record, *previous, &before);
-    try {
-      perilink::QueueWrites(writes);
-    } catch (...) {
-      *previous = *before;
-      throw;
-    }
+    perilink::Update(*record, *previous, [](const auto& entries) {
+      perilink::ServerState::Instance().Append(entries);
+    });
   });
 }

@@ -2,23 +2,16 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
+#include "platform/guard.h"
 #include "protocol/stored.h"
-#include "server/flash_read.h"
-#include "transport/frame.h"
 
 namespace perilink {
 namespace {
 
-constexpr uint8_t kBatteryFlag = 0x40;
-constexpr uint8_t kLowLevel = 15;
-constexpr uint8_t kFullLevel = 100;
 // Answers to these two declare a length of their own; the host always gets four bytes.
 constexpr uint32_t kStatusAnswerLength = 4;
-
-uint16_t Address(const CommandFrame& frame) {
-  return static_cast<uint16_t>(frame.address_high << 8 | frame.address_low);
-}
 
 bool AnswersHead(const CommandFrame& report, const QueueEntry& head) {
   return head.pending != 1 && head.frame.command == report.command;
@@ -26,112 +19,94 @@ bool AnswersHead(const CommandFrame& report, const QueueEntry& head) {
 
 }  // namespace
 
-void Dispatcher::DispatchReport(const CommandFrame& report, bool& awaiting_reply) {
-  if (report.command == kCommandEvent) {
-    HandleEvent(report);
-    return;
+Meaning Dispatcher::DispatchReport(const ValidFrame& report) noexcept {
+  if (report->command == kCommandEvent) {
+    Guarded([&] { HandleEvent(*report); });
+    return Meaning::kNoAnswer;
   }
   Answer answer;
-  if (TakeAnswer(report, awaiting_reply, answer)) ReportAnswer(answer);
+  const Taken taken = Guarded(Taken::kNothing, [&] { return TakeAnswer(*report, answer); });
+  if (taken == Taken::kWhole) Guarded([&] { ReportAnswer(answer); });
+  return taken == Taken::kNothing ? Meaning::kNoAnswer : Meaning::kAnswer;
 }
 
 void Dispatcher::HandleEvent(const CommandFrame& report) {
   constexpr uint32_t kEventLength = sizeof(report.data);
   std::copy_n(report.data, kEventLength, reply_data_.begin());
-  if (!optimizer_.Enabled()) {
-    CallHost(report, kEventLength);
-    return;
-  }
-  uint8_t& flags = reply_data_[0];
-  if ((flags & kBatteryFlag) != 0) {
-    PollAfterBatteryEvent();
-    flags = static_cast<uint8_t>(flags & ~kBatteryFlag);
-  }
-  if (flags != 0) CallHost(report, kEventLength);
+  const ServerReportCallback callback = state_.Callback();
+  const std::optional<uint8_t> flags = optimizer_.TakeEvent(reply_data_[0], callback);
+  if (!flags) return;
+  reply_data_[0] = *flags;
+  CallHost(state_.Callback(), report, kEventLength);
 }
 
-void Dispatcher::PollAfterBatteryEvent() {
-  const uint8_t charging_before = optimizer_.LastReading().charging;
-  optimizer_.PollStep();
-  optimizer_.ArmPoll(BatteryOptimizer::kPollIntervalMs);
-  if (!optimizer_.SmoothingActive()) return;
-
-  const BatteryLevel reading = optimizer_.LastReading();
-  const bool forced = ForceLevel(reading.level);
-  if (forced || reading.charging != charging_before) {
-    optimizer_.LevelReport(optimizer_.ReportedLevel(), state_.Callback(), true);
-    optimizer_.RestartSmoothing();
-  }
-  if (reading.level >= kFullLevel && optimizer_.ReportedLevel() < kFullLevel) {
-    optimizer_.ArmPoll(BatteryOptimizer::kFullIntervalMs);
-    optimizer_.ArmSmoothing(BatteryOptimizer::kFullIntervalMs);
-  }
-}
-
-bool Dispatcher::ForceLevel(uint8_t raw_level) {
-  if (raw_level == 0) {
-    optimizer_.SetReportedLevel(0);
-    return true;
-  }
-  if (raw_level <= kLowLevel && optimizer_.ReportedLevel() > kLowLevel) {
-    optimizer_.SetReportedLevel(kLowLevel);
-    return true;
-  }
-  return false;
-}
-
-bool Dispatcher::TakeAnswer(const CommandFrame& report, bool& awaiting_reply, Answer& answer) {
+Dispatcher::Taken Dispatcher::TakeAnswer(const CommandFrame& report, Answer& answer) {
   ServerState::Queues queues = state_.LockQueues();
-  if (queues.commands.Empty() || !AnswersHead(report, queues.commands.Head())) return false;
+  if (queues.commands.Empty() || !AnswersHead(report, queues.commands.Head()))
+    return Taken::kNothing;
   QueueEntry& head = queues.commands.Head();
 
   // A device acknowledges a write by echoing it exactly. Anything else and it is written again.
-  if (report.command == kCommandWriteMemory &&
-      std::memcmp(&report, &head.frame, sizeof(report)) != 0) {
-    head.pending = 1;
-    return false;
+  if (report.command == kCommandWriteMemory) {
+    if (std::memcmp(&report, &head.frame, sizeof(report)) != 0) {
+      head.pending = 1;
+      return Taken::kNothing;
+    }
+    flash_reads_.OnWritten(report);
   }
-  if (report.command == kCommandReadMemory && report.report_id == kReportId)
-    StoredProtocolData::Instance().StoreReply(Address(report), report.data);
 
-  QueueEntry answered = head;
-  answered.frame = report;
+  bool unproven = false;
+  if (report.command == kCommandReadMemory) {
+    const AddressMatch match = echo_.Judge(FrameAddress(head.frame), FrameAddress(report));
+    if (echo_.known()) {
+      if (const auto requests = queues.replies.UnprovenRequests(); !requests.empty()) {
+        // One of the answers so far was another read's, but which one can't be told.
+        head.pending = 1;
+        queues.commands.PutBack(requests);
+        queues.replies.Clear();
+        return Taken::kPart;
+      }
+    }
+    if (match == AddressMatch::kForeign) return Taken::kNothing;
+    unproven = match == AddressMatch::kUnproven;
+    if (!unproven && report.report_id == kReportId)
+      StoredProtocolData::Instance().StoreReply(FrameAddress(report), report.data);
+  }
+
   // First what may run out of memory: the head is then still awaited, and asked for again.
-  queues.replies.Append(answered);
-  awaiting_reply = false;
+  queues.replies.Append(queues.commands.HeadFrame(), report, unproven);
   answer.frame = head.frame;
   answer.frame.length = report.length;
-  answer.continuation = head.continuation;
+  answer.step = {head.continuation, queues.commands.HeadFrame().reader, queues.connection};
+  answer.callback = state_.Callback();
+  const bool complete = head.last_chunk != 0;
   queues.commands.PopHead();
-  if (answered.last_chunk == 0) return false;
+  if (!complete) return Taken::kPart;
 
   const uint8_t length_mask = KeyboardTargetFlag() ? uint8_t{0x7F} : uint8_t{0xFF};
   answer.length = queues.replies.Assemble(reply_data_, length_mask);
   queues.replies.Clear();
-  return true;
+  return Taken::kWhole;
 }
 
-void Dispatcher::ReportAnswer(Answer answer) {
-  if (answer.continuation != kNoContinuation && answer.continuation <= kLastFlashReadTag) {
-    ContinueFlashRead(answer.continuation, reply_data_);
+void Dispatcher::ReportAnswer(Answer& answer) {
+  if (answer.step.tag != kNoContinuation && answer.step.tag <= kLastFlashReadTag) {
+    flash_reads_.Continue(answer.step, reply_data_, answer.callback);
     return;
   }
   if (answer.length <= sizeof(CommandFrame::data)) {
     if (answer.frame.command == kCommandBatteryLevel) {
-      if (optimizer_.Enabled()) {
-        optimizer_.LevelReport(optimizer_.ReportedLevel(), state_.Callback(), true);
-        return;
-      }
+      if (optimizer_.TakeBatteryAnswer(answer.callback)) return;
       answer.length = kStatusAnswerLength;
     } else if (answer.frame.command == kCommandOnLine) {
       answer.length = kStatusAnswerLength;
     }
   }
-  CallHost(answer.frame, answer.length);
+  CallHost(answer.callback, answer.frame, answer.length);
 }
 
-void Dispatcher::CallHost(const CommandFrame& frame, uint32_t data_length) {
-  const ServerReportCallback callback = state_.Callback();
+void Dispatcher::CallHost(ServerReportCallback callback, const CommandFrame& frame,
+                          uint32_t data_length) {
   if (callback == nullptr) return;
   callback(FrameBytes(frame).data(), sizeof(CommandFrame), reply_data_.data(), data_length);
 }

@@ -4,42 +4,55 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <span>
 
 #include "battery/optimizer.h"
+#include "server/flash_read.h"
 #include "server/state.h"
+#include "transport/frame.h"
+#include "transport/read_address.h"
 
 namespace perilink {
+
+// What a report has meant for the queue.
+enum class Meaning {
+  kNoAnswer,  // the head, if any, is still awaited
+  kAnswer,    // the head was answered: it is no longer awaited
+};
 
 // Belongs to one loop and runs on its thread.
 class Dispatcher {
  public:
   explicit Dispatcher(ServerState& state)
-      : state_(state), optimizer_(BatteryOptimizer::Instance()) {}
+      : state_(state), optimizer_(BatteryOptimizer::Instance()), flash_reads_(state) {}
 
-  // Takes a report whose checksum is right. Clears `awaiting_reply` when it answers the head.
-  void DispatchReport(const CommandFrame& report, bool& awaiting_reply);
+  // The device has been opened: nothing is known of its answers.
+  void OnReopen() { echo_ = AddressEcho(); }
+
+  // Whatever a host's callback throws ends here.
+  Meaning DispatchReport(const ValidFrame& report) noexcept;
 
  private:
-  // An answer that is complete: what the host gets to see, and who takes it.
+  // An answer that is complete; its data are in reply_data_.
   struct Answer {
     CommandFrame frame;  // the request that was answered last, with the answer's length byte
     uint32_t length;
-    uint8_t continuation;
+    FlashReads::Step step;
+    ServerReportCallback callback;  // of the connection that the answer belongs to
   };
+  // What TakeAnswer finds.
+  enum class Taken { kNothing, kPart, kWhole };
 
   void HandleEvent(const CommandFrame& report);
-  void PollAfterBatteryEvent();
-  // Returns true when the reading overrules the smoothed level.
-  bool ForceLevel(uint8_t raw_level);
-
-  // True when `report` completed the answer to a request; its data are in reply_data_.
-  bool TakeAnswer(const CommandFrame& report, bool& awaiting_reply, Answer& answer);
-  void ReportAnswer(Answer answer);
-  void CallHost(const CommandFrame& frame, uint32_t data_length);
+  Taken TakeAnswer(const CommandFrame& report, Answer& answer);
+  void ReportAnswer(Answer& answer);
+  void CallHost(ServerReportCallback callback, const CommandFrame& frame, uint32_t data_length);
 
   ServerState& state_;
   BatteryOptimizer& optimizer_;
+  FlashReads flash_reads_;
+  AddressEcho echo_;
   std::array<uint8_t, kReplyDataSize> reply_data_{};
 };
 

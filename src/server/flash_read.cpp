@@ -10,7 +10,6 @@
 #include "protocol/check_byte.h"
 #include "protocol/key_events.h"
 #include "protocol/stored.h"
-#include "server/state.h"
 #include "transport/frame.h"
 
 namespace perilink {
@@ -46,10 +45,18 @@ constexpr bool IsNameLength(uint8_t length) {
   return length >= 1 && length <= kMaxMacroName;
 }
 
-// Larger than the image, so that no address of a step needs a second thought.
-constinit std::array<uint8_t, 8192> image{};
-static_assert(MacroAddress(kSlots - 1) + PERILINK_MACRO_SLOT_SIZE <= sizeof(image));
-static_assert(kExtensionAddress + kExtensionSize == PERILINK_FLASH_IMAGE_SIZE);
+using Image = std::array<uint8_t, PERILINK_FLASH_IMAGE_SIZE>;
+static_assert(MacroAddress(kSlots - 1) + PERILINK_MACRO_SLOT_SIZE <= sizeof(Image));
+static_assert(kExtensionAddress + kExtensionSize == sizeof(Image));
+
+// The data of a memory write, as far as they lie in the image.
+void LayOver(Image& image, const CommandFrame& write) {
+  const size_t address = FrameAddress(write);
+  if (address >= image.size()) return;
+  const size_t declared = write.length & 0x7Fu;
+  const size_t length = std::min({declared, kFrameDataCapacity, image.size() - address});
+  std::copy_n(write.data, length, image.begin() + static_cast<ptrdiff_t>(address));
+}
 
 // ---- The chain ---------------------------------------------------------------------------------
 
@@ -67,17 +74,99 @@ enum Tag : uint8_t {
 };
 static_assert(kTagExtension == kLastFlashReadTag);
 
-void Finish() {
-  const ServerReportCallback callback = ServerState::Instance().Callback();
-  if (callback == nullptr) return;
-  StoredProtocolData::Instance().Parse(image.data());
-  CommandFrame frame{};
-  frame.report_id = kReportId;
-  frame.command = kCommandReadMemory;
-  callback(FrameBytes(frame).data(), sizeof(frame), image.data(), PERILINK_FLASH_IMAGE_SIZE);
+// The frames of a read of `length` bytes, the last one marked.
+std::vector<QueueEntry> ReadEntries(uint32_t address, uint32_t length, uint8_t tag) {
+  std::vector<QueueEntry> entries;
+  entries.reserve((length + kFrameBytes - 1) / kFrameBytes);
+  while (length > 0) {
+    const uint32_t step = std::min(length, kFrameBytes);
+    length -= step;
+    entries.push_back(ReadEntry(address, step, tag, length == 0));
+    address += step;
+  }
+  return entries;
 }
 
-void ProbeMacro(uint8_t slot) {
+}  // namespace
+
+// One full read, between its first answer and its last.
+class FlashRead : public std::enable_shared_from_this<FlashRead> {
+ public:
+  FlashRead(ServerState& state, ConnectionNumber connection)
+      : state_(state), connection_(connection) {
+    image_.fill(kErased);
+  }
+
+  void Continue(uint8_t tag, Data data, ServerReportCallback callback);
+  void OnWritten(const CommandFrame& write) { LayOver(image_, write); }
+
+ private:
+  void TakeSettings(Data data);
+  void TakeExtension(Data data);
+  void ProbeShortcut(uint8_t slot);
+  void TakeShortcutProbe(uint8_t slot, Data data);
+  void TakeShortcut(uint8_t slot, Data data);
+  void ProbeMacro(uint8_t slot);
+  void TakeMacroProbe(uint8_t slot, Data data);
+  void TakeMacro(uint8_t slot, Data data);
+  void Finish();
+  // False when another connection has begun.
+  bool Store();
+
+  void Queue(std::span<const QueueEntry> entries);
+
+  ServerState& state_;
+  const ConnectionNumber connection_;
+  ServerReportCallback callback_ = nullptr;
+  Image image_;     // what the device holds
+  Image believed_;  // the same with what is on its way to the device
+};
+
+// Nothing of a read reaches another connection.
+void FlashRead::Queue(std::span<const QueueEntry> entries) {
+  ServerState::Queues queues = state_.LockQueues();
+  if (queues.connection == connection_) queues.commands.Append(entries, shared_from_this());
+}
+
+void FlashRead::TakeSettings(Data data) {
+  image_.fill(kErased);
+  std::copy_n(data.begin(), kSettingsSize, image_.begin());
+  Queue(ReadEntries(kExtensionAddress, kExtensionSize, kTagExtension));
+}
+
+void FlashRead::TakeExtension(Data data) {
+  std::copy_n(data.begin(), kExtensionSize, image_.begin() + kExtensionAddress);
+  ProbeShortcut(0);
+}
+
+void FlashRead::ProbeShortcut(uint8_t slot) {
+  if (slot == kSlots) {
+    ProbeMacro(0);
+    return;
+  }
+  Queue(ReadEntries(ShortcutAddress(slot), kFrameBytes,
+                    static_cast<uint8_t>(kTagShortcutProbe + slot)));
+}
+
+void FlashRead::TakeShortcutProbe(uint8_t slot, Data data) {
+  const uint8_t count = data[0];
+  if (!IsShortcutCount(count)) {
+    ProbeShortcut(static_cast<uint8_t>(slot + 1));
+    return;
+  }
+  Queue(ReadEntries(ShortcutAddress(slot), static_cast<uint32_t>(ShortcutLength(count)),
+                    static_cast<uint8_t>(kTagShortcut + slot)));
+}
+
+void FlashRead::TakeShortcut(uint8_t slot, Data data) {
+  const uint8_t count = data[0];
+  const size_t length = ShortcutLength(count);
+  if (IsShortcutCount(count) && CheckHolds(data.data(), length - 1))
+    std::copy_n(data.begin(), length, image_.begin() + ShortcutAddress(slot));
+  ProbeShortcut(static_cast<uint8_t>(slot + 1));
+}
+
+void FlashRead::ProbeMacro(uint8_t slot) {
   if (slot == kSlots) {
     Finish();
     return;
@@ -89,48 +178,10 @@ void ProbeMacro(uint8_t slot) {
       ReadEntry(address, kFrameBytes, tag, false),
       ReadEntry(address + PERILINK_MACRO_COUNT_OFFSET, kFrameBytes, tag, true),
   };
-  ServerState::Instance().Append(probe);
+  Queue(probe);
 }
 
-void ProbeShortcut(uint8_t slot) {
-  if (slot == kSlots) {
-    ProbeMacro(0);
-    return;
-  }
-  QueueMemoryRead(ShortcutAddress(slot), kFrameBytes,
-                  static_cast<uint8_t>(kTagShortcutProbe + slot));
-}
-
-void TakeSettings(Data data) {
-  std::fill(image.begin() + kSettingsSize, image.end(), kErased);
-  std::copy_n(data.begin(), kSettingsSize, image.begin());
-  QueueMemoryRead(kExtensionAddress, kExtensionSize, kTagExtension);
-}
-
-void TakeExtension(Data data) {
-  std::copy_n(data.begin(), kExtensionSize, image.begin() + kExtensionAddress);
-  ProbeShortcut(0);
-}
-
-void TakeShortcutProbe(uint8_t slot, Data data) {
-  const uint8_t count = data[0];
-  if (!IsShortcutCount(count)) {
-    ProbeShortcut(static_cast<uint8_t>(slot + 1));
-    return;
-  }
-  QueueMemoryRead(ShortcutAddress(slot), static_cast<int32_t>(ShortcutLength(count)),
-                  static_cast<uint8_t>(kTagShortcut + slot));
-}
-
-void TakeShortcut(uint8_t slot, Data data) {
-  const uint8_t count = data[0];
-  const size_t length = ShortcutLength(count);
-  if (IsShortcutCount(count) && CheckHolds(data.data(), length - 1))
-    std::copy_n(data.begin(), length, image.begin() + ShortcutAddress(slot));
-  ProbeShortcut(static_cast<uint8_t>(slot + 1));
-}
-
-void TakeMacroProbe(uint8_t slot, Data data) {
+void FlashRead::TakeMacroProbe(uint8_t slot, Data data) {
   const uint8_t name_length = data[0];
   const uint8_t count = data[kFrameBytes];
   if (!IsNameLength(name_length)) {
@@ -138,35 +189,43 @@ void TakeMacroProbe(uint8_t slot, Data data) {
     return;
   }
   const size_t length = IsMacroCount(count) ? MacroLength(count) : name_length + size_t{1};
-  QueueMemoryRead(MacroAddress(slot), static_cast<int32_t>(length),
-                  static_cast<uint8_t>(kTagMacro + slot));
+  Queue(ReadEntries(MacroAddress(slot), static_cast<uint32_t>(length),
+                    static_cast<uint8_t>(kTagMacro + slot)));
 }
 
 // Through the record and back: the slot is stored in its normalised form.
-void TakeMacro(uint8_t slot, Data data) {
+void FlashRead::TakeMacro(uint8_t slot, Data data) {
   MacroKey macro{};
   DecodeMacro(data.first<PERILINK_MACRO_SLOT_SIZE>(), macro);
-  EncodeMacro(macro, MacroSlot(image.data() + MacroAddress(slot), PERILINK_MACRO_SLOT_SIZE));
+  EncodeMacro(macro, MacroSlot(image_.data() + MacroAddress(slot), PERILINK_MACRO_SLOT_SIZE));
   ProbeMacro(static_cast<uint8_t>(slot + 1));
 }
 
-}  // namespace
-
-void QueueMemoryRead(uint32_t address, int32_t length, uint8_t continuation) {
-  if (length < 1 || length > kLongestRead) return;
-  auto remaining = static_cast<uint32_t>(length);
-  std::vector<QueueEntry> entries;
-  entries.reserve((remaining + kFrameBytes - 1) / kFrameBytes);
-  while (remaining > 0) {
-    const uint32_t step = std::min(remaining, kFrameBytes);
-    remaining -= step;
-    entries.push_back(ReadEntry(address, step, continuation, remaining == 0));
-    address += step;
+// The library's own record takes the image. What updates have put into the record, and what still
+// waits in the queue for its turn, stays in it: it describes what the device will hold.
+bool FlashRead::Store() {
+  believed_ = image_;
+  const ServerState::Queues queues = state_.LockQueues();
+  if (queues.connection != connection_) return false;
+  for (size_t i = 0; i < queues.commands.Size(); ++i) {
+    const QueueEntry& entry = queues.commands.At(i);
+    if (entry.continuation == kUpdateTag && entry.frame.command == kCommandWriteMemory)
+      LayOver(believed_, entry.frame);
   }
-  ServerState::Instance().Append(entries);
+  StoredProtocolData::Instance().Parse(believed_.data());
+  return true;
 }
 
-void ContinueFlashRead(uint8_t tag, std::span<const uint8_t, kReplyDataSize> data) {
+void FlashRead::Finish() {
+  if (callback_ == nullptr || !Store()) return;
+  CommandFrame frame{};
+  frame.report_id = kReportId;
+  frame.command = kCommandReadMemory;
+  callback_(FrameBytes(frame).data(), sizeof(frame), image_.data(), PERILINK_FLASH_IMAGE_SIZE);
+}
+
+void FlashRead::Continue(uint8_t tag, Data data, ServerReportCallback callback) {
+  callback_ = callback;
   const auto slot_of = [tag](Tag first) { return static_cast<uint8_t>(tag - first); };
   if (tag == kTagSettings) {
     TakeSettings(data);
@@ -183,6 +242,29 @@ void ContinueFlashRead(uint8_t tag, std::span<const uint8_t, kReplyDataSize> dat
   } else {
     TakeExtension(data);
   }
+}
+
+// ---- The reads under way -----------------------------------------------------------------------
+
+void FlashReads::Continue(Step& step, std::span<const uint8_t, kReplyDataSize> data,
+                          ServerReportCallback callback) {
+  if (step.reader == nullptr) {
+    std::erase_if(running_, [](const std::weak_ptr<FlashRead>& read) { return read.expired(); });
+    step.reader = std::make_shared<FlashRead>(state_, step.connection);
+    running_.push_back(step.reader);
+  }
+  step.reader->Continue(step.tag, data, callback);
+}
+
+void FlashReads::OnWritten(const CommandFrame& write) {
+  for (const std::weak_ptr<FlashRead>& running : running_) {
+    if (const auto read = running.lock()) read->OnWritten(write);
+  }
+}
+
+void QueueMemoryRead(uint32_t address, int32_t length, uint8_t continuation) {
+  if (length < 1 || length > kLongestRead) return;
+  ServerState::Instance().Append(ReadEntries(address, static_cast<uint32_t>(length), continuation));
 }
 
 }  // namespace perilink

@@ -100,3 +100,11 @@ void UsbServer_Exit(void) {
 void UsbReaderWriterServer(void) {
   perilink::RunServerLoop();
 }
+
+void UsbServer_GetCurrentInputDevice(std::wstring& path) {
+  Guarded([&] { path = ServerState::Instance().InputPath(); });
+}
+
+void UsbServer_GetCurrentOutputDevice(std::wstring& path) {
+  Guarded([&] { path = ServerState::Instance().OutputPath(); });
+}

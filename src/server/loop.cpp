@@ -1,37 +1,37 @@
 #include "server/loop.h"
 
 #include <algorithm>
-#include <span>
+#include <atomic>
+#include <utility>
 
 #include "battery/optimizer.h"
 #include "platform/guard.h"
 #include "platform/runtime.h"
 #include "transport/discovery.h"
-#include "transport/exchange.h"
 #include "transport/frame.h"
 
 namespace perilink {
 namespace {
 
-constexpr int64_t kWriteSpacingMs = 8;
+constexpr int64_t kMicrosPerMs = 1000;
+constexpr int64_t kWriteSpacingMicros = 8 * kMicrosPerMs;
 constexpr uint32_t kReplyTimeoutMs = 100;
 constexpr uint32_t kClearSettingTimeoutMs = 5000;
+// The optimiser's settings, which a host changes without a word to the loop, count after this time
+// at the latest, as they do after an idle sleep.
+constexpr int64_t kLongestWaitMicros = 100 * kMicrosPerMs;
 // Writes without a valid report between them that make the device count as deaf.
 constexpr uint32_t kUnansweredWriteLimit = 5;
 
-// A spin, not a sleep: a sleep's granularity would halve the rate of a configuration read.
-void SpaceWrites() {
-  const int64_t start = RuntimeClockMs();
-  while (RuntimeClockMs() - start < kWriteSpacingMs) {
-  }
-}
-
-bool WriteFrame(HANDLE handle, const CommandFrame& frame) {
-  DWORD written = 0;
-  return WriteFile(handle, FrameBytes(frame).data(), sizeof(frame), &written, nullptr) != FALSE;
-}
-
 }  // namespace
+
+ServerLoop::ServerLoop(ServerState& state) : state_(state), dispatcher_(state) {
+  state_.SetAlarm(&alarm_);
+}
+
+ServerLoop::~ServerLoop() {
+  Guarded([this] { state_.SetAlarm(nullptr); });
+}
 
 void ServerLoop::Run() noexcept {
   do {
@@ -50,125 +50,186 @@ void ServerLoop::RunOnePass() noexcept {
 
 void ServerLoop::End() noexcept {
   Guarded([] { BatteryOptimizer::Instance().EndConnection(); });
-  ReleaseHandles();
-  read_.reset();
+  link_.Close();
 }
 
 void ServerLoop::Reopen() {
   if (!state_.TakeReopenRequest()) return;
-  DevicePaths paths;
   try {
-    paths = state_.Paths();
-    BatteryOptimizer::Instance().SetDevicePath(paths.input);
+    const DevicePaths paths = state_.Paths();
+    ForgetAwaitedReply();
+    if (link_.Open(&paths.output, &paths.input)) {
+      link_.Listen();
+    } else {
+      link_.Close();
+      state_.RequestReopen();
+    }
+    dispatcher_.OnReopen();
+    BatteryOptimizer::Instance().Connect(paths.input);
   } catch (...) {
     state_.RequestReopen();
     throw;
   }
-  ForgetAwaitedReply();
-  ReleaseHandles();
-  state_.write_handle().Set(OpenHidWriteHandle(paths.output));
-  state_.read_handle().Set(OpenHidReadHandle(paths.input));
-  read_.emplace();
-  read_->Post(state_.read_handle().Get(), sizeof(CommandFrame));
-  if (!read_->has_event()) {
-    ReleaseHandles();
-    state_.RequestReopen();
-  }
-
   write_count_ = 0;
-  BatteryOptimizer::Instance().ArmPoll(0);
 }
 
-// An answer from the connection before never comes. A start export has emptied the queue, but a
-// frame queued since may have gone out on the old handle: it is written again on the new one.
+// An answer from the connection before never comes: a frame that awaits one is written again.
 void ServerLoop::ForgetAwaitedReply() {
-  if (!awaiting_reply_) return;
-  awaiting_reply_ = false;
+  turn_micros_.reset();
+  if (!std::exchange(awaiting_reply_, false)) return;
   ServerState::Queues queues = state_.LockQueues();
   if (!queues.commands.Empty()) queues.commands.Head().pending = 1;
 }
 
+// ---- Writing ----------------------------------------------------------------------------------
+
 void ServerLoop::Write() {
-  if (!state_.write_handle().Valid()) return;
-  ServerState::Queues queues = state_.LockQueues();
-  if (!queues.commands.Empty() && queues.commands.Head().pending == 1 && !WriteHead(queues)) return;
-  CheckReplyTimeout(queues);
+  if (!link_.handles().CanWrite()) return;
+  bool in_doubt = false;
+  {
+    ServerState::Queues queues = state_.LockQueues();
+    // What is queued now is for another device, perhaps.
+    if (state_.ReopenRequested()) return;
+    in_doubt = ReplyIsOverdue(queues);
+    if (HeadsTurn(queues) && !WriteHead(queues)) {
+      in_doubt = true;
+      HeadsTurn(queues);  // it waits for the next one
+    }
+  }
+  if (!in_doubt) return;
+  presence_.Hint(GetTickCount64());
+  CheckPresence();
+}
+
+bool ServerLoop::HeadsTurn(ServerState::Queues& queues) {
+  if (queues.commands.Empty() || queues.commands.Head().pending != 1) {
+    turn_micros_.reset();
+    return false;
+  }
+  const int64_t now_micros = MonotonicMicros();
+  if (!turn_micros_) turn_micros_ = now_micros + kWriteSpacingMicros;
+  return now_micros >= *turn_micros_;
 }
 
 bool ServerLoop::WriteHead(ServerState::Queues& queues) {
+  turn_micros_.reset();
   QueueEntry& head = queues.commands.Head();
-  SpaceWrites();
-  if (!WriteFrame(state_.write_handle().Get(), head.frame)) {
-    CheckPresence();
-    return true;
-  }
+  if (!link_.Write(head.frame)) return false;
   head.pending = 0;
-  ++write_count_;
-  if (write_count_ >= kUnansweredWriteLimit) {
-    write_count_ = 0;
-    queues.replies.Clear();
-    queues.commands.Clear();
-    awaiting_reply_ = false;
-    return false;
-  }
   awaiting_reply_ = true;
   sent_at_ms_ = GetTickCount64();
   reply_timeout_ms_ =
       head.frame.command == kCommandClearSetting ? kClearSettingTimeoutMs : kReplyTimeoutMs;
+  if (++write_count_ >= kUnansweredWriteLimit) {
+    write_count_ = 0;
+    queues.replies.Clear();
+    queues.commands.Clear();
+    awaiting_reply_ = false;
+  }
   return true;
 }
 
-void ServerLoop::CheckReplyTimeout(ServerState::Queues& queues) {
-  if (!awaiting_reply_) return;
+bool ServerLoop::ReplyIsOverdue(ServerState::Queues& queues) {
+  if (!awaiting_reply_) return false;
   const uint64_t now_ms = GetTickCount64();
-  if (now_ms <= sent_at_ms_ || now_ms - sent_at_ms_ < reply_timeout_ms_) return;
+  if (now_ms <= sent_at_ms_ || now_ms - sent_at_ms_ < reply_timeout_ms_) return false;
   awaiting_reply_ = false;
   if (!queues.commands.Empty()) queues.commands.Head().pending = 1;
-  CheckPresence();
+  return true;
 }
+
+// ---- Reading ----------------------------------------------------------------------------------
 
 void ServerLoop::Read() {
-  if (!state_.read_handle().Valid() || !read_->Wait(0)) return;
-  CommandFrame report;
-  const std::span<uint8_t> bytes = FrameBytes(report);
-  std::copy_n(read_->buffer().begin(), bytes.size(), bytes.begin());
-  if (FrameChecksum(report) == report.checksum) {
-    // Guarded here as well, or the same report would be dispatched again on the next pass.
-    Guarded([&] { dispatcher_.DispatchReport(report, awaiting_reply_); });
-    write_count_ = 0;
-  }
-  read_->Post(state_.read_handle().Get(), sizeof(CommandFrame));
+  if (!link_.handles().CanRead() && NothingToDo()) return;
+  const Arrival arrival = NextReport();
+  const bool refused = arrival == Arrival::kNothing && !link_.listening();
+  if (arrival == Arrival::kFailure || refused) presence_.Hint(GetTickCount64());
+  if (arrival != Arrival::kReport) return;
+  const std::optional<ValidFrame> report = link_.frame();
+  // Once a reopen is asked for, this is the word of a device that the host has left.
+  if (!report || state_.ReopenRequested()) return;
+  if (dispatcher_.DispatchReport(*report) == Meaning::kAnswer) awaiting_reply_ = false;
+  write_count_ = 0;
 }
 
+Arrival ServerLoop::NextReport() {
+  return NothingToDo() ? link_.Next(0) : link_.Next(alarm_, NextDeadline());
+}
+
+Deadline ServerLoop::NextDeadline() const {
+  const int64_t now_micros = MonotonicMicros();
+  const uint64_t now_ms = GetTickCount64();
+  // A head that is neither about to be written nor awaited has just been queued.
+  const bool knows_head = turn_micros_ || awaiting_reply_;
+  int64_t first_micros = now_micros + (knows_head ? kLongestWaitMicros : kMicrosPerMs);
+  const auto at_tick = [&](uint64_t due_ms) {
+    if (due_ms == UINT64_MAX) return;
+    const int64_t left_ms = due_ms > now_ms ? static_cast<int64_t>(due_ms - now_ms) : 0;
+    first_micros = std::min(first_micros, now_micros + left_ms * kMicrosPerMs);
+  };
+  at_tick(BatteryOptimizer::Instance().NextDueMs());
+  if (awaiting_reply_) at_tick(sent_at_ms_ + std::max(reply_timeout_ms_, 1u));
+  if (turn_micros_ && *turn_micros_ < first_micros)
+    return {.at_micros = *turn_micros_, .precise = true};
+  return {.at_micros = first_micros};
+}
+
+// ---- Between the reports ----------------------------------------------------------------------
+
 void ServerLoop::IdleIfNothingToDo() {
-  if (state_.write_handle().Valid() && !state_.NothingQueued()) return;
+  if (!NothingToDo()) return;
   Sleep(state_.SleepTime());
-  CheckPresence();
+  if (presence_.Due(GetTickCount64())) CheckPresence();
 }
 
 void ServerLoop::DriveBattery() {
-  BatteryOptimizer& optimizer = BatteryOptimizer::Instance();
-  if (!optimizer.Enabled()) return;
-  if (optimizer.PollDue()) {
-    optimizer.ArmPoll(BatteryOptimizer::kPollIntervalMs);
-    optimizer.PollStep();
-  }
-  if (optimizer.SmoothingActive()) optimizer.SmoothingStep(state_.Callback());
+  BatteryOptimizer::Instance().Drive(state_.Callback());
 }
 
 void ServerLoop::CheckPresence() {
-  if (FindHidPathsByKey(state_.InputPath()).empty()) ReleaseHandles();
+  if (!link_.handles().CanWrite() && !link_.handles().CanRead()) return;
+  presence_.OnCheck(GetTickCount64());
+  if (FindPresence(state_.InputPath()) == Presence::kAbsent) link_.Close();
 }
 
-void ServerLoop::ReleaseHandles() {
-  state_.write_handle().Release();
-  // Before its handle goes, while the system can still be asked to let go of the buffer.
-  if (read_.has_value()) read_->Cancel();
-  state_.read_handle().Release();
-}
+// ---- One loop at a time -----------------------------------------------------------------------
+
+namespace {
+
+// Counts the beginnings and the ends of runs: it is odd while one lasts.
+class LoopTurn {
+ public:
+  // False when another thread has it; `run` then says which of its runs that is.
+  bool Take(uint64_t& run) {
+    run = count_;
+    while (run % 2 == 0) {
+      if (count_.compare_exchange_weak(run, run + 1)) return true;
+    }
+    return false;
+  }
+  void Give() { ++count_; }
+  bool Lasts(uint64_t run) const { return count_ == run; }
+
+ private:
+  std::atomic<uint64_t> count_{0};
+};
+
+constinit LoopTurn turn;
+
+}  // namespace
 
 void RunServerLoop() noexcept {
-  Guarded([] { ServerLoop(ServerState::Instance()).Run(); });
+  uint64_t run = 0;
+  if (turn.Take(run)) {
+    Guarded([] { ServerLoop(ServerState::Instance()).Run(); });
+    turn.Give();
+    return;
+  }
+  // A host that runs the loop beside the server's thread: rare, and nobody waits for this one.
+  constexpr DWORD kLookMs = 10;
+  while (turn.Lasts(run))
+    Sleep(kLookMs);
 }
 
 }  // namespace perilink

@@ -169,12 +169,6 @@ void UsbServer_ReadEncryption(void) {
 void UsbServer_SetPCDriverStatus(uint8_t status) {
   Guarded([&] {
     QueueCommand(kCommandDriverStatus, 1, {&status, 1});
-    BatteryOptimizer& optimizer = BatteryOptimizer::Instance();
-    if (status != 0) {
-      optimizer.ArmPoll(0);
-    } else {
-      optimizer.DisarmPoll();
-      optimizer.DisarmSmoothing();
-    }
+    BatteryOptimizer::Instance().SetDriverStatus(status != 0);
   });
 }

@@ -6,32 +6,44 @@
 
 namespace perilink {
 
-void ServerHandle::Release() {
-  const HANDLE handle = handle_.exchange(INVALID_HANDLE_VALUE, std::memory_order_relaxed);
-  if (!IsValidHandle(handle)) return;
-  CancelIo(handle);
-  CloseHandle(handle);
-}
-
 ServerState& ServerState::Instance() {
   static ServerState* const state = new ServerState;
   return *state;
 }
 
 void ServerState::RequestStart(DevicePaths paths, ServerReportCallback callback) {
-  const Queues queues = LockQueues();
-  queues.replies.Clear();
-  queues.commands.Clear();
-  callback_.store(callback, std::memory_order_release);
   {
-    const std::lock_guard lock(paths_mutex_);
-    std::swap(paths_, paths);
+    const Queues queues = LockQueues();
+    queues.replies.Clear();
+    queues.commands.Clear();
+    ++connection_;
+    callback_.store(callback, std::memory_order_release);
+    {
+      const std::lock_guard lock(paths_mutex_);
+      std::swap(paths_, paths);
+    }
+    // The exit is taken back first. In the other order the loop could take the reopen, find the
+    // exit and end: the start would be lost.
+    exit_requested_.store(false, std::memory_order_relaxed);
+    RequestReopen();
+    SetKeyboardTargetFlag(false);
   }
-  // In this order: a loop that takes the reopen must not then end by the exit that is taken back,
-  // or the reopen would be lost with it.
-  exit_requested_.store(false, std::memory_order_relaxed);
-  RequestReopen();
-  SetKeyboardTargetFlag(false);
+  WakeLoop();
+}
+
+void ServerState::RequestExit() {
+  exit_requested_.store(true, std::memory_order_relaxed);
+  WakeLoop();
+}
+
+void ServerState::SetAlarm(const Alarm* alarm) {
+  const std::lock_guard lock(alarm_mutex_);
+  alarm_ = alarm;
+}
+
+void ServerState::WakeLoop() {
+  const std::lock_guard lock(alarm_mutex_);
+  if (alarm_ != nullptr) alarm_->Wake();
 }
 
 DevicePaths ServerState::Paths() const {

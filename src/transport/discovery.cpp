@@ -1,6 +1,7 @@
 #include "transport/discovery.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdio>
 #include <cwctype>
@@ -20,22 +21,56 @@ namespace {
 // Keys that are built from ids are formatted as narrow text of at most this length.
 constexpr size_t kKeyCapacity = 255;
 
-// Of a path that the system reports, nullopt when it can't be told.
-std::optional<std::wstring> InterfacePath(HDEVINFO set, SP_DEVICE_INTERFACE_DATA& item) {
-  using Detail = SP_DEVICE_INTERFACE_DETAIL_DATA_W;
-  DWORD size = 0;
-  // Fails by design: without a buffer it only tells the size.
-  SetupDiGetDeviceInterfaceDetailW(set, &item, nullptr, 0, &size, nullptr);
-  if (size < sizeof(Detail)) return std::nullopt;
-  std::vector<std::max_align_t> buffer(size / sizeof(std::max_align_t) + 1);
-  auto* detail = reinterpret_cast<Detail*>(buffer.data());
-  // The size of the fixed part, not of the buffer.
-  detail->cbSize = sizeof(Detail);
-  if (!SetupDiGetDeviceInterfaceDetailW(set, &item, detail, size, nullptr, nullptr))
-    return std::nullopt;
-  const wchar_t* path = detail->DevicePath;
+using Detail = SP_DEVICE_INTERFACE_DETAIL_DATA_W;
+
+// The path in a detail record of `size` bytes.
+std::wstring PathIn(const Detail& detail, DWORD size) {
+  const wchar_t* path = detail.DevicePath;
   const size_t capacity = (size - offsetof(Detail, DevicePath)) / sizeof(wchar_t);
   return std::wstring(path, std::find(path, path + capacity, L'\0'));
+}
+
+// Nullopt when the path can't be told, or is longer than `size` bytes have room for: `needed` then
+// says how many it needs.
+std::optional<std::wstring> InterfacePath(HDEVINFO set, SP_DEVICE_INTERFACE_DATA& item,
+                                          Detail* detail, DWORD size, DWORD& needed) {
+  // The size of the fixed part, not of the buffer.
+  detail->cbSize = sizeof(Detail);
+  if (!SetupDiGetDeviceInterfaceDetailW(set, &item, detail, size, &needed, nullptr))
+    return std::nullopt;
+  return PathIn(*detail, size);
+}
+
+// Most paths have 80 to 120 characters: they need one call, and no memory beside the text's.
+std::optional<std::wstring> InterfacePath(HDEVINFO set, SP_DEVICE_INTERFACE_DATA& item) {
+  constexpr size_t kUsualSize = 1024;
+  alignas(Detail) std::array<std::byte, kUsualSize> usual{};
+  DWORD needed = 0;
+  auto path = InterfacePath(set, item, reinterpret_cast<Detail*>(usual.data()), kUsualSize, needed);
+  if (path || needed <= kUsualSize) return path;
+  const DWORD size = needed;
+  std::vector<std::max_align_t> buffer(size / sizeof(std::max_align_t) + 1);
+  return InterfacePath(set, item, reinterpret_cast<Detail*>(buffer.data()), size, needed);
+}
+
+// Calls `visit` with each present path in the system's order, until it returns false. False when a
+// call failed before the last one.
+template <typename Visit>
+bool VisitHidPaths(Visit visit) {
+  GUID hid;
+  HidD_GetHidGuid(&hid);
+  const UniqueDeviceInfoSet set(
+      SetupDiGetClassDevsW(&hid, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
+  if (!set.Valid()) return false;
+  for (DWORD index = 0;; ++index) {
+    SP_DEVICE_INTERFACE_DATA item{};
+    item.cbSize = sizeof item;
+    if (!SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &hid, index, &item))
+      return GetLastError() == ERROR_NO_MORE_ITEMS;
+    std::optional<std::wstring> path = InterfacePath(set.Get(), item);
+    if (!path) return false;
+    if (!visit(std::move(*path))) return true;
+  }
 }
 
 std::wstring LowerCase(std::wstring text) {
@@ -89,19 +124,11 @@ void Replace(HidPathList& list, Search search) noexcept {
 
 HidPathList EnumerateHidPaths() {
   HidPathList paths;
-  GUID hid;
-  HidD_GetHidGuid(&hid);
-  const UniqueDeviceInfoSet set(
-      SetupDiGetClassDevsW(&hid, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
-  if (!set.Valid()) return paths;
-  for (DWORD index = 0;; ++index) {
-    SP_DEVICE_INTERFACE_DATA item{};
-    item.cbSize = sizeof item;
-    if (!SetupDiEnumDeviceInterfaces(set.Get(), nullptr, &hid, index, &item)) return paths;
-    std::optional<std::wstring> path = InterfacePath(set.Get(), item);
-    if (!path) return paths;
-    paths.push_back(std::move(*path));
-  }
+  VisitHidPaths([&paths](std::wstring path) {
+    paths.push_back(std::move(path));
+    return true;
+  });
+  return paths;
 }
 
 HidPathList FindHidPaths(const std::wstring& vendor, const std::wstring& product) {
@@ -111,6 +138,18 @@ HidPathList FindHidPaths(const std::wstring& vendor, const std::wstring& product
 HidPathList FindHidPathsByKey(const std::wstring& key) {
   if (key.empty()) return {};
   return Matching(EnumerateHidPaths(), LowerCase(key));
+}
+
+Presence FindPresence(const std::wstring& key) {
+  if (key.empty()) return Presence::kAbsent;
+  const std::wstring lower = LowerCase(key);
+  bool found = false;
+  const bool complete = VisitHidPaths([&](const std::wstring& path) {
+    found = path.find(lower) != std::wstring::npos;
+    return !found;
+  });
+  if (found) return Presence::kPresent;
+  return complete ? Presence::kAbsent : Presence::kUnknown;
 }
 
 HidPathList FindHidPathsByDeviceId(const std::wstring& vendor, const std::wstring& product,

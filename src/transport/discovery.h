@@ -15,6 +15,9 @@ namespace perilink {
 // Device paths as the system reports them, in its enumeration order.
 using HidPathList = std::vector<std::wstring>;
 
+// An enumeration that failed tells of no absence.
+enum class Presence { kPresent, kAbsent, kUnknown };
+
 // Where the devices keep their command interface.
 inline constexpr int32_t kDefaultInterface = 1;
 inline constexpr int32_t kDefaultCollection = 5;
@@ -25,6 +28,8 @@ HidPathList EnumerateHidPaths();
 HidPathList FindHidPaths(const std::wstring& vendor, const std::wstring& product);
 // An empty key finds nothing; a whole device path finds that interface while it is present.
 HidPathList FindHidPathsByKey(const std::wstring& key);
+// Whether any present interface's path contains the key. Ends at the first one that does.
+Presence FindPresence(const std::wstring& key);
 // An empty product: the vendor's interfaces of any product.
 HidPathList FindHidPathsByDeviceId(const std::wstring& vendor, const std::wstring& product,
                                    int32_t interface_number, int32_t collection_number);

@@ -1,66 +1,72 @@
 #include "transport/exchange.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "perilink/finder.h"
 #include "platform/guard.h"
-#include "platform/overlapped_read.h"
-#include "transport/frame.h"
+#include "platform/runtime.h"
+#include "transport/link.h"
 
 namespace perilink {
 namespace {
 
-HANDLE OpenHid(const std::wstring& path, DWORD flags) {
-  return CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                     nullptr, OPEN_EXISTING, flags, nullptr);
-}
+// One request on an open link.
+class Exchange {
+ public:
+  Exchange(Link& link, const CommandFrame& request) : link_(link), request_(request) {}
 
-bool WriteFrame(HANDLE file, const CommandFrame& frame) {
-  DWORD written = 0;
-  return WriteFile(file, &frame, sizeof frame, &written, nullptr) == TRUE;
-}
+  // One write, and the wait for its reply.
+  std::optional<ValidFrame> Try(uint32_t timeout_ms) {
+    if (!link_.Write(request_)) return std::nullopt;
+    std::optional<ValidFrame> without_address;
+    const int64_t start_micros = MonotonicMicros();
+    for (uint64_t passed_ms = 0;;) {
+      const Arrival arrival = link_.Next(timeout_ms - static_cast<uint32_t>(passed_ms));
+      if (arrival == Arrival::kFailure) return std::nullopt;
+      if (arrival == Arrival::kReport) {
+        const std::optional<ValidFrame> frame = link_.frame();
+        if (!frame || (*frame)->command != request_.command) return std::nullopt;
+        if (IsExact(**frame)) return frame;
+        if (FrameAddress(**frame) == 0) {
+          without_address = frame;
+        } else {
+          echoes_addresses_ = true;
+        }
+      }
+      passed_ms = static_cast<uint64_t>(MonotonicMicros() - start_micros) / 1000;
+      if (passed_ms >= timeout_ms) break;
+    }
+    return echoes_addresses_ ? std::nullopt : without_address;
+  }
 
-bool IsReply(std::span<const uint8_t> report, const CommandFrame& request) {
-  constexpr size_t kChecksum = offsetof(CommandFrame, checksum);
-  return ChecksumRange(report.data(), 0, kChecksum) == report[kChecksum] &&
-         report[offsetof(CommandFrame, command)] == request.command;
-}
+ private:
+  bool IsExact(const CommandFrame& reply) const {
+    return request_.command != kCommandReadMemory || FrameAddress(reply) == FrameAddress(request_);
+  }
+
+  Link& link_;
+  const CommandFrame& request_;
+  bool echoes_addresses_ = false;
+};
 
 }  // namespace
-
-HANDLE OpenHidWriteHandle(const std::wstring& path) {
-  return OpenHid(path, FILE_ATTRIBUTE_NORMAL);
-}
-
-HANDLE OpenHidReadHandle(const std::wstring& path) {
-  return OpenHid(path, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OVERLAPPED);
-}
 
 bool ExchangeFrame(const std::wstring& path, const CommandFrame& request, CommandFrame& reply,
                    int32_t retries, int32_t timeout_ms) {
   reply = CommandFrame{};
-  // Destroyed from the last to the first: the read is drained before its handle is closed.
-  const UniqueFile write_handle(OpenHidWriteHandle(path));
-  const UniqueFile read_handle(OpenHidReadHandle(path));
-  OverlappedRead read;
-  if (!read.has_event()) return false;
-
-  bool accepted = false;
-  // Posted before the first write, so that a reply that comes at once is not lost.
-  read.Post(read_handle.Get(), sizeof reply);
-  for (int64_t tries = int64_t{retries} + 1; tries > 0 && !accepted; --tries) {
-    if (!WriteFrame(write_handle.Get(), request)) continue;
-    // A read that is still pending serves the next try.
-    if (!read.Wait(static_cast<DWORD>(timeout_ms))) continue;
-    accepted = IsReply(read.buffer(), request);
-    if (accepted) {
-      std::copy_n(read.buffer().begin(), sizeof reply, FrameBytes(reply).begin());
-    } else {
-      read.Post(read_handle.Get(), sizeof reply);
+  Link link(sizeof(CommandFrame));
+  if (!link.Open(path)) return false;
+  // Before the first write, so that a reply that comes at once is not lost.
+  link.Listen();
+  Exchange exchange(link, request);
+  for (int64_t tries = int64_t{retries} + 1; tries > 0; --tries) {
+    if (const auto accepted = exchange.Try(static_cast<uint32_t>(timeout_ms))) {
+      reply = **accepted;
+      return true;
     }
   }
-  CancelIo(write_handle.Get());
-  return accepted;
+  return false;
 }
 
 }  // namespace perilink
@@ -76,7 +82,8 @@ bool UsbFinder_GetDeviceData(const std::wstring& path, const CommandFrame* reque
 void UsbFinder_GetUsbDeviceAttribute(const std::wstring& path,
                                      struct _HIDD_ATTRIBUTES* attributes) {
   perilink::Guarded([&] {
-    const perilink::UniqueFile file(perilink::OpenHidReadHandle(path));
-    HidD_GetAttributes(file.Get(), attributes);
+    perilink::DeviceHandles handles;
+    handles.Open(nullptr, &path);
+    handles.GetAttributes(*attributes);
   });
 }

@@ -1,4 +1,4 @@
-// Opening a device path, and the synchronous exchange of one frame with the device behind it.
+// The synchronous exchange of one frame with a device.
 #ifndef PERILINK_SRC_TRANSPORT_EXCHANGE_H_
 #define PERILINK_SRC_TRANSPORT_EXCHANGE_H_
 
@@ -6,7 +6,6 @@
 #include <string>
 
 #include "perilink/records.h"
-#include "platform/handles.h"
 
 namespace perilink {
 
@@ -14,14 +13,14 @@ namespace perilink {
 inline constexpr int32_t kExchangeRetries = 2;
 inline constexpr int32_t kExchangeTimeoutMs = 100;
 
-// Both open a device path for reading and writing, shared; the names say how the library uses the
-// handle. The result is not tested: it may be INVALID_HANDLE_VALUE.
-HANDLE OpenHidWriteHandle(const std::wstring& path);  // synchronous
-HANDLE OpenHidReadHandle(const std::wstring& path);   // overlapped
-
 // Writes the request up to retries + 1 times and waits after each write up to timeout_ms for a
-// reply with a right checksum and the request's command. Opens and closes its own handles. On
-// false the reply is all zero. With retries below 0 nothing is written.
+// reply with a right checksum and the request's command; any other report costs the try. Opens and
+// closes a link of its own. On false the reply is all zero. With retries below 0 nothing is
+// written.
+//
+// Reads of the device's memory share their command with all others, so here an answer that names
+// another address is passed over, without costing the try. One that names none (0) is taken if the
+// try ends without a better one.
 bool ExchangeFrame(const std::wstring& path, const CommandFrame& request, CommandFrame& reply,
                    int32_t retries = kExchangeRetries, int32_t timeout_ms = kExchangeTimeoutMs);
 

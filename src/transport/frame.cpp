@@ -10,6 +10,13 @@ std::atomic<bool> keyboard_target{false};
 
 }  // namespace
 
+std::optional<ValidFrame> ValidFrame::Check(std::span<const uint8_t> report) {
+  CommandFrame frame{};
+  std::copy_n(report.begin(), std::min(report.size(), sizeof(frame)), FrameBytes(frame).begin());
+  if (FrameChecksum(frame) != frame.checksum) return std::nullopt;
+  return ValidFrame(frame);
+}
+
 bool KeyboardTargetFlag() {
   return keyboard_target.load(std::memory_order_relaxed);
 }

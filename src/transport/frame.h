@@ -1,9 +1,11 @@
-// The command frame: its checksum, the keyboard target, and the one builder of requests.
+// The command frame: its checksum, the type of one whose checksum holds, the keyboard target, and
+// the one builder of requests.
 #ifndef PERILINK_SRC_TRANSPORT_FRAME_H_
 #define PERILINK_SRC_TRANSPORT_FRAME_H_
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 
 #include "perilink/records.h"
@@ -70,6 +72,27 @@ inline std::span<uint8_t, sizeof(CommandFrame)> FrameBytes(CommandFrame& frame) 
 inline uint8_t FrameChecksum(const CommandFrame& frame) {
   return ChecksumRange(FrameBytes(frame).data(), 0, offsetof(CommandFrame, checksum));
 }
+
+// The address of a memory command, of its request and of its answer.
+inline uint16_t FrameAddress(const CommandFrame& frame) {
+  return static_cast<uint16_t>(frame.address_high << 8 | frame.address_low);
+}
+
+// A report whose checksum holds. There is no other way to make one, so whoever has one need not
+// test it.
+class ValidFrame {
+ public:
+  // Looks at the report's first 17 bytes; those that are missing count as zeros.
+  static std::optional<ValidFrame> Check(std::span<const uint8_t> report);
+
+  const CommandFrame& operator*() const { return frame_; }
+  const CommandFrame* operator->() const { return &frame_; }
+
+ private:
+  explicit ValidFrame(const CommandFrame& frame) : frame_(frame) {}
+
+  CommandFrame frame_;
+};
 
 // The process-wide keyboard target: while it is set, the frames that the library builds carry bit
 // 7 in their length byte. Clear at load; any thread may read and set it.

@@ -2,67 +2,93 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
+#include <memory>
+#include <mutex>
 
 #include "perilink/finder.h"
 #include "platform/guard.h"
-#include "platform/overlapped_read.h"
-#include "transport/exchange.h"
+#include "platform/runtime.h"
+#include "transport/link.h"
 
 namespace perilink {
 namespace {
 
 constexpr int kRawTries = 2;
-constexpr DWORD kRawTimeoutMs = 200;
+constexpr uint32_t kRawTimeoutMs = 200;
 
-// The RawDeviceHandles. The host uses them from one thread at a time; that they are atomic keeps a
-// host that does not from closing a handle twice.
-std::atomic<HANDLE> raw_write_handle{nullptr};
-std::atomic<HANDLE> raw_read_handle{nullptr};
+// The RawDeviceHandles. They are closed when they are no longer stored and no exchange uses them.
+// Never destroyed: a host may exchange while the process exits.
+class RawDevice {
+ public:
+  using Handles = std::shared_ptr<DeviceHandles>;
 
-bool WriteReport(HANDLE file, std::span<const uint8_t> report) {
-  DWORD written = 0;
-  return WriteFile(file, report.data(), static_cast<DWORD>(report.size()), &written, nullptr) ==
-         TRUE;
+  static RawDevice& Instance() {
+    static RawDevice& device = *new RawDevice;
+    return device;
+  }
+
+  // Null when nothing is open.
+  Handles Get() {
+    const std::lock_guard lock(mutex_);
+    return handles_;
+  }
+  void Put(Handles handles) {
+    const std::lock_guard lock(mutex_);
+    handles_.swap(handles);
+  }
+
+ private:
+  std::mutex mutex_;
+  Handles handles_;
+};
+
+// The first report that the link brings in time.
+bool TakeReply(Link& link, std::span<uint8_t> reply) {
+  const int64_t start_micros = MonotonicMicros();
+  for (uint32_t passed_ms = 0; passed_ms < kRawTimeoutMs;) {
+    const Arrival arrival = link.Next(kRawTimeoutMs - passed_ms);
+    if (arrival == Arrival::kFailure) return false;
+    if (arrival == Arrival::kReport) {
+      std::copy_n(link.report().begin(), reply.size(), reply.begin());
+      return true;
+    }
+    passed_ms = static_cast<uint32_t>((MonotonicMicros() - start_micros) / 1000);
+  }
+  return false;
 }
 
 }  // namespace
 
 bool OpenRawDevice(const std::wstring& path) {
-  const HANDLE write_handle = OpenHidWriteHandle(path);
-  const HANDLE read_handle = OpenHidReadHandle(path);
-  raw_write_handle.store(write_handle, std::memory_order_relaxed);
-  raw_read_handle.store(read_handle, std::memory_order_relaxed);
-  return IsValidHandle(write_handle) && IsValidHandle(read_handle);
+  const auto handles = std::make_shared<DeviceHandles>();
+  handles->Open(&path, &path);
+  RawDevice::Instance().Put(handles);
+  return handles->CanWrite() && handles->CanRead();
 }
 
 void CloseRawDevice() {
-  const HANDLE read_handle = raw_read_handle.exchange(nullptr, std::memory_order_relaxed);
-  const HANDLE write_handle = raw_write_handle.exchange(nullptr, std::memory_order_relaxed);
-  CancelIo(read_handle);
-  CancelIo(write_handle);
-  if (IsValidHandle(read_handle)) CloseHandle(read_handle);
-  if (IsValidHandle(write_handle)) CloseHandle(write_handle);
+  RawDevice::Instance().Put(nullptr);
 }
 
 bool WriteRaw(std::span<const uint8_t> report) {
-  return WriteReport(raw_write_handle.load(std::memory_order_relaxed), report);
+  const auto handles = RawDevice::Instance().Get();
+  return handles && handles->Write(report);
 }
 
 bool ExchangeRaw(std::span<const uint8_t> request, std::span<uint8_t> reply) {
   // The caller may have its reply take the request's place.
-  std::array<uint8_t, OverlappedRead::kCapacity> copy{};
+  std::array<uint8_t, Link::kLongestReport> copy{};
   std::copy(request.begin(), request.end(), copy.begin());
   std::fill(reply.begin(), reply.end(), uint8_t{0});
 
-  OverlappedRead read;
-  if (!read.has_event()) return false;
+  const auto handles = RawDevice::Instance().Get();
+  if (!handles) return false;
+  Link link(*handles, reply.size());
+  if (!link.CanWait()) return false;
   // One read serves both tries. It is drained when it goes, whatever became of them.
-  read.Post(raw_read_handle.load(std::memory_order_relaxed), reply.size());
+  link.Listen();
   for (int tries = kRawTries; tries > 0; --tries) {
-    if (!WriteRaw(std::span(copy).first(request.size())) || !read.Wait(kRawTimeoutMs)) continue;
-    std::copy_n(read.buffer().begin(), reply.size(), reply.begin());
-    return true;
+    if (link.Write(std::span(copy).first(request.size())) && TakeReply(link, reply)) return true;
   }
   return false;
 }

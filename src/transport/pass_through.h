@@ -8,11 +8,11 @@
 
 namespace perilink {
 
-// Stores a write and a read handle on the path, valid or not, in place of those stored before,
-// which are not closed. True when both are valid.
+// Stores a write and a read handle on the path, valid or not, in place of those stored before. True
+// when both are valid.
 bool OpenRawDevice(const std::wstring& path);
 
-// Cancels, closes and forgets the stored pair.
+// Closes and forgets the stored pair.
 void CloseRawDevice();
 
 // One write of the whole report on the stored pair.

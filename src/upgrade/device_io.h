@@ -2,22 +2,20 @@
 #ifndef PERILINK_SRC_UPGRADE_DEVICE_IO_H_
 #define PERILINK_SRC_UPGRADE_DEVICE_IO_H_
 
-#include <cstdint>
-#include <span>
-#include <string>
-
 #include "platform/win32.h"
+#include "transport/link.h"
+#include "upgrade/image.h"
 
 namespace perilink {
 
 // The pace of every wait of an upgrade: no wait without an event sleeps longer.
 inline constexpr DWORD kTickMs = 10;
 
-// Sends the bytes as a feature report or as an output report; returns when the device has them.
-bool SendReport(HANDLE device, std::span<const uint8_t> bytes, bool as_feature_report);
-
-// A handle as the log shows it: -1 for one that could not be opened.
-std::wstring HandleText(HANDLE handle);
+// Sends the bytes the way the command asks for: as a feature report, or as an output report.
+inline bool SendReport(const Link& link, const CommandDescriptor& command,
+                       std::span<const uint8_t> bytes) {
+  return command.use_feature_report != 0 ? link.handles().SendFeature(bytes) : link.Write(bytes);
+}
 
 }  // namespace perilink
 

@@ -1,13 +1,9 @@
 #include "upgrade/download.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
-#include "platform/handles.h"
-#include "platform/overlapped_read.h"
 #include "transport/discovery.h"
-#include "transport/exchange.h"
 #include "upgrade/device_io.h"
 #include "upgrade/events.h"
 #include "upgrade/log.h"
@@ -40,11 +36,11 @@ bool HasPacketToWrite(const UsbUpgradeFile& record) {
 // One device's download: its handles, the posted read and the inactivity clock.
 class Download {
  public:
-  explicit Download(UsbUpgradeFile& record) : record_(record) {}
+  explicit Download(UsbUpgradeFile& record) : record_(record), link_(PacketLength(record)) {}
 
   bool Run() {
     if (!Open()) return false;
-    reader_.Post(read_file_.Get(), PacketLength(record_));
+    link_.Listen();
     LogLine(L"Start DownloadFile");
     record_.repeat_mark = kNoRepeatMark;
     record_.repeat_count = 0;
@@ -68,13 +64,14 @@ class Download {
     const HidPathList inputs = FindHidPathsByKey(record_.boot_input_end_point);
     const HidPathList outputs = FindHidPathsByKey(record_.boot_output_end_point);
     // Without a path the log shows a handle of 0.
-    write_file_.Reset(outputs.empty() ? nullptr : OpenHidWriteHandle(outputs.front()));
-    read_file_.Reset(inputs.empty() ? nullptr : OpenHidReadHandle(inputs.front()));
-    if (write_file_.Valid() && read_file_.Valid()) return true;
-    LogLine(L"DownloadFile-HANDLE Error,hDeviceWrite=" + HandleText(write_file_.Get()) +
-            L"  hDeviceRead =" + HandleText(read_file_.Get()));
-    SendUpgradeEvent(record_, kResultEvent, kResultBootOpenFailed, write_file_.Valid(),
-                     read_file_.Valid());
+    link_.Open(outputs.empty() ? nullptr : &outputs.front(),
+               inputs.empty() ? nullptr : &inputs.front());
+    const DeviceHandles& handles = link_.handles();
+    if (handles.CanWrite() && handles.CanRead()) return true;
+    LogLine(L"DownloadFile-HANDLE Error,hDeviceWrite=" + handles.WriteHandleText() +
+            L"  hDeviceRead =" + handles.ReadHandleText());
+    SendUpgradeEvent(record_, kResultEvent, kResultBootOpenFailed, handles.CanWrite(),
+                     handles.CanRead());
     return false;
   }
 
@@ -82,8 +79,7 @@ class Download {
     if (!HasPacketToWrite(record_)) return;
     UpgradePacket& packet = record_.packets.front();
     const auto bytes = std::span<const uint8_t>(packet.data).first(PacketLength(record_));
-    if (SendReport(write_file_.Get(), bytes,
-                   record_.header.packet_template.use_feature_report != 0)) {
+    if (SendReport(link_, record_.header.packet_template, bytes)) {
       packet.pending = 0;
       last_write_ms_ = GetTickCount64();
       LogHexLine(L"Write Data Success:", packet.data);
@@ -93,23 +89,20 @@ class Download {
   }
 
   // A packet that could not be written is tried again after a tick; otherwise only a reply or the
-  // end of the time can bring news. Reads that fail as soon as they are posted, or no event to wait
-  // on, must not keep the thread spinning.
+  // end of the time can bring news.
   bool WaitForReply() {
-    DWORD wait_ms = HasPacketToWrite(record_) ? kTickMs : TimeLeftMs();
-    if (!reader_.has_event() || std::exchange(read_failed_, false)) {
-      Sleep(std::min(wait_ms, kTickMs));
-      wait_ms = 0;
-    }
-    return reader_.Wait(wait_ms);
+    const DWORD wait_ms = HasPacketToWrite(record_) ? kTickMs : TimeLeftMs();
+    const Arrival arrival = link_.Next(wait_ms);
+    // Reads that fail one after the other must not keep the thread spinning.
+    if (arrival == Arrival::kFailure) Sleep(std::min(wait_ms, kTickMs));
+    return arrival == Arrival::kReport;
   }
 
   // Posts the next read before it handles the reply, so that none is missed meanwhile.
   bool TakeReply() {
-    std::array<uint8_t, kPacketDataSize> report;
-    std::ranges::copy(reader_.buffer().first<kPacketDataSize>(), report.begin());
-    read_failed_ = !reader_.Succeeded();
-    reader_.Post(read_file_.Get(), PacketLength(record_));
+    BootReport report;
+    std::ranges::copy(link_.report(), report.bytes.begin());
+    link_.Listen();
     return ReceiveBootReply(record_, report);
   }
 
@@ -131,12 +124,8 @@ class Download {
   }
 
   UsbUpgradeFile& record_;
-  // The files outlive the read that is posted on them.
-  UniqueFile write_file_;
-  UniqueFile read_file_;
-  OverlappedRead reader_;
+  Link link_;
   ULONGLONG last_write_ms_ = 0;
-  bool read_failed_ = false;
 };
 
 bool ReceiveStatus(UsbUpgradeFile& record, uint8_t status, uint8_t detail) {
@@ -147,10 +136,10 @@ bool ReceiveStatus(UsbUpgradeFile& record, uint8_t status, uint8_t detail) {
   return status == kStatusEnd;
 }
 
-bool EchoMatches(const UsbUpgradeFile& record, std::span<const uint8_t, kPacketDataSize> report) {
+bool EchoMatches(const UsbUpgradeFile& record, const BootReport& report) {
   const size_t length = std::max<size_t>(PacketLength(record), 1);
   const uint8_t* sent = record.packets.front().data;
-  return std::equal(report.begin() + 1, report.begin() + static_cast<ptrdiff_t>(length), sent + 1);
+  return std::equal(sent + 1, sent + length, report.bytes.begin() + 1);
 }
 
 // Sent again up to nine times at the same place of the download, then no more.
@@ -166,7 +155,7 @@ void RepeatFrontPacket(UsbUpgradeFile& record) {
   }
 }
 
-void ReceiveEcho(UsbUpgradeFile& record, std::span<const uint8_t, kPacketDataSize> report) {
+void ReceiveEcho(UsbUpgradeFile& record, const BootReport& report) {
   if (record.packets.empty()) return;
   if (EchoMatches(record, report)) {
     ++record.progress;
@@ -183,8 +172,8 @@ bool DownloadFile(UsbUpgradeFile& record) {
   return Download(record).Run();
 }
 
-bool ReceiveBootReply(UsbUpgradeFile& record, std::span<const uint8_t, kPacketDataSize> report) {
-  LogHexLine(L"Received Data:", report);
+bool ReceiveBootReply(UsbUpgradeFile& record, const BootReport& report) {
+  LogHexLine(L"Received Data:", report.bytes);
   switch (report[1]) {
     case kReplyReady:
       SendUpgradeEvent(record, kNoticeEvent, kNoticeDownload, 3);

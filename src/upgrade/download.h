@@ -2,8 +2,8 @@
 #ifndef PERILINK_SRC_UPGRADE_DOWNLOAD_H_
 #define PERILINK_SRC_UPGRADE_DOWNLOAD_H_
 
+#include <array>
 #include <cstdint>
-#include <span>
 
 #include "upgrade/upgrade_file.h"
 
@@ -12,8 +12,15 @@ namespace perilink {
 // True when the device has reported the end of its upgrade. On the upgrade thread.
 bool DownloadFile(UsbUpgradeFile& record);
 
+// A report of a boot loader, with zeros beyond what it sent. Boot loaders close theirs with no
+// checksum: whatever it says may be damaged.
+struct BootReport {
+  std::array<uint8_t, kPacketDataSize> bytes{};
+  uint8_t operator[](size_t index) const { return bytes[index]; }
+};
+
 // Handles one report of the device; true when it reports the end.
-bool ReceiveBootReply(UsbUpgradeFile& record, std::span<const uint8_t, kPacketDataSize> report);
+bool ReceiveBootReply(UsbUpgradeFile& record, const BootReport& report);
 
 }  // namespace perilink
 

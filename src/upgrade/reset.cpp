@@ -1,10 +1,6 @@
 #include <algorithm>
 
-#include "platform/handles.h"
-#include "platform/overlapped_read.h"
 #include "transport/discovery.h"
-#include "transport/exchange.h"
-#include "transport/frame.h"
 #include "upgrade/cycle.h"
 #include "upgrade/device_io.h"
 #include "upgrade/events.h"
@@ -16,7 +12,6 @@ namespace {
 
 constexpr size_t kEchoFlagAt = 5;  // in the reset command: non-zero when the device echoes it
 constexpr ULONGLONG kEchoTimeoutMs = 1000;
-constexpr ULONGLONG kEchoWaitMs = 100;
 
 enum class Search { kFound, kAbsent, kFailed };
 
@@ -54,28 +49,28 @@ Search PollNormalInterfaces(UsbUpgradeFile& record, bool wait_normal, NormalInte
   }
 }
 
-bool IsResetEcho(std::span<const uint8_t> report, std::span<const uint8_t> command) {
-  constexpr size_t kChecksumAt = offsetof(CommandFrame, checksum);
-  return report[kChecksumAt] == ChecksumRange(report.data(), 0, kChecksumAt) &&
-         std::equal(command.begin(), command.end(), report.begin());
+bool IsResetEcho(const Link& link, std::span<const uint8_t> command) {
+  const std::span<const uint8_t> report = link.report();
+  return link.frame() && std::equal(command.begin(), command.end(), report.begin(), report.end());
 }
 
-// The read is posted once: after a report that is not the echo the wait runs out.
-bool WaitForEcho(const UsbUpgradeFile& record, OverlappedRead& reader) {
+// One report is looked at: after one that is not the echo the time runs out.
+bool WaitForEcho(const UsbUpgradeFile& record, Link& link) {
   LogLine(L"ResetToBootMode-Write data success-Wait Usb");
   const ULONGLONG sent_ms = GetTickCount64();
   bool reading = true;
   for (ULONGLONG passed = 0; passed < kEchoTimeoutMs; passed = GetTickCount64() - sent_ms) {
-    const ULONGLONG left = kEchoTimeoutMs - passed;
+    const auto left_ms = static_cast<DWORD>(kEchoTimeoutMs - passed);
     if (!reading) {
-      Sleep(static_cast<DWORD>(std::min<ULONGLONG>(left, kTickMs)));
-    } else if (reader.Wait(static_cast<DWORD>(std::min(left, kEchoWaitMs)))) {
-      if (IsResetEcho(reader.buffer(), record.header.reset_command.Command())) {
-        LogLine(L"ResetToBootMode-Device Respone Success");
-        SendUpgradeEvent(record, kNoticeEvent, kNoticeBoot, 1);
-        return true;
-      }
-      reading = false;
+      Sleep(left_ms);
+      continue;
+    }
+    const Arrival arrival = link.Next(left_ms);
+    reading = arrival == Arrival::kNothing;
+    if (arrival == Arrival::kReport && IsResetEcho(link, record.header.reset_command.Command())) {
+      LogLine(L"ResetToBootMode-Device Respone Success");
+      SendUpgradeEvent(record, kNoticeEvent, kNoticeBoot, 1);
+      return true;
     }
   }
   LogLine(L"ResetToBootMode-Timer Out Error");
@@ -85,19 +80,18 @@ bool WaitForEcho(const UsbUpgradeFile& record, OverlappedRead& reader) {
 
 bool SendReset(const UsbUpgradeFile& record, const NormalInterfaces& paths) {
   const CommandDescriptor& reset = record.header.reset_command;
-  const UniqueFile write_file(OpenHidWriteHandle(paths.outputs.front()));
-  const UniqueFile read_file(OpenHidReadHandle(paths.inputs.front()));
-  LogLine(L"ResetToBootMode-hDeviceWrite =" + HandleText(write_file.Get()));
-  LogLine(L"ResetToBootMode-hDeviceRead =" + HandleText(read_file.Get()));
-  OverlappedRead reader;
-  if (!reader.has_event()) LogLine(L"ResetToBootMode-osReader.hEvent = 0");
-  reader.Post(read_file.Get(), reset.Command().size());
+  Link link(reset.Command().size());
+  const bool can_wait = link.Open(&paths.outputs.front(), &paths.inputs.front());
+  LogLine(L"ResetToBootMode-hDeviceWrite =" + link.handles().WriteHandleText());
+  LogLine(L"ResetToBootMode-hDeviceRead =" + link.handles().ReadHandleText());
+  if (!can_wait) LogLine(L"ResetToBootMode-osReader.hEvent = 0");
+  link.Listen();
   LogHexLine(L"ResetToBootMode-Write data:", reset.Bytes());
 
-  const bool sent = SendReport(write_file.Get(), reset.Command(), reset.use_feature_report != 0);
-  if (!sent || !reader.has_event()) {
+  const bool sent = SendReport(link, reset, reset.Command());
+  if (!sent || !can_wait) {
     LogLine(L"ResetToBootMode-Write Usb Error");
-    SendUpgradeEvent(record, kResultEvent, kResultResetWriteFailed, sent, reader.has_event());
+    SendUpgradeEvent(record, kResultEvent, kResultResetWriteFailed, sent, can_wait);
     return false;
   }
   if (reset.data[kEchoFlagAt] == 0) {
@@ -105,7 +99,7 @@ bool SendReset(const UsbUpgradeFile& record, const NormalInterfaces& paths) {
     SendUpgradeEvent(record, kNoticeEvent, kNoticeBoot, 2);
     return true;
   }
-  return WaitForEcho(record, reader);
+  return WaitForEcho(record, link);
 }
 
 }  // namespace

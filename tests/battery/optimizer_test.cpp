@@ -1,9 +1,8 @@
-#include "battery/optimizer.h"
-
 #include <gtest/gtest.h>
 
 #include <numeric>
 
+#include "battery/battery_steps.h"
 #include "battery/registry_fixture.h"
 #include "perilink/battery.h"
 #include "sim/mouse.h"
@@ -36,18 +35,13 @@ class OptimizerTest : public RegistryTest {
     platform::SetCalendarTime(kToday);
     mouse.Plug();
     Show(50);
-    optimizer.SetDevicePath(mouse.CommandPath());
-    optimizer.ArmPoll(0);
+    optimizer.Connect(mouse.CommandPath());
   }
   // Passes of the server's loop, as far as they concern the battery.
   void RunFor(uint64_t duration_ms) {
     for (const uint64_t end = GetTickCount64() + duration_ms; GetTickCount64() < end;) {
       Sleep(kPassMs);
-      if (optimizer.PollDue()) {
-        optimizer.ArmPoll(BatteryOptimizer::kPollIntervalMs);
-        optimizer.PollStep();
-      }
-      if (optimizer.SmoothingActive()) optimizer.SmoothingStep(&Record);
+      optimizer.Drive(&Record);
     }
   }
 
@@ -55,8 +49,7 @@ class OptimizerTest : public RegistryTest {
   void StartAt(uint8_t level) {
     UsbServer_SetBatteryOptimizeLastBattery(0, level);
     optimizer.Restart();
-    optimizer.PollStep();
-    ASSERT_EQ(optimizer.ReportedLevel(), level);
+    ASSERT_EQ(steps.Poll(), level);
   }
   static Bytes Levels() {
     Bytes levels;
@@ -72,13 +65,13 @@ class OptimizerTest : public RegistryTest {
   // The level on show after a poll that finds this.
   int Poll(uint8_t level, uint8_t charging = 0, uint16_t voltage = 0) {
     Show(level, charging, voltage);
-    optimizer.PollStep();
-    return optimizer.ReportedLevel();
+    return steps.Poll();
   }
   size_t Polls() const { return mouse.CountRequests(sim::command::kBattery); }
 
   sim::Mouse mouse;
-  BatteryOptimizer& optimizer = BatteryOptimizer::Instance();
+  BatterySteps steps;
+  BatteryOptimizer& optimizer = steps.optimizer;
 };
 
 TEST(IntervalTimer, NeedsALaterMillisecond) {
@@ -107,7 +100,7 @@ TEST_F(OptimizerTest, StartEstimate) {
       WriteSavedRecord(kAddress, kToday - c.age_s, by_host ? 1 : c.last);
       if (by_host) UsbServer_SetBatteryOptimizeLastBattery(c.age_s, c.last);
       EXPECT_EQ(Poll(c.level, 0, c.voltage), c.start) << c.age_s << " s, by the host: " << by_host;
-      EXPECT_EQ(optimizer.SaveAllowed(), !by_host);
+      EXPECT_EQ(steps.SaveAllowed(), !by_host);
       optimizer.EndConnection();
     }
   }
@@ -117,14 +110,14 @@ TEST_F(OptimizerTest, StartsAtTheMeasuredLevelWithoutAUsableRecord) {
   for (const std::wstring text : {L"", L"rubbish", L"01700000000-85-1", L"-"}) {
     SetRawRecord(text);
     EXPECT_EQ(Poll(50), 50);
-    optimizer.SetReportedLevel(1);
+    steps.SetLevel(1);
     optimizer.EndConnection();
   }
   // An age of -1 from the host is no age: the registry's record counts.
   WriteSavedRecord(kAddress, kToday - 10, 33);
   UsbServer_SetBatteryOptimizeLastBattery(-1, 77);
   EXPECT_EQ(Poll(50), 33);
-  EXPECT_TRUE(optimizer.SaveAllowed());
+  EXPECT_TRUE(steps.SaveAllowed());
 }
 
 TEST_F(OptimizerTest, FirstReportComesRightAfterTheFirstPollAndSaves) {
@@ -137,11 +130,11 @@ TEST_F(OptimizerTest, FirstReportComesRightAfterTheFirstPollAndSaves) {
 }
 
 TEST_F(OptimizerTest, LevelReportRules) {
-  optimizer.PollStep();
+  steps.Poll();
   const auto report = [this](uint8_t level, uint8_t charging, bool force = false) {
     Poll(50, charging);
     reports.clear();
-    optimizer.LevelReport(level, &Record, force);
+    steps.Report(level, &Record, force);
     return reports.size();
   };
   EXPECT_EQ(report(40, 0), 1u);
@@ -160,8 +153,8 @@ TEST_F(OptimizerTest, LevelReportRules) {
   EXPECT_EQ(report(42, 1, true), 1u);
   EXPECT_EQ(RawRecord(), L"01700000000-42");
   reports.clear();
-  optimizer.LevelReport(43, nullptr, false);  // remembered although nobody listens
-  optimizer.LevelReport(43, &Record, false);
+  steps.Report(43, nullptr, false);  // remembered although nobody listens
+  steps.Report(43, &Record, false);
   EXPECT_TRUE(reports.empty());
   EXPECT_EQ(RawRecord(), L"01700000000-43");
 }
@@ -198,14 +191,14 @@ TEST_F(OptimizerTest, ChargesSlowlyWhenNearlyFull) {
   Show(70, 1, 4079);  // 94 percent: neither nearly full nor more than 10 ahead
   StartAt(84);
   RunFor(60 * 1000);
-  EXPECT_EQ(optimizer.ReportedLevel(), 84);
+  EXPECT_EQ(steps.Level(), 84);
 }
 
 TEST_F(OptimizerTest, FullAfterTenFullReadingsInARow) {
   const auto step = [this](uint8_t level, uint8_t charging) {
     Poll(level, charging);
     Sleep(600 * 1000);
-    optimizer.SmoothingStep(&Record);
+    steps.Smooth(&Record);
   };
   Show(100, 1);
   StartAt(50);
@@ -249,46 +242,64 @@ TEST_F(OptimizerTest, FailedPollsKeepTheLevelAndEndSmoothing) {
     mouse.faults().Ignore(sim::Always().For(unanswered));
     reports.clear();
     RunFor(60 * 1000);
-    EXPECT_FALSE(optimizer.SmoothingActive());
-    EXPECT_FALSE(optimizer.SmoothingArmed());
-    EXPECT_EQ(optimizer.ReportedLevel(), 60);
+    EXPECT_FALSE(steps.Active());
+    EXPECT_FALSE(steps.Armed());
+    EXPECT_EQ(steps.Level(), 60);
     EXPECT_TRUE(reports.empty());
     mouse.faults().Heal();
     charging ^= 1;
     Show(70, charging);
     RunFor(6 * 1000);
-    EXPECT_TRUE(optimizer.SmoothingActive());
+    EXPECT_TRUE(steps.Active());
     EXPECT_EQ(reports.size(), 1u);
   }
 }
 
+// While a poll talks to the device the host's driver goes, and later comes back.
+TEST_F(OptimizerTest, DriverStatusCountsDuringAStep) {
+  StartAt(60);
+  Show(30);
+  mouse.faults().OnRequest([this](sim::Exchange&) { optimizer.SetDriverStatus(false); },
+                           sim::At(1));
+  RunFor(6'000);
+  reports.clear();
+  const size_t polls = Polls();
+  RunFor(60'000);
+  EXPECT_TRUE(reports.empty());
+  EXPECT_EQ(Polls(), polls);
+  optimizer.SetDriverStatus(true);
+  RunFor(60'000);
+  EXPECT_EQ(Levels(), (Bytes{59, 58, 57, 56, 55, 54}));
+}
+
 TEST_F(OptimizerTest, ConnectionsSaveAtTheirEnd) {
   mouse.faults().Silence();
-  optimizer.PollStep();
+  steps.Poll();
   optimizer.EndConnection();
   EXPECT_EQ(RawRecord(L"BatteryValue_000000"), L"01700000000-0");
 
   mouse.faults().Heal();
-  optimizer.PollStep();
-  optimizer.SetReportedLevel(44);
+  steps.Poll();
+  steps.SetLevel(44);
   UsbServer_SetBatteryOptimizeEnable(0);
   optimizer.EndConnection();
   EXPECT_EQ(RawRecord(), L"");
   UsbServer_SetBatteryOptimizeEnable(1);
-  optimizer.ArmPoll(0);
+  const size_t polls = Polls();
+  optimizer.SetDriverStatus(true);
   optimizer.EndConnection();
   EXPECT_EQ(RawRecord(), L"01700000000-44");
-  Sleep(10);
-  EXPECT_FALSE(optimizer.PollDue());
+  RunFor(10'000);
+  EXPECT_EQ(Polls(), polls);
 
   // With the host's own records in use the registry stays as it is, until the next connection.
   StartAt(70);
-  optimizer.LevelReport(70, &Record, true);
+  steps.Report(70, &Record, true);
   optimizer.EndConnection();
   EXPECT_EQ(RawRecord(), L"01700000000-44");
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(Poll(50), 44);
-    EXPECT_TRUE(optimizer.SaveAllowed());
+    EXPECT_TRUE(steps.SaveAllowed());
     optimizer.Restart();
   }
 }

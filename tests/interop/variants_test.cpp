@@ -5,7 +5,7 @@
 #include <memory>
 #include <numeric>
 
-#include "battery/optimizer.h"
+#include "battery/battery_steps.h"
 #include "perilink/battery.h"
 #include "perilink/finder.h"
 #include "perilink/protocol_data.h"
@@ -87,12 +87,11 @@ TEST(ManagedVariants, Converters) {
 TEST(ManagedVariants, BatterySettings) {
   sim::Mouse mouse;
   mouse.Plug();
-  BatteryOptimizer& optimizer = BatteryOptimizer::Instance();
-  optimizer.SetDevicePath(mouse.CommandPath());
+  BatterySteps steps;
+  steps.optimizer.Connect(mouse.CommandPath());
   const auto level_after_poll = [&](uint8_t level, uint16_t voltage) {
     mouse.battery().Fix({level, 0, voltage});
-    optimizer.PollStep();
-    return optimizer.ReportedLevel();
+    return steps.Poll();
   };
   EXPECT_EQ(level_after_poll(50, 0), 50);
   UsbServer_SetBatteryOptimizeLastBattery(0, 80);

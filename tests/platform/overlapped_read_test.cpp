@@ -3,12 +3,17 @@
 #include <gtest/gtest.h>
 
 #include "support/scripted_device.h"
-#include "transport/exchange.h"
 
 namespace perilink::testing {
 namespace {
 
 const Report kReport = Closed({0x08, 0x0A, 1, 2, 3});
+
+HANDLE OpenForReading(const ScriptedDevice& device) {
+  return CreateFileW(device.Path().c_str(), GENERIC_READ | GENERIC_WRITE,
+                     FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                     FILE_FLAG_OVERLAPPED, nullptr);
+}
 
 bool Holds(OverlappedRead& read, const Report& report) {
   return std::equal(report.begin(), report.end(), read.buffer().begin()) &&
@@ -17,7 +22,7 @@ bool Holds(OverlappedRead& read, const Report& report) {
 
 TEST(OverlappedRead, OneReadAfterTheOther) {
   ScriptedDevice device;
-  const UniqueFile file(OpenHidReadHandle(device.Path()));
+  const UniqueFile file(OpenForReading(device));
   OverlappedRead read;
   read.Post(file.Get(), kReport.size());
   EXPECT_FALSE(read.Wait(10));
@@ -39,7 +44,7 @@ TEST(OverlappedRead, OneReadAfterTheOther) {
 
 TEST(OverlappedRead, PostsThatFailNeverSignal) {
   ScriptedDevice device;
-  const UniqueFile file(OpenHidReadHandle(device.Path()));
+  const UniqueFile file(OpenForReading(device));
   platform::ArmFault("CreateEventW", 1);
   OverlappedRead without_event;
   platform::DisarmFault();
@@ -62,7 +67,7 @@ TEST(OverlappedRead, DrainsOnEveryWayOut) {
   for (const char* function : {"", "CancelIo", "WaitForSingleObject", "ReadFile"}) {
     SCOPED_TRACE(function);
     ScriptedDevice device;
-    UniqueFile file(OpenHidReadHandle(device.Path()));
+    UniqueFile file(OpenForReading(device));
     {
       OverlappedRead read;
       read.Post(file.Get(), kReport.size());

@@ -205,7 +205,10 @@ TEST_F(BatteryReports, PollsEveryFiveSecondsAndAnswersForTheDevice) {
   UsbServer_SetPCDriverStatus(1);
   Sleep(200);
   EXPECT_GT(Polls(), polls);
-  const std::wstring reported = L"-" + std::to_wstring(callbacks.back().data[0]);
+  const auto last = std::find_if(callbacks.rbegin(), callbacks.rend(), [](const Callback& it) {
+    return it.frame[1] == kCommandBatteryLevel;
+  });
+  const std::wstring reported = L"-" + std::to_wstring(last->data[0]);
   UsbServer_Exit();
   Sleep(200);
   EXPECT_TRUE(RawRecord(L"BatteryValue_010203").ends_with(reported));

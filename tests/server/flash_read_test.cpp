@@ -6,6 +6,7 @@
 
 #include "server_fixture.h"
 
+#include "perilink/finder.h"
 #include "perilink/protocol_data.h"
 #include "protocol/image.h"
 #include "protocol/stored.h"
@@ -64,6 +65,16 @@ class FlashRead : public ServerTest {
     ASSERT_EQ(callbacks.size(), 1u);
     EXPECT_EQ(callbacks[0].frame, Report({8, 8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
     EXPECT_TRUE(IsRight(callbacks[0].data));
+  }
+
+  static ProtocolData Stored() {
+    return StoredProtocolData::Instance().With([](ProtocolData& it) { return it; });
+  }
+  std::vector<Report> Images() const {
+    std::vector<Report> images;
+    for (const Callback& callback : callbacks)
+      if (callback.data.size() == PERILINK_FLASH_IMAGE_SIZE) images.push_back(callback.data);
+    return images;
   }
 
   sim::Mouse mouse;
@@ -143,6 +154,101 @@ TEST_F(FlashRead, AReadThatBreaksOffReportsNothingAndTheNextSucceeds) {
       ExpectWholeRead();
     }
   }
+}
+
+// Answers that come after their frame was written again, come twice, or answer a direct command's
+// read: each at each place of a read, from address 0, which a device without an echo names too.
+TEST_F(FlashRead, AnswersOfOtherReadsShiftNothing) {
+  enum Fault { kLate, kTwice, kDirect };
+  for (const Fault fault : {kLate, kTwice, kDirect}) {
+    for (const uint16_t address : {uint16_t{0}, uint16_t{0x30}}) {
+      for (uint64_t at = 1; at <= 5; ++at) {
+        StartOnMouse();
+        if (fault == kLate) mouse.faults().AnswerAfter(sim::At(at), 100'900);
+        if (fault == kTwice) mouse.faults().Duplicate(sim::At(at));
+        UsbServer_ReadFalshData(address, 200, 0);
+        if (fault == kDirect) {
+          Sleep(static_cast<DWORD>(9 * at - 1));
+          EXPECT_EQ(UsbFinder_GetCurrentDPI(mouse.CommandPath()), mouse.flash()[4]) << at;
+        }
+        WaitForCallbacks(1);
+        const auto expected = mouse.flash().bytes().subspan(address, 200);
+        ASSERT_EQ(callbacks.size(), 1u);
+        EXPECT_EQ(callbacks[0].data, Report(expected.begin(), expected.end()))
+            << "fault " << fault << ", address " << address << ", answer " << at;
+      }
+    }
+  }
+}
+
+TEST_F(FlashRead, DirectCommandsAndLateAnswersLeaveTheImageRight) {
+  mouse.flash().SetField(4, {5});
+  int right = 0;
+  for (uint64_t seed = 1; seed <= 10; ++seed) {
+    mouse.faults().Random(
+        seed, {.delay = 0.05, .stray_event = 0.05, .duplicate = 0.1, .max_delay_micros = 110'000});
+    callbacks.clear();
+    UsbServer_ReadAllFlashData();
+    for (int i = 0; i < 40; ++i) {
+      // Events cost a direct command its tries: it may fail, but not be wrong.
+      const int dpi = UsbFinder_GetCurrentDPI(mouse.CommandPath());
+      EXPECT_TRUE(dpi == 0 || dpi == 5) << dpi;
+      right += dpi == 5;
+      Sleep(static_cast<DWORD>(seed));
+    }
+    for (int i = 0; i < 100 && Images().empty(); ++i)
+      Sleep(100);
+    ASSERT_EQ(Images().size(), 1u);
+    EXPECT_TRUE(IsRight(Images()[0]));
+  }
+  EXPECT_GT(right, 350);
+}
+
+// At every moment of the read: what the update has stored stays stored, and the next change of the
+// same field reaches the device.
+TEST_F(FlashRead, AnUpdateDuringAReadIsNotUndone) {
+  ExpectWholeRead();
+  ProtocolData record = Stored();
+  const auto settle = [&] {
+    for (int i = 0; i < 100 && !QueuedEntries().empty(); ++i)
+      Sleep(100);
+  };
+  for (DWORD moment_ms = 0; moment_ms < 750; moment_ms += 13) {
+    UsbServer_ReadAllFlashData();
+    Sleep(moment_ms);
+    for (ProtocolData& change : std::vector{record, record}) {
+      record.report_rate = change.report_rate = static_cast<uint8_t>(record.report_rate % 100 + 1);
+      change.macros[14].name_length = record.macros[14].name_length = 4;
+      record.macros[14].name[0] = change.macros[14].name[0] = change.report_rate;
+      ProtocolDataUpdate(&change);
+      settle();
+      EXPECT_EQ(mouse.flash()[0], change.report_rate) << moment_ms;
+      EXPECT_EQ(mouse.flash()[sim::MacroAddress(14) + 1], change.report_rate) << moment_ms;
+      ProtocolData held{};
+      ProtocolDataParser(mouse.flash().bytes().data(), &held);
+      EXPECT_TRUE(Same(held, Stored())) << moment_ms;
+    }
+  }
+}
+
+// The answer to its last request is taken when a start export has dropped the rest.
+TEST_F(FlashRead, NothingOfAReadReachesTheNextConnection) {
+  UsbServer_Exit();
+  Sleep(200);
+  ServerState& state = ServerState::Instance();
+  FlashReads reads(state);
+  FlashReads::Step step{.tag = 1, .reader = nullptr, .connection = state.LockQueues().connection};
+  const std::vector<uint8_t> data(kReplyDataSize);
+  reads.Continue(step, std::span<const uint8_t, kReplyDataSize>(data), &ServerTest::OnReport);
+  EXPECT_EQ(QueuedEntries().size(), 5u);
+  state.RequestStart({L"elsewhere", L"elsewhere"}, &ServerTest::OnReport);
+  for (const int tag : {82, 17, 81}) {
+    step.tag = static_cast<uint8_t>(tag);
+    reads.Continue(step, std::span<const uint8_t, kReplyDataSize>(data), &ServerTest::OnReport);
+  }
+  EXPECT_TRUE(QueuedEntries().empty());
+  EXPECT_TRUE(callbacks.empty());
+  EXPECT_FALSE(StoredProtocolData::Instance().parsed());
 }
 
 TEST_F(FlashRead, TwoReadsAtOnceGiveTwoImagesInSpiteOfFaults) {

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/text.h"
@@ -12,6 +14,8 @@ namespace perilink::testing {
 namespace {
 
 using Commands = std::vector<int>;
+
+constexpr const wchar_t* kOtherPath = L"\\\\?\\hid#vid_1234&pid_abcd&mi_02&col05#other";
 
 class Loop : public ServerTest {
  protected:
@@ -132,8 +136,7 @@ TEST_F(Loop, UnplugReleasesTheDeviceUntilAStart) {
 }
 
 TEST_F(Loop, StartGoesOverToNewPaths) {
-  const std::wstring path = L"\\\\?\\hid#vid_1234&pid_abcd&mi_02&col05#other";
-  HookedDevice other(path, AnswerAll);
+  HookedDevice other(kOtherPath, AnswerAll);
   const uintptr_t thread = Start();
   EXPECT_NE(thread, 0u);
   device.SetScript({});
@@ -190,21 +193,59 @@ TEST_F(Loop, AStartIsNeverLost) {
   EXPECT_EQ(platform::Bus().OpenConnections(), 0u);
 }
 
-// A start between the opening and the writing of one pass: what is queued then goes out on the
-// connection that the next pass replaces.
-TEST_F(Loop, FrameWrittenBeforeAReopenIsWrittenAgain) {
-  device.SetScript([](ScriptedDevice& self, const Report&) {
-    self.SetScript(AnswerAll);
-    return DWORD{0};
-  });
+// A start for another device, when the loop has opened this one and is about to write.
+TEST_F(Loop, WhatIsQueuedForAnotherDeviceNeverReachesThisOne) {
+  HookedDevice other(kOtherPath, AnswerAll);
   device.on_open = [&] {
-    UsbServer_Start(device.Path(), device.Path(), OnReport);
-    Queue({0x21});
+    UsbServer_Start(other.Path(), other.Path(), OnReport);
+    UsbServer_SetClearSetting();
   };
   Start();
   Sleep(60);
-  EXPECT_EQ(CallbackCommands(), (Commands{0x21}));
-  EXPECT_EQ(device.writes().size(), 2u);
+  EXPECT_TRUE(device.writes().empty());
+  EXPECT_EQ(other.writes().size(), 1u);
+  EXPECT_EQ(CallbackCommands(), (Commands{kCommandClearSetting}));
+}
+
+// What fails once, or for a while, on a device that is there makes it neither deaf nor lost.
+TEST_F(Loop, FailedReadsAndEnumerationsAreGotOver) {
+  for (const char* function : {"ReadFile", "GetOverlappedResult", "SetupDiGetClassDevsW",
+                               "SetupDiEnumDeviceInterfaces", "SetupDiGetDeviceInterfaceDetailW"}) {
+    Start();
+    callbacks.clear();
+    platform::ArmFault(function, 1, true);
+    device.Deliver(Event(1));
+    Sleep(2500);
+    platform::DisarmFault();
+    Sleep(50);
+    Queue({0x21});
+    device.Deliver(Event(2));
+    Sleep(100);
+    ASSERT_GE(callbacks.size(), 2u) << function;
+    EXPECT_EQ(CallbackCommands()[callbacks.size() - 1] + CallbackCommands()[callbacks.size() - 2],
+              0x21 + kCommandEvent)
+        << function;
+  }
+}
+
+TEST_F(Loop, ASecondLoopWaitsForTheFirst) {
+  const auto server = reinterpret_cast<HANDLE>(Start());
+  const HANDLE second = CreateThread(
+      nullptr, 0, [](LPVOID) { return UsbReaderWriterServer(), DWORD{0}; }, nullptr, 0, nullptr);
+  std::set<std::thread::id> threads;
+  on_callback = [&](const Callback&) { threads.insert(std::this_thread::get_id()); };
+  for (int i = 0; i < 20; ++i) {
+    Start();
+    Queue({0x21, 0x22, 0x23}, 100);
+  }
+  EXPECT_EQ(callbacks.size(), 60u);
+  EXPECT_EQ(threads.size(), 1u);
+  EXPECT_EQ(WaitForSingleObject(second, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+  UsbServer_Exit();
+  for (const HANDLE thread : {server, second}) {
+    EXPECT_EQ(WaitForSingleObject(thread, 100), static_cast<DWORD>(WAIT_OBJECT_0));
+    CloseHandle(thread);
+  }
 }
 
 TEST_F(Loop, RunsOnTheHostsThreadAndWithoutSleep) {

@@ -2,6 +2,7 @@
 // What this is for is what a thread sanitizer has to say.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -14,7 +15,9 @@
 #include "perilink/finder.h"
 #include "perilink/protocol_data.h"
 #include "perilink/server.h"
+#include "protocol/stored.h"
 #include "queueing_exports.h"
+#include "server/state.h"
 #include "sim/mouse.h"
 
 namespace perilink::testing {
@@ -34,8 +37,6 @@ void CloseThread(uintptr_t thread) {
   if (thread != 0) CloseHandle(reinterpret_cast<HANDLE>(thread));
 }
 
-// The host's own loop, UsbReaderWriterServer, is not among what is called: beside the server's
-// thread it would be a second owner of what the loop owns.
 void Act(const sim::Mouse& mouse, std::mt19937& random, ProtocolData& record) {
   const std::wstring path = mouse.CommandPath();
   const std::string narrow = mouse.CommandPathNarrow();
@@ -79,6 +80,7 @@ void Act(const sim::Mouse& mouse, std::mt19937& random, ProtocolData& record) {
       [&] { value % 2 ? UsbFinder_SetKeyboardMode() : UsbFinder_SetMouseMode(); },
       [&] { record.report_rate = value; },
       [&] { UsbServer_GetData(value % 12); },
+      [&] { UsbServer_Exit(), UsbReaderWriterServer(); },
   };
   actions[random() % std::size(actions)]();
 }
@@ -116,6 +118,62 @@ TEST_F(Stress, HostsAndDevicesAtOnce) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_EQ(platform::OpenHandleCount(), handles);
   EXPECT_GT(reports.load(), 10u);
+}
+
+// The server works without a pause: the device answers at once, or refuses every write. It is not
+// to hold its lock while it waits for the next write.
+TEST_F(Stress, AHostIsNotKeptWaiting) {
+  using Clock = std::chrono::steady_clock;
+  sim::DeviceOptions options = sim::Mouse::Options();
+  options.firmware.latency_micros = 0;
+  sim::Mouse mouse(options);
+  mouse.SetLogging(false);
+  mouse.Plug();
+  for (const bool refuses : {false, true}) {
+    if (refuses) mouse.faults().FailWrite(sim::Always());
+    CloseThread(UsbServer_Start(mouse.CommandPath(), mouse.CommandPath(), OnReport));
+    UsbServer_ReadFalshData(0, 4000, 0);
+    std::vector<Clock::duration> waits;
+    for (const auto end = Clock::now() + std::chrono::seconds(1); Clock::now() < end;) {
+      const auto start = Clock::now();
+      UsbServer_ReadFalshData(0, 20, 0);
+      waits.push_back(Clock::now() - start);
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    std::ranges::sort(waits);
+    EXPECT_LT(waits[waits.size() / 2], std::chrono::milliseconds(2)) << "of " << waits.size();
+  }
+  UsbServer_Exit();
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+}
+
+// What one thread stores is not undone by another's update that can't be queued.
+TEST_F(Stress, ARefusedUpdateTakesNothingBack) {
+  QueueEntry entry;
+  UsbServer_InitWriteCommand(&entry);
+  for (int i = 0; i < PERILINK_QUEUE_LIMIT; ++i)
+    UsbServer_WriteCommand(&entry);
+  StoredProtocolData& stored = StoredProtocolData::Instance();
+  stored.MarkParsed();
+  std::atomic<bool> done{false};
+  std::thread updater([&] {
+    ProtocolData record{};
+    record.report_rate = 0xFF;
+    while (!done)
+      ProtocolDataUpdate(&record);
+  });
+  int undone = 0;
+  for (uint8_t round = 0; round < 200; ++round) {
+    ProtocolData record{};
+    record.report_rate = round;
+    SetDllProtocolData(&record);
+    std::this_thread::yield();
+    undone += stored.With([](const ProtocolData& it) { return it.report_rate; }) != round;
+  }
+  done = true;
+  updater.join();
+  EXPECT_EQ(undone, 0);
+  EXPECT_EQ(ServerState::Instance().LockQueues().commands.Size(), size_t{PERILINK_QUEUE_LIMIT});
 }
 
 }  // namespace

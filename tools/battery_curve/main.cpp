@@ -52,13 +52,8 @@ sim::DeviceOptions MouseOptions() {
 
 // The server loop's battery work, for one minute.
 void RunForAMinute(BatteryOptimizer& optimizer) {
-  for (const uint64_t end = GetTickCount64() + 60'000; GetTickCount64() < end; Sleep(kPassMs)) {
-    if (optimizer.PollDue()) {
-      optimizer.ArmPoll(BatteryOptimizer::kPollIntervalMs);
-      optimizer.PollStep();
-    }
-    if (optimizer.SmoothingActive()) optimizer.SmoothingStep(&OnReport);
-  }
+  for (const uint64_t end = GetTickCount64() + 60'000; GetTickCount64() < end; Sleep(kPassMs))
+    optimizer.Drive(&OnReport);
 }
 
 std::vector<Sample> Run() {
@@ -66,13 +61,12 @@ std::vector<Sample> Run() {
   mouse.SetLogging(false);
   mouse.Plug();
   BatteryOptimizer& optimizer = BatteryOptimizer::Instance();
-  optimizer.SetDevicePath(mouse.CommandPath());
-  optimizer.ArmPoll(0);
+  optimizer.Connect(mouse.CommandPath());
   std::vector<Sample> samples;
   for (int minute = 0; minute < kMinutes; ++minute) {
     if (minute == kChargerOn || minute == kChargerOff) mouse.SetCharging(minute == kChargerOn);
     RunForAMinute(optimizer);
-    samples.push_back({minute, optimizer.LastReading().level, shown_level});
+    samples.push_back({minute, mouse.battery().Read().level, shown_level});
   }
   return samples;
 }

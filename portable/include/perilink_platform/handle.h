@@ -1,4 +1,4 @@
-/* Handles of files, events and threads; events, threads, waits and time.
+/* Handles of files, events, timers and threads; events, timers, threads, waits and time.
  *
  * One table holds all handles. A closed handle's value isn't used again, so that every later use of
  * it fails with ERROR_INVALID_HANDLE. */
@@ -11,12 +11,17 @@
 #define WAIT_OBJECT_0 0u
 #define WAIT_TIMEOUT 258u
 #define WAIT_FAILED 0xFFFFFFFFu
+#define MAXIMUM_WAIT_OBJECTS 64u
+
+#define CREATE_WAITABLE_TIMER_MANUAL_RESET 0x1u
+#define CREATE_WAITABLE_TIMER_HIGH_RESOLUTION 0x2u
+#define TIMER_ALL_ACCESS 0x1F0003u
 
 PERILINK_PLATFORM_BEGIN
 
-/* Closes a file, event or thread. FALSE with ERROR_INVALID_HANDLE for anything else, the handle of
- * a registry key or device information set included. Reads that are pending on a closed file are
- * aborted, which may be completed slightly after this call. A closed thread runs on. */
+/* Closes a file, event, timer or thread. FALSE with ERROR_INVALID_HANDLE for anything else, the
+ * handle of a registry key or device information set included. Reads that are pending on a closed
+ * file are aborted, which may be completed slightly after this call. A closed thread runs on. */
 BOOL WINAPI CloseHandle(HANDLE handle);
 
 /* An event, signalled from the start if `initial_state`. A wait resets it unless `manual_reset`.
@@ -30,11 +35,31 @@ BOOL WINAPI SetEvent(HANDLE event);
 /* Makes an event unsignalled. */
 BOOL WINAPI ResetEvent(HANDLE event);
 
-/* Waits until an event is signalled, a thread has ended or the last I/O of a file has completed,
- * for at most `milliseconds` (INFINITE: for ever). WAIT_OBJECT_0, WAIT_TIMEOUT, or WAIT_FAILED with
- * ERROR_INVALID_HANDLE. In virtual time a wait of 0 on something unsignalled takes a few
- * microseconds and lets other ready threads run. Closing a handle doesn't end the waits on it. */
+/* Waits until an event is signalled, a timer's time has come, a thread has ended or the last I/O of
+ * a file has completed, for at most `milliseconds` (INFINITE: for ever). WAIT_OBJECT_0,
+ * WAIT_TIMEOUT, or WAIT_FAILED with ERROR_INVALID_HANDLE. In virtual time a wait of 0 on something
+ * unsignalled takes a few microseconds and lets other ready threads run. Closing a handle doesn't
+ * end the waits on it. */
 DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds);
+/* The same for one of `count` objects (1 to MAXIMUM_WAIT_OBJECTS): WAIT_OBJECT_0 and the index of
+ * the first one that is signalled, which alone is reset. `wait_all` must be FALSE
+ * (ERROR_INVALID_PARAMETER). */
+DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
+                                    DWORD milliseconds);
+
+/* A timer that isn't set. A wait resets it unless it is made with the flag for manual reset; the
+ * flag for high resolution changes nothing, all timers here have it. Null on failure. `attributes`
+ * and `name` must be null, `access` TIMER_ALL_ACCESS (ERROR_INVALID_PARAMETER). */
+HANDLE WINAPI CreateWaitableTimerExW(LPSECURITY_ATTRIBUTES attributes, LPCWSTR name, DWORD flags,
+                                     DWORD access);
+
+typedef void(WINAPI* PTIMERAPCROUTINE)(LPVOID argument, DWORD low, DWORD high);
+
+/* Makes the timer unsignalled until `due_time` has passed, which is in units of 100 ns, 0 or
+ * negative: counted from now. All other arguments must be 0 (ERROR_INVALID_PARAMETER). A wait that
+ * has begun on another thread keeps to the time that it found. */
+BOOL WINAPI SetWaitableTimer(HANDLE timer, const LARGE_INTEGER* due_time, LONG period,
+                             PTIMERAPCROUTINE routine, LPVOID argument, BOOL resume);
 
 typedef DWORD(WINAPI* LPTHREAD_START_ROUTINE)(LPVOID parameter);
 

@@ -1,4 +1,4 @@
-// Time as the C runtime tells it on Windows, in the world of world.h.
+// Time for the library, in the world of world.h.
 #ifndef PERILINK_PLATFORM_RUNTIME_H_
 #define PERILINK_PLATFORM_RUNTIME_H_
 
@@ -6,9 +6,9 @@
 
 namespace perilink::platform {
 
-// Milliseconds since the process's world began. In virtual time both reads take a few microseconds
-// and never let another thread run.
-int64_t RuntimeClockMs();
+// Microseconds of the monotonic clock. In virtual time both reads take a few microseconds and never
+// let another thread run.
+int64_t MonotonicMicros();
 
 // Seconds of calendar time since 1970.
 int64_t CalendarTime();

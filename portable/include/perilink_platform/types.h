@@ -64,6 +64,9 @@ typedef WCHAR* PWSTR;
 typedef const WCHAR* LPCWSTR;
 typedef const WCHAR* PCWSTR;
 typedef const WCHAR* LPCWCH;
+typedef union _LARGE_INTEGER {
+  LONGLONG QuadPart;
+} LARGE_INTEGER;
 typedef LONG HRESULT;
 typedef LONG LSTATUS;
 typedef UINT_PTR WPARAM;

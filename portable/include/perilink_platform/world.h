@@ -11,8 +11,6 @@
 //            jumps to the next wake-up or device event. When nothing can ever wake, the process
 //            stops with a message that names who waits for what. The seed chooses among threads
 //            that are ready at the same instant: the same seed repeats a run exactly.
-//
-// A clock read never gives up the baton, so a thread may spin on the clock with a mutex held.
 #ifndef PERILINK_PLATFORM_WORLD_H_
 #define PERILINK_PLATFORM_WORLD_H_
 
@@ -35,10 +33,6 @@ uint64_t NowMicros();
 
 // Calendar time follows the monotonic clock at a fixed distance; tests set it (virtual mode only).
 void SetCalendarTime(int64_t unix_seconds);
-
-// Microseconds that a clock read takes from now on, in virtual mode; 3 at first. With more of them,
-// a loop that spins on the clock is through with fewer reads.
-void SetClockReadCost(uint64_t micros);
 
 // Events of devices: runs `action` under the device lock when the clock reaches `at_micros` (at
 // once if that is past). In virtual mode it runs inside whichever thread moves the clock; in real

@@ -1,4 +1,4 @@
-#include "server/arrival.h"
+#include "arrival/arrival.h"
 
 #include "perilink/usb_changed.h"
 

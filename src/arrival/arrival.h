@@ -1,6 +1,6 @@
 // The hidden window through which the system tells of USB devices that come and go.
-#ifndef PERILINK_SRC_SERVER_ARRIVAL_H_
-#define PERILINK_SRC_SERVER_ARRIVAL_H_
+#ifndef PERILINK_SRC_ARRIVAL_ARRIVAL_H_
+#define PERILINK_SRC_ARRIVAL_ARRIVAL_H_
 
 #include <atomic>
 #include <cstdint>
@@ -33,4 +33,4 @@ class ArrivalNotifier {
 
 }  // namespace perilink
 
-#endif  // PERILINK_SRC_SERVER_ARRIVAL_H_
+#endif  // PERILINK_SRC_ARRIVAL_ARRIVAL_H_

@@ -1,0 +1,112 @@
+// The one place where a device is open: both of its handles, the read that is posted on it, and
+// what must happen before either may be closed. All talk with a device, of whatever protocol,
+// stands on a link.
+#ifndef PERILINK_SRC_TRANSPORT_LINK_H_
+#define PERILINK_SRC_TRANSPORT_LINK_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "platform/alarm.h"
+#include "platform/handles.h"
+#include "platform/overlapped_read.h"
+#include "transport/frame.h"
+
+namespace perilink {
+
+// The two handles of an open device. Any may be invalid: what needs it then fails. Writing may be
+// done on any thread.
+class DeviceHandles {
+ public:
+  // Opens the interface that is written, then the one that is read, each for reading and writing,
+  // shared. Null: none, and its handle is null.
+  void Open(const std::wstring* write_path, const std::wstring* read_path);
+  // Cancels what the calling thread has pending, and closes what is valid.
+  void Close();
+
+  bool CanWrite() const { return write_.Valid(); }
+  bool CanRead() const { return read_.Valid(); }
+  // For a log: -1 for a handle that could not be opened.
+  std::wstring WriteHandleText() const { return Text(write_.Get()); }
+  std::wstring ReadHandleText() const { return Text(read_.Get()); }
+
+  // One output report, or one feature report of at most 256 bytes, id first; returns when the
+  // device has it.
+  bool Write(std::span<const uint8_t> report) const;
+  bool SendFeature(std::span<const uint8_t> report) const;
+
+  bool GetAttributes(HIDD_ATTRIBUTES& attributes) const;
+
+ private:
+  friend class Link;
+  static std::wstring Text(HANDLE handle);
+
+  UniqueFile write_;
+  UniqueFile read_;
+};
+
+// What became of a wait for a report.
+enum class Arrival {
+  kNothing,  // the time is over, or the alarm was woken
+  kFailure,  // a read failed: the device has probably gone
+  kReport,
+};
+
+// Talks to a device on handles of its own, or on handles that somebody else keeps open. Belongs to
+// one thread: the system cancels only what the thread itself has posted.
+class Link {
+ public:
+  static constexpr size_t kLongestReport = OverlappedRead::kCapacity;
+
+  // `report_length`: what a read asks for, at most kLongestReport.
+  explicit Link(size_t report_length) : handles_(own_), report_length_(report_length) {}
+  Link(DeviceHandles& handles, size_t report_length);
+  ~Link();
+  Link(const Link&) = delete;
+  Link& operator=(const Link&) = delete;
+
+  // Closes what was open and opens anew; see DeviceHandles. False when reports can't be waited for,
+  // because the system has no event to give: the handles are open, or not, all the same.
+  bool Open(const std::wstring* write_path, const std::wstring* read_path);
+  bool Open(const std::wstring& path) { return Open(&path, &path); }
+  // Ends the posted read, waits until the system has let go of its memory, and closes the handles.
+  void Close();
+
+  const DeviceHandles& handles() const { return handles_; }
+  bool CanWait() const { return read_.has_value() && read_->has_event(); }
+
+  bool Write(std::span<const uint8_t> report) const { return handles_.Write(report); }
+  bool Write(const CommandFrame& frame) const { return Write(FrameBytes(frame)); }
+
+  // Whether a read is posted.
+  bool listening() const { return CanWait() && read_->pending(); }
+  // Posts a read unless one is pending. Waiting does it, too; before a write it makes sure that
+  // the answer finds it posted.
+  void Listen();
+
+  // The next report, or what comes first. A read that could not be posted is tried again at the
+  // next wait; until then a few milliseconds pass, so that nobody spins on a device that refuses.
+  Arrival Next(uint32_t timeout_ms);
+  Arrival Next(Alarm& alarm, Deadline deadline);
+
+  // The report that the last Next has brought: as it came, nothing in it is tested, with zeros
+  // beyond what was sent. Valid until the next Listen or Next.
+  std::span<const uint8_t> report() const;
+  // The same as a command frame, if its checksum holds.
+  std::optional<ValidFrame> frame() const { return ValidFrame::Check(report()); }
+
+ private:
+  Arrival Take();
+
+  DeviceHandles own_;
+  DeviceHandles& handles_;
+  const size_t report_length_;
+  std::optional<OverlappedRead> read_;  // made anew, event and all, by each Open
+};
+
+}  // namespace perilink
+
+#endif  // PERILINK_SRC_TRANSPORT_LINK_H_

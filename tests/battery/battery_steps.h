@@ -1,0 +1,34 @@
+// The optimiser's steps, one by one.
+#ifndef PERILINK_TESTS_BATTERY_BATTERY_STEPS_H_
+#define PERILINK_TESTS_BATTERY_BATTERY_STEPS_H_
+
+#include "battery/optimizer.h"
+
+namespace perilink {
+
+struct BatterySteps {
+  BatteryOptimizer& optimizer = BatteryOptimizer::Instance();
+
+  int Poll() {
+    optimizer.BeginStep();
+    optimizer.PollStep();
+    return Level();
+  }
+  void Smooth(ServerReportCallback callback) {
+    optimizer.BeginStep();
+    optimizer.SmoothingStep(callback);
+  }
+  void Report(uint8_t level, ServerReportCallback callback, bool force) {
+    SetLevel(level);
+    optimizer.LevelReport(callback, force);
+  }
+  void SetLevel(int level) { optimizer.SetReportedLevel(level); }
+  int Level() const { return optimizer.reported_level_; }
+  bool Active() const { return optimizer.smoothing_active_; }
+  bool Armed() const { return optimizer.smoothing_timer_.armed; }
+  bool SaveAllowed() const { return optimizer.save_allowed_; }
+};
+
+}  // namespace perilink
+
+#endif  // PERILINK_TESTS_BATTERY_BATTERY_STEPS_H_
