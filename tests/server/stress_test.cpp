@@ -111,8 +111,16 @@ TEST_F(Stress, HostsAndDevicesAtOnce) {
     if (i % 16 == 8) mouse.Unplug();
     if (i % 16 == 12) mouse.Plug();
   }
+  // A host that runs the loop itself needs to be told, and another may just have started it again.
+  std::atomic<bool> joined{false};
+  std::thread ender([&] {
+    for (; !joined; std::this_thread::sleep_for(std::chrono::milliseconds(10)))
+      UsbServer_Exit();
+  });
   for (std::thread& host : hosts)
     host.join();
+  joined = true;
+  ender.join();
   UsbServer_Exit();
   for (int i = 0; i < 500 && platform::OpenHandleCount() > handles; ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
