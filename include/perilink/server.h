@@ -78,12 +78,20 @@ PERILINK_API void CS_UsbServer_KeyboardStart(const char* path, const char* unuse
                                              ServerReportCallback callback);
 
 /* Asks the server to end and returns at once. The thread finishes its pass (an idle one sleeps
- * once), saves the battery level, closes the device and ends. */
+ * once), saves the battery level, closes the device and ends.
+ *
+ * Until it has ended, its callback may still be called: with an answer or an event that came
+ * before, or with a level. A start with another callback takes effect for what is dispatched from
+ * then on; a call of the old one that has begun may still run. Whoever must know that no call can
+ * come any more waits for the thread that UsbServer_Start gave, or, in any language, calls
+ * UsbReaderWriterServer after UsbServer_Exit, not from the callback: it returns when the server has
+ * ended. The library may be unloaded without waiting. */
 PERILINK_API void UsbServer_Exit(void);
 PERILINK_API void CS_UsbServer_Exit(void);
 
 /* Runs the server on the calling thread, until UsbServer_Exit. One thread at a time runs it: while
- * another one does, the server's own included, the call only waits for the end of that run. */
+ * another one does, the server's own included, the call only waits for the end of that run. After
+ * UsbServer_Exit, with nothing started since, it returns at once. */
 PERILINK_API void UsbReaderWriterServer(void);
 PERILINK_API void CS_UsbServer_Thread(void);
 

@@ -18,6 +18,7 @@
  *   (2, 1, 0, 0)         success of the whole upgrade
  *   (2, 2, 1, 0)         failed: the device did not echo its reset command within 1000 ms
  *   (2, 2, 3, 0)         failed: nothing could be written to the device for `timeout` ms
+ *   (2, 2, 4, 0)         failed: the library ran out of memory or of something else of the system's
  *   (2, 4, in, out)      failed: so many normal-mode interfaces found, not one of each
  *   (2, 5, in, out)      failed: so many boot-mode interfaces found, more than one of a kind
  *   (2, 6, 1, 0)         failed: no device in normal mode appeared in time
@@ -30,10 +31,12 @@
  *   (3, 16, 3, 0)        the device is ready for the download
  *   (3, status, detail, 0)  the device reported a status of its own
  *
- * Each failure ends the upgrade, and a device that it has not reached stays as it was. After a
- * failure start the upgrade again: a device that is left in boot mode is found there. Two ends have
- * no event: a file whose main image is damaged though its slave image is not, and a file with two
- * images while neither the slave device in normal mode nor the main device in boot mode is present.
+ * Each failure ends the upgrade, and a device that it has not reached stays as it was. The event
+ * that ends an upgrade is its last; the device has been let go of by then, and another thread may
+ * start the next upgrade at once. After a failure start the upgrade again: a device that is left in
+ * boot mode is found there. Two ends have no event: a file whose main image is damaged though its
+ * slave image is not, and a file with two images while neither the slave device in normal mode nor
+ * the main device in boot mode is present.
  *
  * Nothing is thrown out of any export. All exports may be called from any thread, also while an
  * upgrade runs and from its callback. Pointers must not be null, unless said otherwise.
@@ -49,18 +52,28 @@ PERILINK_BEGIN_DECLS
 /* Starts the upgrade with the file's images and returns at once.
  *
  * `file` is the complete file: the library never learns its size and reads as far as the images'
- * headers say, so check a file of doubtful origin with CS_UsbUpgrade_FileSplit, which knows the
- * size, first. `callback` may be null. It is called on the upgrade thread with no lock held, and
- * must return before the upgrade can go on.
+ * headers say. Before a file of doubtful origin is started, its host makes sure of two things:
+ *
+ *   - CS_UsbUpgrade_FileSplit(file, size, 0), which reads nothing beyond `size`, gives a main
+ * image;
+ *   - the main image's slave offset, the 4 bytes at offset 12 (little-endian), is 0, or
+ *     CS_UsbUpgrade_FileSplit(file, size, 1) gives a slave image.
+ *
+ * A main image that was cut out of a file of two images still names its slave's offset. It can't be
+ * started by itself: the library would look for the slave behind its end.
+ *
+ * `callback` may be null. It is called on the upgrade thread with no lock held, and must return
+ * before the upgrade can go on. What it throws ends there.
  *
  * `timeout` in milliseconds, 1000 or more: a download fails when nothing could be written for so
  * long; the waits for a device to appear last `timeout` / 100 cycles of at least 210 ms, so 10000
  * waits about 21 seconds. Below 100 every upgrade fails.
  *
  * True when the upgrade thread runs. False when no image of the file is valid, a null file
- * included, or when the thread can't be made; the log tells of the former. False too while another
- * upgrade runs, which changes nothing. An upgrade runs until its last callback has returned. It
- * can't be stopped. CS_UsbUpgrade_Start does the same. */
+ * included, or when memory or a thread can't be had; the log tells of the former. False too while
+ * another upgrade runs, and always from the callback of one, its last event's included; this
+ * changes nothing. An upgrade can't be stopped. A host that unloads the library may do so once the
+ * last event has come. CS_UsbUpgrade_Start does the same. */
 PERILINK_API bool UsbUpgrade_Start(const uint8_t* file, UpgradeCallback callback, uint32_t timeout);
 PERILINK_API bool CS_UsbUpgrade_Start(const uint8_t* file, UpgradeCallback callback,
                                       uint32_t timeout);
@@ -89,12 +102,16 @@ PERILINK_API char** UsbUpgradeC_FindBootDevices(const uint8_t* file, uint32_t* c
 PERILINK_API SAFEARRAY* CS_UsbUpgrade_FindBootDevices(const uint8_t* file);
 
 /* A copy of the upgrade log, oldest line first: what the last upgrade did (UsbUpgrade_Start empties
- * the log) and what was split since. Released as the boot devices are. */
+ * the log) and what was split since. It keeps the last PERILINK_LOG_LIMIT lines. Texts from a file
+ * stand in it as they came, control characters included. Released as the boot devices are. */
+enum { PERILINK_LOG_LIMIT = 100000 };
 PERILINK_API char** UsbUpgradeC_GetLogs(uint32_t* count);
 PERILINK_API SAFEARRAY* CS_UsbUpgrade_GetLogs(void);
 
 /* Non-zero: later log lines, the hex dumps excepted, are also appended to "dll_log.txt" in the
- * current directory, which is never emptied. 0, as at load: they are not. */
+ * current directory, which is never emptied. What is no printable 8-bit character is written as
+ * '?'. Nothing is written to anything but a plain file of this name: not through a link, not into a
+ * pipe. 0, as at load: they are not. */
 PERILINK_API void UsbUpgrade_EnableSaveLogFile(uint8_t enable);
 PERILINK_API void CS_UsbUpgrade_EnableSaveLogFile(uint8_t enable);
 

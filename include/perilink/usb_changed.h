@@ -15,14 +15,20 @@ PERILINK_BEGIN_DECLS
 
 /* Calls `callback` (may be null) with true at once, on the calling thread and without the delay,
  * and from then on with true for every USB device that arrives and with false for every one that
- * goes. delay_ms: pause in milliseconds before each of those later calls, spent sleeping on the
- * window's thread; 0 or less for none. Started already, it only replaces callback and delay and
- * calls back. When the window can't be created there is only the immediate call. */
+ * goes. What it throws ends there. delay_ms: pause in milliseconds before each of those later
+ * calls, spent sleeping on the window's thread; 0 or less for none. Started already, on whatever
+ * thread, it only replaces callback and delay and calls back; but a window that went with its
+ * thread, or was closed, is made anew. When the window can't be created there is only the immediate
+ * call. */
 PERILINK_API void StartUsbChanged(UsbChangedCallback callback, int32_t delay_ms);
 PERILINK_API void CS_StartUsbChanged(UsbChangedCallback callback, int32_t delay_ms);
 
-/* Ends the notice, from any thread. The window goes when its thread next pumps messages; changes
- * that it handles before that still call back. Does nothing when not started. */
+/* Ends the notice, from any thread: from then on no message calls back, but for one whose delay is
+ * running. The window goes when its thread next pumps messages. Does nothing when not started.
+ *
+ * A host that unloads the library calls this first, on the window's thread and not from the
+ * callback. Called elsewhere, it makes the library stay loaded: the window's thread may be in it.
+ */
 PERILINK_API void StopUsbChanged(void);
 PERILINK_API void CS_StopUsbChanged(void);
 

@@ -149,6 +149,10 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stack_size,
   return HandleTable::Get().Add(std::make_shared<ThreadObject>(thread));
 }
 
+DWORD GetCurrentThreadId() {
+  return Scheduler::Get().Current("GetCurrentThreadId").id;
+}
+
 void Sleep(DWORD milliseconds) {
   EnterCall("Sleep");
   Scheduler::Get().SleepFor(perilink::platform::ToMicros(milliseconds));

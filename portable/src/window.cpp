@@ -70,6 +70,22 @@ BOOL IsWindow(HWND window) {
   return WindowSystem::Get().Exists(window) ? TRUE : FALSE;
 }
 
+LONG_PTR GetWindowLongPtrW(HWND window, int index) {
+  if (CallMustFail("GetWindowLongPtrW")) return 0;
+  if (index != GWLP_WNDPROC) return Fail(ERROR_INVALID_INDEX, LONG_PTR{0});
+  const WNDPROC procedure = WindowSystem::Get().Procedure(window);
+  if (procedure == nullptr) return Fail(ERROR_INVALID_WINDOW_HANDLE, LONG_PTR{0});
+  return reinterpret_cast<LONG_PTR>(procedure);
+}
+
+LONG_PTR SetWindowLongPtrW(HWND window, int index, LONG_PTR value) {
+  if (CallMustFail("SetWindowLongPtrW")) return 0;
+  if (index != GWLP_WNDPROC || value == 0) return Fail(ERROR_INVALID_INDEX, LONG_PTR{0});
+  const WNDPROC before = WindowSystem::Get().SetProcedure(window, reinterpret_cast<WNDPROC>(value));
+  if (before == nullptr) return Fail(ERROR_INVALID_WINDOW_HANDLE, LONG_PTR{0});
+  return reinterpret_cast<LONG_PTR>(before);
+}
+
 HWND FindWindowW(LPCWSTR class_name, LPCWSTR window_name) {
   if (CallMustFail("FindWindowW")) return nullptr;
   return WindowSystem::Get().Find(class_name, window_name);

@@ -78,13 +78,14 @@ DWORD WindowSystem::Create(CREATESTRUCTW& create, HWND& window) {
     const std::lock_guard lock(mutex_);
     created->window_class = FindClass(create.lpszClass);
     if (created->window_class == nullptr) return ERROR_CANNOT_FIND_WND_CLASS;
+    created->procedure = created->window_class->procedure;
     created->title = create.lpszName != nullptr ? create.lpszName : L"";
     created->owner = &Self();
     last_window_ += 2;
     created->handle = reinterpret_cast<HWND>(last_window_);  // NOLINT(performance-no-int-to-ptr)
     windows_.emplace(created->handle, created);
   }
-  const WNDPROC procedure = created->window_class->procedure;
+  const WNDPROC procedure = created->procedure;
   const auto parameter = reinterpret_cast<LPARAM>(&create);
   if (procedure(created->handle, WM_NCCREATE, 0, parameter) == FALSE) {
     const std::lock_guard lock(mutex_);
@@ -108,8 +109,8 @@ DWORD WindowSystem::Destroy(HWND window) {
     if (doomed->owner != &Self()) return ERROR_ACCESS_DENIED;
     doomed->destroying = true;
   }
-  doomed->window_class->procedure(window, WM_DESTROY, 0, 0);
-  doomed->window_class->procedure(window, WM_NCDESTROY, 0, 0);
+  doomed->procedure.load()(window, WM_DESTROY, 0, 0);
+  doomed->procedure.load()(window, WM_NCDESTROY, 0, 0);
   const std::lock_guard lock(mutex_);
   Forget(*doomed);
   return 0;
@@ -134,6 +135,18 @@ void WindowSystem::DestroyAllOf(Thread& thread) {
   }
   for (const auto& window : doomed)
     Forget(*window);
+}
+
+WNDPROC WindowSystem::Procedure(HWND window) {
+  const std::lock_guard lock(mutex_);
+  const auto found = FindWindow(window);
+  return found == nullptr ? nullptr : found->procedure.load();
+}
+
+WNDPROC WindowSystem::SetProcedure(HWND window, WNDPROC procedure) {
+  const std::lock_guard lock(mutex_);
+  const auto found = FindWindow(window);
+  return found == nullptr ? nullptr : found->procedure.exchange(procedure);
 }
 
 bool WindowSystem::Exists(HWND window) {
@@ -176,7 +189,7 @@ DWORD WindowSystem::Send(HWND window, UINT message, WPARAM wparam, LPARAM lparam
   if (target == nullptr) return ERROR_INVALID_WINDOW_HANDLE;
   if (target->owner == &self) {
     lock.unlock();
-    result = target->window_class->procedure(window, message, wparam, lparam);
+    result = target->procedure.load()(window, message, wparam, lparam);
     return 0;
   }
   sent->window = window;
@@ -226,7 +239,7 @@ void WindowSystem::HandleSent(Thread& self, MessageQueue& queue) {
       }
     }
     const LRESULT result =
-        window->window_class->procedure(sent->window, sent->message, sent->wparam, sent->lparam);
+        window->procedure.load()(sent->window, sent->message, sent->wparam, sent->lparam);
     const std::lock_guard lock(mutex_);
     Answer(sent, true, result);
   }
@@ -282,8 +295,7 @@ LRESULT WindowSystem::Dispatch(const MSG& message) {
   const auto window = FindWindow(message.hwnd);
   if (window == nullptr || window->owner != &Self()) return 0;
   lock.unlock();
-  return window->window_class->procedure(message.hwnd, message.message, message.wParam,
-                                         message.lParam);
+  return window->procedure.load()(message.hwnd, message.message, message.wParam, message.lParam);
 }
 
 DWORD WindowSystem::RegisterNotification(HWND window) {

@@ -2,6 +2,7 @@
 #ifndef PERILINK_PLATFORM_SRC_WINDOW_SYSTEM_H_
 #define PERILINK_PLATFORM_SRC_WINDOW_SYSTEM_H_
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -26,8 +27,9 @@ struct Window {
   std::shared_ptr<const WindowClass> window_class;
   std::wstring title;
   Thread* owner;
-  bool notified = false;    // of USB devices
-  bool destroying = false;  // DestroyWindow has begun
+  std::atomic<WNDPROC> procedure{nullptr};  // the class's, until it is replaced
+  bool notified = false;                    // of USB devices
+  bool destroying = false;                  // DestroyWindow has begun
 };
 
 // Functions that return an error return 0 or a Windows error code. Window procedures are called
@@ -42,6 +44,9 @@ class WindowSystem {
   // The windows of a thread that ends, without a word to their procedures.
   void DestroyAllOf(Thread& thread);
   bool Exists(HWND window);
+  // Null if there is no such window.
+  WNDPROC Procedure(HWND window);
+  WNDPROC SetProcedure(HWND window, WNDPROC procedure);  // the one before
   HWND Find(const wchar_t* class_name, const wchar_t* title);
 
   DWORD Post(HWND window, UINT message, WPARAM wparam, LPARAM lparam);

@@ -1,28 +1,43 @@
 #include "arrival/arrival.h"
 
+#include <cstddef>
+#include <new>
+#include <utility>
+
 #include "perilink/usb_changed.h"
+#include "platform/guard.h"
 
 namespace perilink {
 namespace {
 
 using std::memory_order_relaxed;
 
-constexpr wchar_t kWindowClass[] = L"usb hook msg window";
-
 // GUID_DEVINTERFACE_USB_DEVICE: whole USB devices, whatever interfaces they have.
 constexpr GUID kUsbDeviceInterface = {
     0xA5DCBF10, 0x6530, 0x11D2, {0x90, 0x1F, 0x00, 0xC0, 0x4F, 0xB9, 0x51, 0xED}};
 
-HWND CreateHiddenWindow(WNDPROC procedure) {
-  const HINSTANCE module = GetModuleHandleW(nullptr);
+// The class has the system's own procedure, each window gets ours: a window that has been given up
+// can be handed back to the system, so that nothing leads into a library that is gone.
+HWND CreateHiddenWindow() {
+  const HMODULE module = LibraryModule();
   WNDCLASSW window_class{};
-  window_class.lpfnWndProc = procedure;
+  window_class.lpfnWndProc = DefWindowProcW;
   window_class.hInstance = module;
-  window_class.lpszClassName = kWindowClass;
+  window_class.lpszClassName = kNoticeClass;
   // Fails when an earlier start has registered the class, which then serves again.
   RegisterClassW(&window_class);
-  return CreateWindowExW(0, kWindowClass, L"", WS_OVERLAPPEDWINDOW, CW_USEDEFAULT, CW_USEDEFAULT,
+  return CreateWindowExW(0, kNoticeClass, L"", WS_OVERLAPPEDWINDOW, CW_USEDEFAULT, CW_USEDEFAULT,
                          CW_USEDEFAULT, CW_USEDEFAULT, nullptr, nullptr, module, nullptr);
+}
+
+void SetProcedure(HWND window, WNDPROC procedure) {
+  SetWindowLongPtrW(window, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(procedure));
+}
+
+// False for a window that went with its thread, and for another one that has been given its handle.
+bool HasProcedure(HWND window, WNDPROC procedure) {
+  return window != nullptr &&
+         GetWindowLongPtrW(window, GWLP_WNDPROC) == reinterpret_cast<LONG_PTR>(procedure);
 }
 
 // The registration ends with its window.
@@ -38,8 +53,9 @@ void RegisterForUsbDevices(HWND window) {
 }  // namespace
 
 ArrivalNotifier& ArrivalNotifier::Instance() {
-  static constinit ArrivalNotifier notifier;
-  return notifier;
+  alignas(ArrivalNotifier) static std::byte memory[sizeof(ArrivalNotifier)];
+  static ArrivalNotifier* const notifier = new (memory) ArrivalNotifier;
+  return *notifier;
 }
 
 void ArrivalNotifier::Set(UsbChangedCallback callback, int32_t delay_ms) {
@@ -49,23 +65,39 @@ void ArrivalNotifier::Set(UsbChangedCallback callback, int32_t delay_ms) {
 
 void ArrivalNotifier::Start(UsbChangedCallback callback, int32_t delay_ms) {
   Set(callback, delay_ms);
-  if (window_.load(memory_order_relaxed) == nullptr) {
-    const HWND window = CreateHiddenWindow(&WindowProcedure);
-    if (window != nullptr) RegisterForUsbDevices(window);
-    window_.store(window, memory_order_relaxed);
-  }
+  Guarded([this] { EnsureWindow(); });
   Call(true);
 }
 
+void ArrivalNotifier::EnsureWindow() {
+  const std::lock_guard lock(mutex_);
+  if (HasProcedure(window_, &WindowProcedure)) return;
+  window_ = nullptr;
+  if (!module_.Take()) return;
+  window_thread_ = GetCurrentThreadId();
+  const HWND window = CreateHiddenWindow();
+  if (window == nullptr) return;
+  SetProcedure(window, &WindowProcedure);
+  RegisterForUsbDevices(window);
+  window_ = window;
+}
+
 void ArrivalNotifier::Stop() {
-  const HWND window = window_.exchange(nullptr, memory_order_relaxed);
-  // Only its own thread can destroy a window: the default handling of this message does it there.
-  if (window != nullptr) PostMessageW(window, WM_CLOSE, 0, 0);
+  const std::lock_guard lock(mutex_);
+  const HWND window = std::exchange(window_, nullptr);
+  if (HasProcedure(window, &WindowProcedure)) {
+    SetProcedure(window, DefWindowProcW);
+    // Only its own thread can destroy a window: the default handling of this message does it there.
+    PostMessageW(window, WM_CLOSE, 0, 0);
+  }
+  // Elsewhere nobody can tell whether the window's thread is just handling a message: the library
+  // then stays loaded, whatever its host does.
+  if (GetCurrentThreadId() == window_thread_ && messages_inside_ == 0) module_.Release();
 }
 
 void ArrivalNotifier::Call(bool arrived) {
   const UsbChangedCallback callback = callback_.load(memory_order_relaxed);
-  if (callback != nullptr) callback(arrived);
+  if (callback != nullptr) Guarded([&] { callback(arrived); });
 }
 
 void ArrivalNotifier::OnDeviceChange(WPARAM event, const DEV_BROADCAST_HDR* broadcast) {
@@ -79,11 +111,21 @@ void ArrivalNotifier::OnDeviceChange(WPARAM event, const DEV_BROADCAST_HDR* broa
   Call(event == DBT_DEVICEARRIVAL);
 }
 
+void ArrivalNotifier::OnWindowGone(HWND window) {
+  const std::lock_guard lock(mutex_);
+  if (window_ == window) window_ = nullptr;
+}
+
 LRESULT CALLBACK ArrivalNotifier::WindowProcedure(HWND window, UINT message, WPARAM wparam,
                                                   LPARAM lparam) {
+  ArrivalNotifier& notifier = Instance();
+  ++notifier.messages_inside_;  // a callback may pump messages, too
   if (message == WM_DEVICECHANGE)
-    Instance().OnDeviceChange(wparam, reinterpret_cast<const DEV_BROADCAST_HDR*>(lparam));
-  return DefWindowProcW(window, message, wparam, lparam);
+    notifier.OnDeviceChange(wparam, reinterpret_cast<const DEV_BROADCAST_HDR*>(lparam));
+  if (message == WM_NCDESTROY) Guarded([&] { notifier.OnWindowGone(window); });
+  const LRESULT result = DefWindowProcW(window, message, wparam, lparam);
+  --notifier.messages_inside_;
+  return result;
 }
 
 }  // namespace perilink
@@ -91,13 +133,14 @@ LRESULT CALLBACK ArrivalNotifier::WindowProcedure(HWND window, UINT message, WPA
 // ---- Exports ----------------------------------------------------------------------------------
 
 using perilink::ArrivalNotifier;
+using perilink::Guarded;
 
 void StartUsbChanged(UsbChangedCallback callback, int32_t delay_ms) {
   ArrivalNotifier::Instance().Start(callback, delay_ms);
 }
 
 void StopUsbChanged(void) {
-  ArrivalNotifier::Instance().Stop();
+  Guarded([] { ArrivalNotifier::Instance().Stop(); });
 }
 
 void SetUsbChangedCallBack(UsbChangedCallback callback, int32_t delay_ms) {

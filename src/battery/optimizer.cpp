@@ -7,6 +7,7 @@
 #include "commands/request_frames.h"
 #include "perilink/battery.h"
 #include "perilink/finder.h"
+#include "platform/guard.h"
 #include "platform/runtime.h"
 #include "platform/win32.h"
 #include "transport/exchange.h"
@@ -376,13 +377,14 @@ void BatteryOptimizer::EndConnection() {
 // ---- Exports ----------------------------------------------------------------------------------
 
 using perilink::BatteryOptimizer;
+using perilink::Guarded;
 
 void UsbServer_SetBatteryOptimizeEnable(uint8_t enable) {
   BatteryOptimizer::Instance().SetEnabled(enable);
 }
 
 void UsbServer_SetBatteryOptimizeLastBattery(int32_t elapsed_seconds, uint8_t level) {
-  BatteryOptimizer::Instance().SetLastBattery(elapsed_seconds, level);
+  Guarded([&] { BatteryOptimizer::Instance().SetLastBattery(elapsed_seconds, level); });
 }
 
 void UsbServer_SetBatteryOptimizeParam(uint8_t jump, uint32_t step_interval_ms,
@@ -391,5 +393,5 @@ void UsbServer_SetBatteryOptimizeParam(uint8_t jump, uint32_t step_interval_ms,
 }
 
 void UsbServer_SetBatteryOptimizeSection(const uint32_t* voltages) {
-  BatteryOptimizer::Instance().SetSection(voltages);
+  Guarded([&] { BatteryOptimizer::Instance().SetSection(voltages); });
 }

@@ -19,7 +19,8 @@ void SeedRandom(uint32_t seed);
 int NextRandom();
 
 // Appends `text`, one line without its line end, and CR LF to the file, shared with other readers
-// and writers, and closes it again. False when it can't be opened or written.
+// and writers, and closes it again. False when it can't be opened or written, or is no plain file:
+// nothing is written through a link or into a pipe.
 bool AppendLineShared(const char* file_name, std::string_view text);
 
 }  // namespace perilink

@@ -6,6 +6,15 @@
 #include "platform/runtime.h"
 
 namespace perilink {
+namespace {
+
+bool IsPlainFile(HANDLE file) {
+  BY_HANDLE_FILE_INFORMATION about;
+  return GetFileType(file) == FILE_TYPE_DISK && GetFileInformationByHandle(file, &about) &&
+         (about.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0;
+}
+
+}  // namespace
 
 int64_t MonotonicMicros() {
   // Both calls always succeed, and the frequency is fixed while the system runs.
@@ -34,9 +43,11 @@ int NextRandom() {
 }
 
 bool AppendLineShared(const char* file_name, std::string_view text) {
-  const UniqueFile file(CreateFileA(file_name, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                    nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!file.Valid()) return false;
+  // A link is opened itself, not what it leads to.
+  const UniqueFile file(CreateFileA(file_name, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+  if (!file.Valid() || !IsPlainFile(file.Get())) return false;
   // One write, so that the lines of several writers do not mix.
   const std::string line = std::string(text) + "\r\n";
   DWORD written = 0;

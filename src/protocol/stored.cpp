@@ -6,6 +6,7 @@
 
 #include "perilink/config_layout.h"
 #include "perilink/protocol_data.h"
+#include "platform/guard.h"
 #include "protocol/check_byte.h"
 #include "protocol/fields.h"
 #include "protocol/parser.h"
@@ -74,7 +75,7 @@ void StoredProtocolData::StoreReply(uint16_t address, std::span<const uint8_t, 1
 extern "C" {
 
 void SetDllProtocolData(const ProtocolData* record) {
-  perilink::StoredProtocolData::Instance().Replace(*record);
+  perilink::Guarded([&] { perilink::StoredProtocolData::Instance().Replace(*record); });
 }
 
 }  // extern "C"

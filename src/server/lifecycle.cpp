@@ -5,6 +5,7 @@
 #include "perilink/server.h"
 #include "platform/guard.h"
 #include "platform/handles.h"
+#include "platform/module.h"
 #include "server/loop.h"
 #include "server/state.h"
 #include "transport/frame.h"
@@ -26,17 +27,16 @@ class ServerThread {
   HANDLE EnsureRunning() {
     const std::lock_guard lock(mutex_);
     if (running_) return nullptr;
-    const HANDLE thread = CreateThread(nullptr, 0, &ServerThread::Procedure, nullptr, 0, nullptr);
+    const HANDLE thread = StartLibraryThread(&ServerThread::Procedure);
     running_ = thread != nullptr;
     return thread;
   }
 
  private:
-  static DWORD WINAPI Procedure(LPVOID) {
+  static void Procedure() {
     do {
       RunServerLoop();
-    } while (!Instance().Ends());
-    return 0;
+    } while (!Guarded(true, [] { return Instance().Ends(); }));
   }
 
   // False when a start came too late for the loop that has just ended.

@@ -222,11 +222,15 @@ constinit LoopTurn turn;
 void RunServerLoop() noexcept {
   uint64_t run = 0;
   if (turn.Take(run)) {
-    Guarded([] { ServerLoop(ServerState::Instance()).Run(); });
+    Guarded([] {
+      ServerState& state = ServerState::Instance();
+      // Asked to end with nothing begun: a host that waits for the end finds that it is there.
+      if (!state.ExitRequested() || state.ReopenRequested()) ServerLoop(state).Run();
+    });
     turn.Give();
     return;
   }
-  // A host that runs the loop beside the server's thread: rare, and nobody waits for this one.
+  // A host that waits for the end, or one that runs the loop beside the server's thread.
   constexpr DWORD kLookMs = 10;
   while (turn.Lasts(run))
     Sleep(kLookMs);

@@ -51,10 +51,6 @@ bool DeviceHandles::GetAttributes(HIDD_ATTRIBUTES& attributes) const {
   return HidD_GetAttributes(read_.Get(), &attributes) != FALSE;
 }
 
-std::wstring DeviceHandles::Text(HANDLE handle) {
-  return std::to_wstring(reinterpret_cast<intptr_t>(handle));
-}
-
 // ---- The link ---------------------------------------------------------------------------------
 
 Link::Link(DeviceHandles& handles, size_t report_length)

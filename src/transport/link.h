@@ -30,8 +30,8 @@ class DeviceHandles {
   bool CanWrite() const { return write_.Valid(); }
   bool CanRead() const { return read_.Valid(); }
   // For a log: -1 for a handle that could not be opened.
-  std::wstring WriteHandleText() const { return Text(write_.Get()); }
-  std::wstring ReadHandleText() const { return Text(read_.Get()); }
+  intptr_t WriteHandleNumber() const { return reinterpret_cast<intptr_t>(write_.Get()); }
+  intptr_t ReadHandleNumber() const { return reinterpret_cast<intptr_t>(read_.Get()); }
 
   // One output report, or one feature report of at most 256 bytes, id first; returns when the
   // device has it.
@@ -42,7 +42,6 @@ class DeviceHandles {
 
  private:
   friend class Link;
-  static std::wstring Text(HANDLE handle);
 
   UniqueFile write_;
   UniqueFile read_;

@@ -1,10 +1,27 @@
 #include "upgrade/boot_devices.h"
 
+#include <new>
+
+#include "platform/win32.h"
+#include "upgrade/device_io.h"
+
 namespace perilink {
 
+HidPathList FindDevicePaths(const std::wstring& key) {
+  constexpr int kTries = 100;
+  for (int tries = kTries;; --tries) {
+    try {
+      return FindHidPathsByKey(key);
+    } catch (const std::bad_alloc&) {
+      if (tries == 1) throw;
+      Sleep(kTickMs);
+    }
+  }
+}
+
 bool FindNormalDevice(const UsbUpgradeFile& record) {
-  const size_t inputs = FindHidPathsByKey(record.normal_input_end_point).size();
-  const size_t outputs = FindHidPathsByKey(record.normal_output_end_point).size();
+  const size_t inputs = FindDevicePaths(record.normal_input_end_point).size();
+  const size_t outputs = FindDevicePaths(record.normal_output_end_point).size();
   return inputs == 1 && outputs == 1;
 }
 
@@ -15,7 +32,7 @@ HidPathList FindBootDevices(const uint8_t* image) {
 
 HidPathList FindBootDevices(const UsbUpgradeFile& record) {
   if (!record.valid) return {};
-  return FindHidPathsByKey(record.boot_input_end_point);
+  return FindDevicePaths(record.boot_input_end_point);
 }
 
 }  // namespace perilink

@@ -3,11 +3,16 @@
 #define PERILINK_SRC_UPGRADE_BOOT_DEVICES_H_
 
 #include <cstdint>
+#include <string>
 
 #include "transport/discovery.h"
 #include "upgrade/upgrade_file.h"
 
 namespace perilink {
+
+// The present interfaces whose path contains the key. A search for which there is not enough memory
+// is repeated for a second: an upgrade that has begun is not to end for it.
+HidPathList FindDevicePaths(const std::wstring& key);
 
 // Whether exactly one device shows itself in normal mode, with both of its interfaces.
 bool FindNormalDevice(const UsbUpgradeFile& record);

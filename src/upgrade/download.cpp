@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "transport/discovery.h"
+#include "upgrade/boot_devices.h"
 #include "upgrade/device_io.h"
 #include "upgrade/events.h"
 #include "upgrade/log.h"
@@ -53,7 +53,7 @@ class Download {
       }
       if (IdleMs() >= record_.timeout) {
         LogLine(L"Upgrade Timeout");
-        SendUpgradeEvent(record_, kResultEvent, kResultTimeout, 3);
+        EndUpgrade(record_, kResultTimeout, 3);
         return false;
       }
     }
@@ -61,17 +61,16 @@ class Download {
 
  private:
   bool Open() {
-    const HidPathList inputs = FindHidPathsByKey(record_.boot_input_end_point);
-    const HidPathList outputs = FindHidPathsByKey(record_.boot_output_end_point);
+    const HidPathList inputs = FindDevicePaths(record_.boot_input_end_point);
+    const HidPathList outputs = FindDevicePaths(record_.boot_output_end_point);
     // Without a path the log shows a handle of 0.
     link_.Open(outputs.empty() ? nullptr : &outputs.front(),
                inputs.empty() ? nullptr : &inputs.front());
     const DeviceHandles& handles = link_.handles();
     if (handles.CanWrite() && handles.CanRead()) return true;
-    LogLine(L"DownloadFile-HANDLE Error,hDeviceWrite=" + handles.WriteHandleText() +
-            L"  hDeviceRead =" + handles.ReadHandleText());
-    SendUpgradeEvent(record_, kResultEvent, kResultBootOpenFailed, handles.CanWrite(),
-                     handles.CanRead());
+    LogLine(L"DownloadFile-HANDLE Error,hDeviceWrite=", handles.WriteHandleNumber(),
+            L"  hDeviceRead =", handles.ReadHandleNumber());
+    EndUpgrade(record_, kResultBootOpenFailed, handles.CanWrite(), handles.CanRead());
     return false;
   }
 
@@ -112,8 +111,7 @@ class Download {
       return;
     }
     LogLine(L"All Upgrade Success");
-    SendUpgradeEvent(record_, kProgressEvent, 100);
-    SendUpgradeEvent(record_, kResultEvent, kResultSuccess);
+    EndUpgrade(record_, kResultSuccess);
   }
 
   ULONGLONG IdleMs() const { return GetTickCount64() - last_write_ms_; }

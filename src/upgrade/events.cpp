@@ -2,16 +2,24 @@
 
 #include <algorithm>
 
-#include "upgrade/turn.h"
+#include "platform/guard.h"
 
 namespace perilink {
 
-void SendUpgradeEvent(const UsbUpgradeFile& record, uint8_t kind, uint8_t code, uint8_t arg1,
-                      uint8_t arg2) {
-  if (kind == kResultEvent && code != kResultDeviceError) AnnounceUpgradeEnd();
-  if (record.callback == nullptr) return;
+void SendUpgradeEvent(UpgradeCallback callback, uint8_t kind, uint8_t code, uint8_t arg1,
+                      uint8_t arg2) noexcept {
+  if (callback == nullptr) return;
   const UpgradeEvent event{7, kind, code, arg1, arg2, {}};
-  record.callback(&event.message_class, sizeof(event));
+  Guarded([&] { callback(&event.message_class, sizeof(event)); });
+}
+
+void SendUpgradeEvent(const UsbUpgradeFile& record, uint8_t kind, uint8_t code, uint8_t arg1,
+                      uint8_t arg2) noexcept {
+  SendUpgradeEvent(record.callback, kind, code, arg1, arg2);
+}
+
+void EndUpgrade(UsbUpgradeFile& record, ResultCode code, uint8_t arg1, uint8_t arg2) {
+  record.result = UpgradeResult{code, arg1, arg2};
 }
 
 void ReportProgress(UsbUpgradeFile& record) {

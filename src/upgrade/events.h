@@ -14,7 +14,7 @@ enum EventKind : uint8_t { kProgressEvent = 1, kResultEvent = 2, kNoticeEvent = 
 // Codes of a result. All but the device's error end the upgrade.
 enum ResultCode : uint8_t {
   kResultSuccess = 1,
-  kResultTimeout = 2,           // 1: the reset's echo; 3: the download
+  kResultTimeout = 2,           // 1: the reset's echo; 3: the download; 4: the library gave up
   kResultNormalInterfaces = 4,  // input and output interfaces found, not one each
   kResultBootInterfaces = 5,    // input and output interfaces found, more than one
   kResultNoNormalDevice = 6,    // 1
@@ -30,10 +30,15 @@ enum NoticeCode : uint8_t {
   kNoticeBoot = 17,      // 1: the reset was echoed; 2: reset without echo, or boot mode is stable
 };
 
-// Calls the record's callback, if it has one. A result that ends the upgrade must be the last
-// thing that the upgrade does with the records and the log.
+// Calls the callback at once, if there is one. Whatever it throws ends here.
+void SendUpgradeEvent(UpgradeCallback callback, uint8_t kind, uint8_t code, uint8_t arg1 = 0,
+                      uint8_t arg2 = 0) noexcept;
 void SendUpgradeEvent(const UsbUpgradeFile& record, uint8_t kind, uint8_t code, uint8_t arg1 = 0,
-                      uint8_t arg2 = 0);
+                      uint8_t arg2 = 0) noexcept;
+
+// The upgrade has come to its end with this device. The host is told when the device has been let
+// go of and the next upgrade can be started: its last event is the last thing of an upgrade.
+void EndUpgrade(UsbUpgradeFile& record, ResultCode code, uint8_t arg1 = 0, uint8_t arg2 = 0);
 
 // For a count of interfaces in an event's one byte.
 inline uint8_t EventCount(size_t count) {

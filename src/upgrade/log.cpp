@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "perilink/upgrade.h"
+#include "platform/guard.h"
 #include "platform/runtime.h"
 #include "upgrade/upgrade_file.h"
 
@@ -20,8 +21,12 @@ constexpr size_t kDumpedBytes = 8;
 class UpgradeLog {
  public:
   void Append(std::wstring line) {
+    std::wstring oldest;  // freed without the lock
     const std::lock_guard lock(mutex_);
     lines_.push_back(std::move(line));
+    if (lines_.size() <= PERILINK_LOG_LIMIT) return;
+    oldest.swap(lines_.front());
+    lines_.pop_front();
   }
   void Clear() {
     std::deque<std::wstring> old;
@@ -54,6 +59,12 @@ std::wstring Widen(const char* ascii) {
   return {ascii, ascii + std::char_traits<char>::length(ascii)};
 }
 
+// Texts come from files that anybody may have made: what they hold is not to end a line or to speak
+// to a terminal that shows the file.
+bool IsPrintable(std::wint_t code) {
+  return (code >= 0x20 && code <= 0x7E) || (code >= 0xA0 && code <= 0xFF);
+}
+
 std::wstring Timestamp() {
   SYSTEMTIME now;
   GetLocalTime(&now);
@@ -74,13 +85,18 @@ void SetSaveLogFile(bool save) {
   save_log_file.store(save, std::memory_order_relaxed);
 }
 
-void LogLine(const std::wstring& text) {
-  Log().Append(text);
-  AppendLogFile(text);
+void LogParts(std::initializer_list<LogPart> parts) noexcept {
+  Guarded([&] {
+    std::wstring line;
+    for (const LogPart& part : parts)
+      part.is_number ? line.append(std::to_wstring(part.number)) : line.append(part.text);
+    Log().Append(line);
+    AppendLogFile(line);
+  });
 }
 
-void LogHexLine(std::wstring_view text, std::span<const uint8_t> data) {
-  Log().Append(Timestamp().append(L":  ").append(text) + HexDump(data));
+void LogHexLine(std::wstring_view text, std::span<const uint8_t> data) noexcept {
+  Guarded([&] { Log().Append(Timestamp().append(L":  ").append(text) + HexDump(data)); });
 }
 
 void LogUpgradeFile(const UsbUpgradeFile& record) {
@@ -92,27 +108,26 @@ void LogUpgradeFile(const UsbUpgradeFile& record) {
   Log().Append(L"  UsbUpgradeFile");
   Log().Append(record.is_end ? L"isEnd:true" : L"isEnd:false");
   Log().Append(record.valid ? L"valid:true" : L"valid:false");
-  LogLine(L"totalPacketCount:" + std::to_wstring(record.total_packet_count));
-  LogLine(L"icName:" + record.ic_name);
-  LogLine(L"bootInputEndPoint:" + record.boot_input_end_point);
-  LogLine(L"bootOutputEndPoint:" + record.boot_output_end_point);
-  LogLine(L"normalInputEndPoint:" + record.normal_input_end_point);
-  LogLine(L"normalOutputEndPoint:" + record.normal_output_end_point);
-  LogLine(L"senserName:" + record.senser_name);
-  LogLine(L"productName:" + record.product_name);
+  LogLine(L"totalPacketCount:", record.total_packet_count);
+  LogLine(L"icName:", record.ic_name);
+  LogLine(L"bootInputEndPoint:", record.boot_input_end_point);
+  LogLine(L"bootOutputEndPoint:", record.boot_output_end_point);
+  LogLine(L"normalInputEndPoint:", record.normal_input_end_point);
+  LogLine(L"normalOutputEndPoint:", record.normal_output_end_point);
+  LogLine(L"senserName:", record.senser_name);
+  LogLine(L"productName:", record.product_name);
 }
 
-void AppendLogFile(std::wstring_view text) {
+void AppendLogFile(std::wstring_view text) noexcept {
   if (!save_log_file.load(std::memory_order_relaxed)) return;
-  std::string line;
-  line.reserve(text.size());
-  for (const wchar_t character : text) {
-    // The file's line ends are CR LF, also those that a text brings along.
-    if (character == L'\n') line.push_back('\r');
-    const std::wint_t code = std::char_traits<wchar_t>::to_int_type(character);
-    line.push_back(code <= 0xFF ? static_cast<char>(code) : '?');
-  }
-  AppendLineShared(kLogFileName, line);
+  Guarded([&] {
+    std::string line(text.size(), '?');
+    std::ranges::transform(text, line.begin(), [](wchar_t character) {
+      const std::wint_t code = std::char_traits<wchar_t>::to_int_type(character);
+      return IsPrintable(code) ? static_cast<char>(code) : '?';
+    });
+    AppendLineShared(kLogFileName, line);
+  });
 }
 
 void ResetUpgradeLog() {

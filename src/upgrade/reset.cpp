@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "transport/discovery.h"
+#include "upgrade/boot_devices.h"
 #include "upgrade/cycle.h"
 #include "upgrade/device_io.h"
 #include "upgrade/events.h"
@@ -20,17 +20,16 @@ struct NormalInterfaces {
   HidPathList outputs;
 };
 
-Search FindNormalInterfaces(const UsbUpgradeFile& record, NormalInterfaces& found) {
-  found = {FindHidPathsByKey(record.normal_input_end_point),
-           FindHidPathsByKey(record.normal_output_end_point)};
+Search FindNormalInterfaces(UsbUpgradeFile& record, NormalInterfaces& found) {
+  found = {FindDevicePaths(record.normal_input_end_point),
+           FindDevicePaths(record.normal_output_end_point)};
   const size_t inputs = found.inputs.size();
   const size_t outputs = found.outputs.size();
   if (inputs == 1 && outputs == 1) return Search::kFound;
   if (inputs == 0 && outputs == 0) return Search::kAbsent;
-  LogLine(L"ResetToBootMode-Found Multi Devices-input Size =" + std::to_wstring(inputs));
-  LogLine(L"ResetToBootMode-Found Multi Devices-output Size =" + std::to_wstring(outputs));
-  SendUpgradeEvent(record, kResultEvent, kResultNormalInterfaces, EventCount(inputs),
-                   EventCount(outputs));
+  LogLine(L"ResetToBootMode-Found Multi Devices-input Size =", inputs);
+  LogLine(L"ResetToBootMode-Found Multi Devices-output Size =", outputs);
+  EndUpgrade(record, kResultNormalInterfaces, EventCount(inputs), EventCount(outputs));
   return Search::kFailed;
 }
 
@@ -40,8 +39,8 @@ Search PollNormalInterfaces(UsbUpgradeFile& record, bool wait_normal, NormalInte
   for (;;) {
     if (wait_normal) clock.SleepCycle();
     if (!clock.CountCycle()) {
-      LogLine(L"ResetToBootMode-TimeOut-" + std::to_wstring(clock.limit()));
-      SendUpgradeEvent(record, kResultEvent, kResultNoNormalDevice, 1);
+      LogLine(L"ResetToBootMode-TimeOut-", clock.limit());
+      EndUpgrade(record, kResultNoNormalDevice, 1);
       return Search::kFailed;
     }
     const Search search = FindNormalInterfaces(record, found);
@@ -55,7 +54,7 @@ bool IsResetEcho(const Link& link, std::span<const uint8_t> command) {
 }
 
 // One report is looked at: after one that is not the echo the time runs out.
-bool WaitForEcho(const UsbUpgradeFile& record, Link& link) {
+bool WaitForEcho(UsbUpgradeFile& record, Link& link) {
   LogLine(L"ResetToBootMode-Write data success-Wait Usb");
   const ULONGLONG sent_ms = GetTickCount64();
   bool reading = true;
@@ -74,16 +73,16 @@ bool WaitForEcho(const UsbUpgradeFile& record, Link& link) {
     }
   }
   LogLine(L"ResetToBootMode-Timer Out Error");
-  SendUpgradeEvent(record, kResultEvent, kResultTimeout, 1);
+  EndUpgrade(record, kResultTimeout, 1);
   return false;
 }
 
-bool SendReset(const UsbUpgradeFile& record, const NormalInterfaces& paths) {
+bool SendReset(UsbUpgradeFile& record, const NormalInterfaces& paths) {
   const CommandDescriptor& reset = record.header.reset_command;
   Link link(reset.Command().size());
   const bool can_wait = link.Open(&paths.outputs.front(), &paths.inputs.front());
-  LogLine(L"ResetToBootMode-hDeviceWrite =" + link.handles().WriteHandleText());
-  LogLine(L"ResetToBootMode-hDeviceRead =" + link.handles().ReadHandleText());
+  LogLine(L"ResetToBootMode-hDeviceWrite =", link.handles().WriteHandleNumber());
+  LogLine(L"ResetToBootMode-hDeviceRead =", link.handles().ReadHandleNumber());
   if (!can_wait) LogLine(L"ResetToBootMode-osReader.hEvent = 0");
   link.Listen();
   LogHexLine(L"ResetToBootMode-Write data:", reset.Bytes());
@@ -91,7 +90,7 @@ bool SendReset(const UsbUpgradeFile& record, const NormalInterfaces& paths) {
   const bool sent = SendReport(link, reset, reset.Command());
   if (!sent || !can_wait) {
     LogLine(L"ResetToBootMode-Write Usb Error");
-    SendUpgradeEvent(record, kResultEvent, kResultResetWriteFailed, sent, can_wait);
+    EndUpgrade(record, kResultResetWriteFailed, sent, can_wait);
     return false;
   }
   if (reset.data[kEchoFlagAt] == 0) {

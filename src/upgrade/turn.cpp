@@ -1,63 +1,46 @@
 #include "upgrade/turn.h"
 
-#include <mutex>
-#include <thread>
+#include <algorithm>
+#include <array>
+#include <atomic>
 
 #include "platform/win32.h"
 
 namespace perilink {
 namespace {
 
-constexpr ULONGLONG kLongestEndMs = 1000;
+constinit std::atomic<bool> upgrade_runs{false};
 
-enum class Phase { kIdle, kRunning, kEnding };
+// One upgrade runs at a time, but those before it may still be in their last callback: more of
+// these than there is room for are not known any more. 0: free; no thread has that number.
+constinit std::array<std::atomic<DWORD>, 8> upgrade_threads{};
 
-struct Turn {
-  std::mutex mutex;
-  Phase phase = Phase::kIdle;
-  std::thread::id ending_thread;
-};
-
-// Never destroyed: the upgrade thread may end after the process's statics have.
-Turn& TheTurn() {
-  static Turn& turn = *new Turn;
-  return turn;
-}
-
-// What a start finds; takes an idle turn.
-Phase TryTake() {
-  Turn& turn = TheTurn();
-  const std::lock_guard lock(turn.mutex);
-  if (turn.phase == Phase::kEnding && turn.ending_thread == std::this_thread::get_id())
-    return Phase::kRunning;
-  const Phase found = turn.phase;
-  if (found == Phase::kIdle) turn.phase = Phase::kRunning;
-  return found;
+void Replace(DWORD wanted, DWORD number) {
+  for (std::atomic<DWORD>& thread : upgrade_threads) {
+    DWORD found = wanted;
+    if (thread.compare_exchange_strong(found, number)) return;
+  }
 }
 
 }  // namespace
 
 bool TakeUpgradeTurn() {
-  const ULONGLONG start = GetTickCount64();
-  for (;;) {
-    const Phase found = TryTake();
-    if (found != Phase::kEnding) return found == Phase::kIdle;
-    if (GetTickCount64() - start >= kLongestEndMs) return false;
-    Sleep(1);
-  }
-}
-
-void AnnounceUpgradeEnd() {
-  Turn& turn = TheTurn();
-  const std::lock_guard lock(turn.mutex);
-  turn.phase = Phase::kEnding;
-  turn.ending_thread = std::this_thread::get_id();
+  const DWORD self = GetCurrentThreadId();
+  const bool from_callback = std::ranges::any_of(
+      upgrade_threads, [self](const std::atomic<DWORD>& thread) { return thread == self; });
+  return !from_callback && !upgrade_runs.exchange(true);
 }
 
 void GiveUpgradeTurn() {
-  Turn& turn = TheTurn();
-  const std::lock_guard lock(turn.mutex);
-  turn.phase = Phase::kIdle;
+  upgrade_runs = false;
+}
+
+UpgradeThreadMark::UpgradeThreadMark() {
+  Replace(0, GetCurrentThreadId());
+}
+
+UpgradeThreadMark::~UpgradeThreadMark() {
+  Replace(GetCurrentThreadId(), 0);
 }
 
 }  // namespace perilink

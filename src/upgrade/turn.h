@@ -1,19 +1,25 @@
-// One upgrade at a time: whose turn it is to use the upgrade records.
+// One upgrade at a time: whose turn it is to use the upgrade records and the log.
 #ifndef PERILINK_SRC_UPGRADE_TURN_H_
 #define PERILINK_SRC_UPGRADE_TURN_H_
 
 namespace perilink {
 
-// Takes the turn; false while an upgrade has it. An upgrade whose last event the host already has
-// only lets go of its handles, so its end is waited for, at most a second, unless the caller is the
-// upgrade's own callback.
+// Takes the turn. False while an upgrade has it, and always on the thread of an upgrade: a callback
+// starts no other.
 bool TakeUpgradeTurn();
 
-// On the upgrade thread, before the last event is delivered.
-void AnnounceUpgradeEnd();
-
-// The records and the log are free for the next upgrade.
+// The records and the log are free for the next upgrade. The thread may still tell its host how it
+// ended.
 void GiveUpgradeTurn();
+
+// Marks the calling thread as an upgrade's while it lives.
+class UpgradeThreadMark {
+ public:
+  UpgradeThreadMark();
+  ~UpgradeThreadMark();
+  UpgradeThreadMark(const UpgradeThreadMark&) = delete;
+  UpgradeThreadMark& operator=(const UpgradeThreadMark&) = delete;
+};
 
 }  // namespace perilink
 

@@ -12,7 +12,7 @@ bool ImageLiesWithin(const uint8_t* image, size_t readable) {
 
 void LogAndStore(const wchar_t* name, const TextField& field, std::wstring& text) {
   text = ReadTextField(field);
-  LogLine(name + text);
+  LogLine(name, text);
 }
 
 void ParseTextFields(UsbUpgradeFile& record) {

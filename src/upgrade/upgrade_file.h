@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <string>
 
 #include "perilink/records.h"
@@ -15,6 +16,13 @@ namespace perilink {
 
 // No mismatching echo has been seen yet.
 inline constexpr uint64_t kNoRepeatMark = UINT64_MAX;
+
+// How an upgrade has ended: a ResultCode and what goes with it.
+struct UpgradeResult {
+  uint8_t code;
+  uint8_t arg1;
+  uint8_t arg2;
+};
 
 struct UsbUpgradeFile {
   UpgradeCallback callback = nullptr;
@@ -34,8 +42,9 @@ struct UsbUpgradeFile {
   bool valid = false;
   bool is_end = true;  // its device is the last one of the upgrade
   int32_t progress = 0;
-  int32_t total_packet_count = 0;     // progress units of the whole upgrade
-  std::deque<UpgradePacket> packets;  // still to be acknowledged, front first
+  int32_t total_packet_count = 0;       // progress units of the whole upgrade
+  std::deque<UpgradePacket> packets;    // still to be acknowledged, front first
+  std::optional<UpgradeResult> result;  // set when the upgrade ends with this device
 };
 
 // Fills the record from the image and logs what it finds. An image that fails its header check

@@ -1,10 +1,13 @@
 // A whole upgrade: one or two devices, on a thread of its own.
+#include <optional>
+
 #include "perilink/upgrade.h"
 #include "platform/guard.h"
 #include "platform/handles.h"
-#include "platform/win32.h"
+#include "platform/module.h"
 #include "upgrade/boot_devices.h"
 #include "upgrade/download.h"
+#include "upgrade/events.h"
 #include "upgrade/log.h"
 #include "upgrade/steps.h"
 #include "upgrade/turn.h"
@@ -58,7 +61,7 @@ void UpgradeBoth(UsbUpgradeFile& main, UsbUpgradeFile& slave, int32_t total) {
   total += kWaitUnits;
   main.total_packet_count = total;
   slave.total_packet_count = total;
-  LogLine(L"Main and Slave Mode,totalPacketCount = " + std::to_wstring(total));
+  LogLine(L"Main and Slave Mode,totalPacketCount = ", total);
   if (FindNormalDevice(slave)) {
     UpgradeSlaveThenMain(main, slave);
   } else if (!FindBootDevices(main).empty()) {
@@ -89,10 +92,31 @@ void RunUpgrade() {
   }
 }
 
-DWORD WINAPI UpgradeThread(void*) {
-  Guarded([] { RunUpgrade(); });
+struct Ending {
+  UpgradeCallback callback = nullptr;
+  std::optional<UpgradeResult> result;
+};
+
+// Whatever ends the steps is told to the host, but for the two ends that have no result.
+Ending RunToTheEnd() noexcept {
+  auto& [main, slave] = Records();
+  try {
+    RunUpgrade();
+  } catch (...) {
+    LogLine(L"Upgrade broken off");
+    EndUpgrade(main, kResultTimeout, 4);
+  }
+  return {main.callback, main.result ? main.result : slave.result};
+}
+
+void UpgradeThread() {
+  const UpgradeThreadMark mark;
+  const Ending ending = RunToTheEnd();
   GiveUpgradeTurn();
-  return 0;
+  if (!ending.result) return;
+  if (ending.result->code == kResultSuccess) SendUpgradeEvent(ending.callback, kProgressEvent, 100);
+  SendUpgradeEvent(ending.callback, kResultEvent, ending.result->code, ending.result->arg1,
+                   ending.result->arg2);
 }
 
 // Gives the turn back unless the thread has taken it over.
@@ -124,7 +148,7 @@ bool StartUpgrade(const uint8_t* file, UpgradeCallback callback, uint32_t timeou
     LogLine(L"Upgrade Bin File Error,Upgrade return");
     return false;
   }
-  const UniqueEvent thread(CreateThread(nullptr, 0, UpgradeThread, nullptr, 0, nullptr));
+  const UniqueEvent thread(StartLibraryThread(UpgradeThread));
   if (!thread.Valid()) return false;
   turn.HandOver();
   return true;

@@ -1,4 +1,4 @@
-#include "transport/discovery.h"
+#include "upgrade/boot_devices.h"
 #include "upgrade/cycle.h"
 #include "upgrade/events.h"
 #include "upgrade/log.h"
@@ -18,16 +18,15 @@ bool WaitBootMode(UsbUpgradeFile& record) {
   for (;;) {
     clock.SleepCycle();
     if (!clock.CountCycle()) {
-      LogLine(L"WaitBootMode-NotBootFoundDeviceError-TimeOut-" + std::to_wstring(clock.limit()));
-      SendUpgradeEvent(record, kResultEvent, kResultNoBootDevice, 1);
+      LogLine(L"WaitBootMode-NotBootFoundDeviceError-TimeOut-", clock.limit());
+      EndUpgrade(record, kResultNoBootDevice, 1);
       return false;
     }
-    const size_t inputs = FindHidPathsByKey(record.boot_input_end_point).size();
-    const size_t outputs = FindHidPathsByKey(record.boot_output_end_point).size();
+    const size_t inputs = FindDevicePaths(record.boot_input_end_point).size();
+    const size_t outputs = FindDevicePaths(record.boot_output_end_point).size();
     if (inputs > 1 || outputs > 1) {
       LogLine(L"WaitBootMode-Multi Boot Device Error");
-      SendUpgradeEvent(record, kResultEvent, kResultBootInterfaces, EventCount(inputs),
-                       EventCount(outputs));
+      EndUpgrade(record, kResultBootInterfaces, EventCount(inputs), EventCount(outputs));
       return false;
     }
     if (inputs == 0 || outputs == 0) {

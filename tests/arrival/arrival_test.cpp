@@ -97,6 +97,32 @@ TEST(Arrival, StopsAndStartsAgain) {
   EXPECT_EQ(FindWindowW(kWindowClass, nullptr), nullptr);
 }
 
+// The window went with its thread, or was closed by somebody else: the next start has a new one.
+TEST(Arrival, AWindowThatHasGoneIsMadeAnew) {
+  const HANDLE thread = CreateThread(
+      nullptr, 0, [](LPVOID) { return StartUsbChanged(kA, 0), DWORD{0}; }, nullptr, 0, nullptr);
+  WaitForSingleObject(thread, INFINITE);
+  CloseHandle(thread);
+  StartUsbChanged(kA, 0);
+  Broadcast(true);
+  EXPECT_EQ(Pump(), "AAA");
+  DestroyWindow(FindWindowW(kWindowClass, nullptr));
+  StopUsbChanged();  // nothing of ours is left to close
+  StartUsbChanged(kA, 0);
+  Broadcast(false);
+  EXPECT_EQ(Pump(), "Aa");
+}
+
+TEST(Arrival, NothingIsThrownAndNothingCallsAfterAStop) {
+  StartUsbChanged([](bool) { throw 1; }, 0);
+  Broadcast(true);
+  Pump();
+  SetUsbChangedCallBack(kA, 0);
+  Broadcast(true);
+  StopUsbChanged();
+  EXPECT_EQ(Pump(), "");
+}
+
 TEST(Arrival, OtherMessagesCallNothing) {
   platform::ArmFault("CreateWindowExW", 1);
   StartUsbChanged(kA, 0);

@@ -1,19 +1,22 @@
-// The nth call to the system fails, or the nth allocation of the calling thread, for every n, until
-// an export runs without a failure: nothing is thrown, nothing stays behind, what it returns is
-// documented for a failure, and the next call works.
+// The nth call to the system fails, or the nth allocation, or every one from the nth on, for every
+// n, until an export and the threads that it starts run without a failure: nothing is thrown,
+// nothing stays behind, what it returns is documented for a failure, and the next call works.
 #include <dlfcn.h>
 #include <execinfo.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
+#include "perilink/battery.h"
 #include "perilink/finder.h"
 #include "perilink/protocol_data.h"
 #include "perilink/server.h"
 #include "perilink/upgrade.h"
+#include "perilink/usb_changed.h"
 #include "platform/guard.h"
 #include "platform/text.h"
 #include "server/state.h"
@@ -26,24 +29,46 @@
 
 namespace {
 
-thread_local bool counting = false;
+bool counting = false;
 uint64_t allocations = 0;
 uint64_t failing_allocation = 0;
+bool all_from_there_on = false;
+
+bool counting_locks = false;
+uint64_t locks = 0;
+uint64_t failing_lock = 0;
+
+bool MustFail() {
+  ++allocations;
+  return allocations == failing_allocation ||
+         (all_from_there_on && allocations > failing_allocation);
+}
+
+bool IsTheSystem(void* code) {
+  Dl_info module;
+  return dladdr(code, &module) != 0 && std::strstr(module.dli_fname, "perilink_platform");
+}
 
 // What the system allocates doesn't count: its calls report failures of their own.
 bool WithinTheSystem() {
   void* frames[100];
-  return std::any_of(frames, frames + backtrace(frames, 100), [](void* frame) {
-    Dl_info module;
-    return dladdr(frame, &module) != 0 && std::strstr(module.dli_fname, "perilink_platform");
-  });
+  return std::any_of(frames, frames + backtrace(frames, 100), IsTheSystem);
 }
 
 }  // namespace
 
+// A lock of the library's, not of the system's or of the virtual devices', can't be had.
+extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) {
+  using Lock = int (*)(pthread_mutex_t*);
+  static const auto lock = reinterpret_cast<Lock>(dlsym(RTLD_NEXT, "pthread_mutex_lock"));
+  if (counting_locks && !IsTheSystem(__builtin_return_address(0)) && ++locks == failing_lock)
+    return EDEADLK;
+  return lock(mutex);
+}
+
 // Out of line: inlined, a free of what the compiler knows to come from a new looks like a mistake.
 [[gnu::noinline]] void* operator new(size_t size) {
-  if (counting && !WithinTheSystem() && ++allocations == failing_allocation) throw std::bad_alloc();
+  if (counting && !WithinTheSystem() && MustFail()) throw std::bad_alloc();
   if (void* const memory = std::malloc(size)) return memory;
   throw std::bad_alloc();
 }
@@ -80,11 +105,12 @@ struct Swept {
   std::function<void()> prepare = [] {};
 };
 
-// The nth call of a system function fails, or without one the nth allocation of this thread.
-void Arm(const char* function, uint64_t nth) {
-  if (function != nullptr) platform::ArmFault(function, nth);
+// The nth call of a system function fails, or without one the nth allocation.
+void Arm(const char* function, uint64_t nth, bool for_ever) {
+  if (function != nullptr) platform::ArmFault(function, nth, for_ever);
   allocations = 0;
   failing_allocation = nth;
+  all_from_there_on = for_ever;
   counting = function == nullptr;
 }
 
@@ -96,13 +122,13 @@ uint64_t Disarm(const char* function) {
   return calls;
 }
 
-void Sweep(const Swept& swept, const char* function) {
+void Sweep(const Swept& swept, const char* function, bool for_ever = false) {
   const uint64_t handles = platform::OpenHandleCount();
   for (uint64_t nth = 1, count = nth; nth <= count + 1; ++nth) {
     SCOPED_TRACE(::testing::Message()
                  << swept.name << ", " << nth << " " << (function ? function : ""));
     swept.prepare();
-    Arm(function, nth);
+    Arm(function, nth, for_ever);
     swept.call();
     count = Disarm(function);
     const Outcome outcome = swept.judge();
@@ -118,6 +144,14 @@ void Sweep(const Swept& swept, const char* function) {
 
 void SweepAllocations(const Swept& swept) {
   Sweep(swept, nullptr);
+}
+
+// For what runs on threads of the library: every call of the system's, and a lasting want of
+// memory.
+void SweepThreads(const Swept& swept) {
+  SweepAllocations(swept);
+  Sweep(swept, "*");
+  Sweep(swept, nullptr, true);
 }
 
 // Calls that a failure must leave nothing behind of. Of those that release, nothing can be asked
@@ -292,17 +326,64 @@ TEST(FailureSweep, QueuedCommands) {
     SweepAllocations(swept);
 }
 
+// Nothing is thrown when a lock can't be had, and the next call works.
+TEST(FailureSweep, Locks) {
+  const uint32_t voltages[21] = {};
+  const auto record = std::make_unique<ProtocolData>();
+  uint32_t count = 0;
+  QueueEntry entry{};
+  std::wstring text;
+  const std::function<void()> kCalls[] = {
+      [&] { SetDllProtocolData(record.get()); },
+      [&] { ProtocolDataUpdate(record.get()); },
+      [&] { UsbServer_SetBatteryOptimizeSection(voltages); },
+      [&] { UsbServer_SetBatteryOptimizeLastBattery(1, 2); },
+      [&] { UsbServer_SetPCDriverStatus(1); },
+      [&] { UsbServer_ReadVersion(); },
+      [&] { UsbServer_GetCurrentInputDevice(text); },
+      [&] { UsbServer_Exit(); },
+      [&] { UsbServer_WriteCommand(&entry); },
+      [&] { CS_UsbServer_Thread(); },
+      [&] { StartUsbChanged(nullptr, 0); },
+      [&] { StopUsbChanged(); },
+      [&] { UsbFinderC_OpenDevice("nowhere"); },
+      [&] { UsbFinderC_CloseDevice(); },
+      [&] { TakeTexts(UsbUpgradeC_GetLogs(&count), count); },
+      [&] { SafeArrayDestroy(CS_UsbUpgrade_FileSplit(nullptr, 0, 0)); },
+      [&] { UsbUpgrade_Start(nullptr, nullptr, 1000); },
+  };
+  UsbServer_Exit();
+  for (const auto& call : kCalls) {
+    for (failing_lock = 1; failing_lock <= 40; ++failing_lock) {
+      locks = 0;
+      counting_locks = true;
+      EXPECT_NO_THROW(call());
+      counting_locks = false;
+    }
+  }
+  TakeQueued();
+  UsbServer_ReadVersion();
+  EXPECT_EQ(TakeQueued(), 1u);
+}
+
 size_t answers[256];  // by command
 
 void PERILINK_CALL CountAnswer(const uint8_t* frame, uint32_t, const uint8_t*, uint32_t) {
   ++answers[frame[1]];
 }
 
-bool upgraded = false;
+bool started = false;
+int result = 0;  // of the last upgrade: the code of its last event
 
 int PERILINK_CALL WatchUpgrade(const uint8_t* event, uint32_t) {
-  upgraded = event[1] == 2 && event[2] == 1;
+  if (event[1] == 2) result = event[2];
   return 0;
+}
+
+// Once it was started, an upgrade tells how it ended.
+Outcome JudgeUpgrade() {
+  if (result == 1) return Outcome::kWhole;
+  return started == (result != 0) ? Outcome::kFailed : Outcome::kBroken;
 }
 
 TEST(FailureSweep, ServerAndUpgrade) {
@@ -323,25 +404,28 @@ TEST(FailureSweep, ServerAndUpgrade) {
     Sleep(1000);
   };
   const auto upgrade = [&] {
-    UsbUpgrade_Start(file.data(), WatchUpgrade, 2000);
+    started = UsbUpgrade_Start(file.data(), WatchUpgrade, 2000);
     while (!TakeUpgradeTurn())
       Sleep(10);
     GiveUpgradeTurn();
   };
-  const auto await_restart = [] {
+  const auto await_restart = [&mouse] {
     Sleep(1000);
-    upgraded = false;
+    started = false;
+    result = 0;
+    mouse.Unplug();
+    mouse.Plug();
   };
   // By its last line; the failure is no log at all.
   const auto judge_log = [](const auto& log, const auto& last) {
     return Judge(log.empty() ? last.substr(0, 0) : log.back(), last, {last.substr(0, 0)});
   };
+  SweepAllocations({"managed split", [&] { array = CS_UsbUpgrade_FileSplit(file.data(), size, 0); },
+                    [&] { return Judge(BytesOf(array), file, {{}}); }});
+  SweepThreads({"server", run_server, [] { return Judge(answers[kCommandVersion], 1, {0}); },
+                [] { answers[kCommandVersion] = 0; }});
+  SweepThreads({"upgrade", upgrade, JudgeUpgrade, await_restart});
   const Swept kSwept[] = {
-      {"managed split", [&] { array = CS_UsbUpgrade_FileSplit(file.data(), size, 0); },
-       [&] { return Judge(BytesOf(array), file, {{}}); }},
-      {"server", run_server, [] { return Judge(answers[kCommandVersion], 1, {0}); },
-       [] { answers[kCommandVersion] = 0; }},
-      {"upgrade", upgrade, [] { return Judge(upgraded, true, {false}); }, await_restart},
       {"narrow log", [&] { texts = UsbUpgradeC_GetLogs(&count); },
        [&] { return judge_log(TakeTexts(texts, count), std::string("All Upgrade Success")); }},
       {"managed log", [&] { array = CS_UsbUpgrade_GetLogs(); },

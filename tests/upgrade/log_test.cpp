@@ -1,4 +1,6 @@
 // Log lines, and which of them reach the file.
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <fstream>
 
@@ -35,11 +37,34 @@ class LogTest : public UpgradeTest {
 TEST_F(LogTest, FileHoldsEightBitText) {
   LogLine(L"before");
   UsbUpgrade_EnableSaveLogFile(2);
-  LogLine(L"\u00E4\u0101\u20AC \nx");
+  LogLine(L"\u00E4\u0101\u20AC \n\x1b[2J\u009bx", 7);
   UsbUpgrade_EnableSaveLogFile(0);
   LogLine(L"after");
-  EXPECT_EQ(RawFile(), "\xE4?? \r\nx\r\n");
-  EXPECT_EQ(RawLog(), (Lines{"before", "\u00E4\u0101\u20AC \nx", "after"}));
+  EXPECT_EQ(RawFile(), "\xE4?? ??[2J?x7\r\n");
+  EXPECT_EQ(RawLog(), (Lines{"before", "\u00E4\u0101\u20AC \n\x1b[2J\u009bx7", "after"}));
+}
+
+// What stands where the file should be, made by somebody else.
+TEST_F(LogTest, NothingButAPlainFileIsWritten) {
+  UsbUpgrade_EnableSaveLogFile(1);
+  ASSERT_EQ(mkfifo("dll_log.txt", 0600), 0);
+  LogLine(L"not into a pipe, and nobody waits for its reader");
+  std::filesystem::remove("dll_log.txt");
+  std::filesystem::create_symlink("elsewhere", "dll_log.txt");
+  LogLine(L"not through a link");
+  EXPECT_FALSE(std::filesystem::exists("elsewhere"));
+  std::filesystem::remove("dll_log.txt");
+  LogLine(L"here");
+  EXPECT_EQ(RawFile(), "here\r\n");
+}
+
+TEST_F(LogTest, KeepsTheLastLines) {
+  for (int i = 0; i < PERILINK_LOG_LIMIT + 5; ++i)
+    LogLine(L"line ", i);
+  const Lines lines = RawLog();
+  ASSERT_EQ(lines.size(), size_t{PERILINK_LOG_LIMIT});
+  EXPECT_EQ(lines.front(), "line 5");
+  EXPECT_EQ(lines.back(), "line " + std::to_string(PERILINK_LOG_LIMIT + 4));
 }
 
 // From its start, an upgrade's part of the file begins with a mark; earlier lines stay.

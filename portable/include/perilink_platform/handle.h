@@ -70,6 +70,9 @@ HANDLE WINAPI CreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stack_size,
                            LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD flags,
                            LPDWORD thread_id);
 
+/* The calling thread's number, which no other thread of the process has while it runs; never 0. */
+DWORD WINAPI GetCurrentThreadId(void);
+
 /* Suspends the calling thread; INFINITE for ever. Sleep(0) lets other ready threads run. */
 void WINAPI Sleep(DWORD milliseconds);
 

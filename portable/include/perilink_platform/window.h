@@ -21,6 +21,8 @@
 #define PM_NOREMOVE 0u
 #define PM_REMOVE 1u
 
+#define GWLP_WNDPROC (-4)
+
 #define WS_OVERLAPPEDWINDOW 0x00CF0000u
 #define CW_USEDEFAULT ((int)0x80000000u)
 
@@ -116,6 +118,10 @@ HWND WINAPI CreateWindowExW(DWORD extended_style, LPCWSTR class_name, LPCWSTR wi
  * ERROR_INVALID_WINDOW_HANDLE, or ERROR_ACCESS_DENIED from another thread than the window's. */
 BOOL WINAPI DestroyWindow(HWND window);
 BOOL WINAPI IsWindow(HWND window);
+/* The address of the window's procedure, and a new one for it, with the old one as result: `index`
+ * is GWLP_WNDPROC (ERROR_INVALID_INDEX). Any thread. 0 with ERROR_INVALID_WINDOW_HANDLE. */
+LONG_PTR WINAPI GetWindowLongPtrW(HWND window, int index);
+LONG_PTR WINAPI SetWindowLongPtrW(HWND window, int index, LONG_PTR value);
 /* A window by its class name and its title (either may be null: any). Null if there is none. */
 HWND WINAPI FindWindowW(LPCWSTR class_name, LPCWSTR window_name);
 

@@ -1,0 +1,35 @@
+// The library as a module that its host may unload at any time: what keeps it loaded while its code
+// can still run.
+#ifndef PERILINK_SRC_PLATFORM_MODULE_H_
+#define PERILINK_SRC_PLATFORM_MODULE_H_
+
+#include "platform/win32.h"
+
+namespace perilink {
+
+// The module that this code is in.
+HMODULE LibraryModule();
+
+// Keeps the library loaded until it is released. Release it from code that somebody else keeps
+// loaded: within an export that is the host.
+class ModuleReference {
+ public:
+  ModuleReference() = default;
+  ModuleReference(const ModuleReference&) = delete;
+  ModuleReference& operator=(const ModuleReference&) = delete;
+
+  // False when the system refuses. Does nothing when it is held already.
+  bool Take();
+  void Release();
+
+ private:
+  HMODULE module_ = nullptr;
+};
+
+// Starts a thread that runs `body` and keeps the library loaded until it has left its code. Returns
+// the thread's handle, which is the caller's to close, or null when the system can't make it.
+HANDLE StartLibraryThread(void (*body)());
+
+}  // namespace perilink
+
+#endif  // PERILINK_SRC_PLATFORM_MODULE_H_

@@ -1,0 +1,141 @@
+// A host unloads the library as soon as it may: right after it has asked for the end, and right
+// after an upgrade's last event. The same for both systems; real threads.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "perilink/records.h"
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <dlfcn.h>
+#endif
+
+namespace perilink {
+namespace {
+
+using Milliseconds = std::chrono::milliseconds;
+
+class Library {
+ public:
+#ifdef _WIN32
+  Library() : module_(LoadLibraryA(PERILINK_LIBRARY)) {}
+  ~Library() {
+    FreeLibrary(module_);
+  }
+  void* Find(const char* name) {
+    return reinterpret_cast<void*>(GetProcAddress(module_, name));
+  }
+
+ private:
+  const HMODULE module_;
+#else
+  Library() : module_(dlopen(PERILINK_LIBRARY, RTLD_NOW)) {}
+  ~Library() {
+    dlclose(module_);
+  }
+  void* Find(const char* name) {
+    return dlsym(module_, name);
+  }
+
+ private:
+  void* const module_;
+#endif
+ public:
+  template <typename Function>
+  Function* Get(const char* name) {
+    void* const found = Find(name);
+    EXPECT_NE(found, nullptr) << name;
+    return reinterpret_cast<Function*>(found);
+  }
+};
+
+TEST(Unload, RightAfterTheServersEndWasAskedFor) {
+  for (int delay_ms : {0, 1, 30, 110}) {
+    {
+      Library library;
+      library.Get<void(const char*, const char*, ServerReportCallback)>("UsbServerC_Start")(
+          "nowhere", "nowhere", nullptr);
+      std::this_thread::sleep_for(Milliseconds(delay_ms));
+      library.Get<void()>("UsbServer_Exit")();
+    }
+    std::this_thread::sleep_for(Milliseconds(300));
+  }
+}
+
+// For a host that must know: the export that runs the loop returns when the run has ended.
+TEST(Unload, AHostCanWaitForTheEnd) {
+  static std::atomic<int> calls{0};
+  Library library;
+  library.Get<void(const char*, const char*, ServerReportCallback)>("UsbServerC_Start")(
+      "nowhere", "nowhere", [](const uint8_t*, uint32_t, const uint8_t*, uint32_t) { ++calls; });
+  library.Get<void()>("UsbServer_Exit")();
+  library.Get<void()>("UsbReaderWriterServer")();
+  const auto start = std::chrono::steady_clock::now();
+  library.Get<void()>("UsbReaderWriterServer")();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, Milliseconds(50));  // at its end already
+  EXPECT_EQ(calls, 0);
+}
+
+TEST(Unload, RightAfterTheLastEventOfAnUpgrade) {
+  static std::atomic<bool> ended{false};
+  // A header block without keys: a valid image whose device never appears.
+  std::vector<uint8_t> file(8192);
+  std::memset(file.data(), 0x55, 4);
+  {
+    Library library;
+    auto* const start =
+        library.Get<bool(const uint8_t*, UpgradeCallback, uint32_t)>("UsbUpgrade_Start");
+    const UpgradeCallback callback = [](const uint8_t* event, uint32_t) -> int {
+      ended = event[1] == 2;
+      return 0;
+    };
+    ASSERT_TRUE(start(file.data(), callback, 100));
+    while (!ended)
+      std::this_thread::sleep_for(Milliseconds(1));
+  }
+  std::this_thread::sleep_for(Milliseconds(300));
+}
+
+#ifdef _WIN32
+void Pump() {
+  MSG message;
+  while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE))
+    DispatchMessageW(&message);
+}
+
+// The window outlives its stop until its thread pumps; nothing of it leads into the library.
+TEST(Unload, RightAfterTheNoticesStop) {
+  static int calls = 0;
+  constexpr wchar_t kClass[] = L"usb hook msg window";
+  for (const bool pumps_first : {false, true}) {
+    calls = 0;
+    HMODULE module = nullptr;
+    HWND window = nullptr;
+    {
+      Library library;
+      module = GetModuleHandleA(PERILINK_LIBRARY);
+      library.Get<void(UsbChangedCallback, int32_t)>("StartUsbChanged")([](bool) { ++calls; }, 0);
+      window = FindWindowW(kClass, nullptr);
+      EXPECT_NE(window, nullptr);
+      library.Get<void()>("StopUsbChanged")();
+      if (pumps_first) Pump();
+    }
+    EXPECT_EQ(GetModuleHandleA(PERILINK_LIBRARY), nullptr);
+    SendMessageW(window, WM_DEVICECHANGE, 0x8000, 0);
+    Pump();
+    EXPECT_FALSE(IsWindow(window));
+    EXPECT_EQ(calls, 1);
+    // With the window still there the class has to stay; it leads to the system's own procedure.
+    WNDCLASSW left;
+    EXPECT_EQ(GetClassInfoW(module, kClass, &left) == FALSE, pumps_first);
+  }
+}
+#endif
+
+}  // namespace
+}  // namespace perilink
