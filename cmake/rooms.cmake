@@ -16,13 +16,18 @@ function(perilink_room)
   endforeach()
   target_link_libraries(${target} PUBLIC ${below} ${ROOM_LINKS})
 
+  perilink_check_arrows(${ROOM_NAME} ${target} ${below} ${ROOM_LINKS})
+endfunction()
+
+#   perilink_check_arrows(name target library...)
+function(perilink_check_arrows name target)
   if(NOT WIN32 AND NOT PERILINK_SANITIZE)
     file(WRITE ${CMAKE_BINARY_DIR}/arrows/empty.cpp "")
-    add_library(arrows_${ROOM_NAME} SHARED ${CMAKE_BINARY_DIR}/arrows/empty.cpp)
-    set_target_properties(arrows_${ROOM_NAME} PROPERTIES
+    add_library(arrows_${name} SHARED ${CMAKE_BINARY_DIR}/arrows/empty.cpp)
+    set_target_properties(arrows_${name} PROPERTIES
       LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/arrows)
-    target_link_libraries(arrows_${ROOM_NAME} PRIVATE
-      "$<LINK_LIBRARY:WHOLE_ARCHIVE,${target}>" ${below} ${ROOM_LINKS})
-    target_link_options(arrows_${ROOM_NAME} PRIVATE -Wl,--no-undefined)
+    target_link_libraries(arrows_${name} PRIVATE
+      "$<LINK_LIBRARY:WHOLE_ARCHIVE,${target}>" ${ARGN})
+    target_link_options(arrows_${name} PRIVATE -Wl,--no-undefined)
   endif()
 endfunction()

@@ -229,7 +229,8 @@ def compile_code(language, text):
         headers += '#include "sim/mouse.h"\nusing namespace perilink;\n'
         start, compiler = "[[maybe_unused]] sim::Mouse device;\n", "g++"
     source = f"{headers}void F(void);\nvoid F(void) {{\n{start}{text}\n}}\n"
-    folders = [f"-I{ROOT / name}" for name in ["include", "sim/include", "portable/include"]]
+    folders = [f"-I{ROOT / name}" for name in
+               ["include", "sim/include", "sim/portable/include", "portable/include"]]
     standard = {"c": ["-xc", "-std=c11"], "cpp": ["-xc++", "-std=c++20"]}[language]
     return subprocess.run(
         [compiler, *standard, *folders, "-fsyntax-only", "-Wall", "-Wextra", "-Werror", "-"],

@@ -11,7 +11,8 @@ compile_one() {
   shift 3
   printf '#include <%s>\n' "$@" |
     "$compiler" -x "$language" -std="$standard" -fsyntax-only -Wall -Wextra -Wpedantic \
-      -Wconversion -Wshadow -Werror -Iinclude -Isrc -Iportable/include -Isim/include -Isim -I. - ||
+      -Wconversion -Wshadow -Werror -Iinclude -Isrc -Iportable/include -Isim/include \
+      -Isim/portable/include -I. - ||
     {
       echo "$* does not compile alone with $compiler -std=$standard" >&2
       return 1

@@ -60,10 +60,6 @@ void Cancel(EventId id) {
   Scheduler::Get().Cancel(id);
 }
 
-std::recursive_mutex& DeviceLock() {
-  return Scheduler::Get().DeviceLock();
-}
-
 int64_t MonotonicMicros() {
   ReadClock("MonotonicMicros");
   return static_cast<int64_t>(NowMicros());

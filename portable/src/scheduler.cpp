@@ -72,12 +72,12 @@ void StopProcess(const std::string& message) {
   std::abort();
 }
 
-DeviceGuard::DeviceGuard() {
+void LockDevices() {
   Scheduler::Get().DeviceLock().lock();
   ++device_lock_depth;
 }
 
-DeviceGuard::~DeviceGuard() {
+void UnlockDevices() {
   --device_lock_depth;
   Scheduler::Get().DeviceLock().unlock();
 }
@@ -175,6 +175,8 @@ void Scheduler::ThreadMain(const std::shared_ptr<Thread>& self, const std::funct
 
 size_t Scheduler::WaitAny(std::span<Signal* const> signals, uint64_t timeout, WaitReason reason) {
   Thread& self = Current("a wait");
+  if (timeout != 0 && device_lock_depth > 0)
+    StopProcess(std::string("device code must not wait, but waits for ") + reason.what);
   const auto take = [signals] {
     const auto taken = std::ranges::find_if(signals, &Signal::TryTake);
     return taken == signals.end() ? kNone : static_cast<size_t>(taken - signals.begin());
@@ -253,8 +255,6 @@ void Scheduler::StopWaiting(Thread& thread) {
 }
 
 void Scheduler::Block(Lock& lock, Thread& self) {
-  if (device_lock_depth > 0)
-    StopProcess(std::string("device code must not wait, but waits for ") + self.reason.what);
   self.waiting = true;
   self.taken = nullptr;
   self.since = Now();

@@ -108,7 +108,7 @@ class Scheduler {
   EventId Schedule(uint64_t at, std::function<void()> action);
   void Cancel(EventId id);
 
-  std::recursive_mutex& DeviceLock() { return device_lock_; }
+  std::recursive_mutex& DeviceLock() { return device_lock_; }  // taken by LockDevices alone
 
  private:
   using Lock = std::unique_lock<std::mutex>;
@@ -149,16 +149,6 @@ class Scheduler {
   std::condition_variable event_added_;
 
   std::recursive_mutex device_lock_;
-};
-
-// Holds the device lock and notes it, so that a wait in device code stops the process with a
-// message instead of hanging it.
-class DeviceGuard {
- public:
-  DeviceGuard();
-  ~DeviceGuard();
-  DeviceGuard(const DeviceGuard&) = delete;
-  DeviceGuard& operator=(const DeviceGuard&) = delete;
 };
 
 // What a thread leaves behind is cleared away when it ends: its windows, its pending reads. Called

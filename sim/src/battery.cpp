@@ -2,9 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-
-#include "perilink_platform/world.h"
-#include "sim/device_guard.h"
+#include <iterator>
+#include <mutex>
 
 namespace perilink::sim {
 namespace {
@@ -18,11 +17,14 @@ constexpr double kCurveStep = 5;
 
 }  // namespace
 
-Battery::Battery(const BatteryOptions& options)
-    : options_(options), since_micros_(platform::NowMicros()), jitter_(options.jitter_seed) {}
+Battery::Battery(const BatteryOptions& options, World& world)
+    : options_(options),
+      world_(world),
+      since_micros_(world.NowMicros()),
+      jitter_(options.jitter_seed) {}
 
 BatteryReading Battery::Read() {
-  const DeviceGuard guard;
+  const std::lock_guard guard(world_);
   if (fixed_) return *fixed_;
   double percent = Percent();
   if (options_.jitter_percent > 0) {
@@ -44,39 +46,39 @@ BatteryReading Battery::Read() {
 }
 
 void Battery::SetPercent(double percent) {
-  const DeviceGuard guard;
+  const std::lock_guard guard(world_);
   Settle();
   options_.percent = std::clamp(percent, 0.0, 100.0);
 }
 
 void Battery::SetCharging(bool charging) {
-  const DeviceGuard guard;
+  const std::lock_guard guard(world_);
   Settle();
   options_.charging = charging;
 }
 
 void Battery::SetRates(double discharge_percent_per_hour, double charge_percent_per_hour) {
-  const DeviceGuard guard;
+  const std::lock_guard guard(world_);
   Settle();
   options_.discharge_percent_per_hour = discharge_percent_per_hour;
   options_.charge_percent_per_hour = charge_percent_per_hour;
 }
 
 double Battery::Percent() const {
-  const DeviceGuard guard;
-  const double hours = static_cast<double>(platform::NowMicros() - since_micros_) / kMicrosPerHour;
+  const std::lock_guard guard(world_);
+  const double hours = static_cast<double>(world_.NowMicros() - since_micros_) / kMicrosPerHour;
   const double change = options_.charging ? options_.charge_percent_per_hour * hours
                                           : -options_.discharge_percent_per_hour * hours;
   return std::clamp(options_.percent + change, 0.0, 100.0);
 }
 
 void Battery::Fix(const BatteryReading& reading) {
-  const DeviceGuard guard;
+  const std::lock_guard guard(world_);
   fixed_ = reading;
 }
 
 void Battery::FollowCurve() {
-  const DeviceGuard guard;
+  const std::lock_guard guard(world_);
   fixed_.reset();
 }
 
@@ -90,7 +92,7 @@ uint16_t Battery::RestingMillivolts(double percent) {
 
 void Battery::Settle() {
   options_.percent = Percent();
-  since_micros_ = platform::NowMicros();
+  since_micros_ = world_.NowMicros();
 }
 
 }  // namespace perilink::sim

@@ -1,139 +1,55 @@
 #include "sim/device.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <utility>
 
-#include "hid_interface.h"
-#include "perilink_platform/hid_bus.h"
-#include "perilink_platform/world.h"
-#include "sim/device_guard.h"
+#include "device_shapes.h"
 
 namespace perilink::sim {
 namespace {
 
 constexpr size_t kCommandLength = std::tuple_size_v<Frame>;
 
-// The collections that stand before the command interface, as a mouse with receiver shows them:
-// keyboard, consumer control, system control and a vendor page, none with an output report.
-constexpr size_t kOtherInputLengths[] = {9, 3, 2, 8};
-
-std::wstring UsbPath(uint16_t vendor_id, uint16_t product_id, const std::string& instance) {
-  char key[32];
-  std::snprintf(key, sizeof(key), "vid_%04x&pid_%04x", vendor_id, product_id);
-  const std::string path =
-      std::string("\\\\?\\usb#") + key + "#" + instance + "#{a5dcbf10-6530-11d2-901f-00c04fb951ed}";
-  return {path.begin(), path.end()};
-}
+// Windows' names for why a write fails.
+constexpr uint32_t kInvalidFunction = 1;
+constexpr uint32_t kDeviceNotConnected = 1167;
 
 }  // namespace
 
-struct Device::Interfaces final : InterfaceOwner {
-  explicit Interfaces(Device& owner);
-
-  DWORD OnReport(std::span<const uint8_t> report, bool feature) override {
-    return device.OnReport(report, feature);
-  }
-  DWORD OnInterfaceOpen() override { return device.OnInterfaceOpen(); }
-  void OnInterfaceClose() override { ++device.closes_; }
-
-  using List = std::vector<std::unique_ptr<HidInterface>>;
-  void AddNormal();
-  void AddBoot();
-  const List& Of(Mode mode) const { return mode == Mode::kBoot ? boot : normal; }
-  HidInterface& command() const { return *normal.back(); }
-  HidInterface& boot_input() const { return *boot.front(); }
-  HidInterface& boot_output() const { return *boot.back(); }
-  HidInterface& input(Mode mode) const { return mode == Mode::kBoot ? boot_input() : command(); }
-  std::wstring usb_path(Mode mode) const {
-    const DeviceOptions& o = device.options_;
-    return UsbPath(o.vendor_id, mode == Mode::kBoot ? o.boot.product_id : o.product_id, o.instance);
-  }
-
-  Device& device;
-  List normal;  // the command interface is the last
-  List boot;    // one for both ways, or input and output
-};
-
-Device::Interfaces::Interfaces(Device& owner) : device(owner) {
-  AddNormal();
-  AddBoot();
-}
-
-void Device::Interfaces::AddNormal() {
-  const DeviceOptions& o = device.options_;
-  const auto add = [&](int interface_number, int collection, size_t input, size_t output) {
-    const InterfaceShape shape = {o.vendor_id,
-                                  o.product_id,
-                                  o.version_number,
-                                  interface_number,
-                                  collection,
-                                  o.instance,
-                                  input,
-                                  output,
-                                  output};
-    normal.push_back(std::make_unique<HidInterface>(shape, *this));
-  };
-  if (o.interface_number != 0) add(0, 0, 8, 0);
-  for (int collection = 1; collection < o.collection; ++collection) {
-    const auto kind = static_cast<size_t>(collection - 1) % std::size(kOtherInputLengths);
-    add(o.interface_number, collection, kOtherInputLengths[kind], 0);
-  }
-  add(o.interface_number, o.collection, kCommandLength, kCommandLength);
-}
-
-void Device::Interfaces::AddBoot() {
-  const DeviceOptions& o = device.options_;
-  const size_t length = device.boot_options().report_length;
-  const auto add = [&](int interface_number, size_t input, size_t output) {
-    const InterfaceShape shape = {o.vendor_id,
-                                  o.boot.product_id,
-                                  o.version_number,
-                                  interface_number,
-                                  0,
-                                  o.instance,
-                                  input,
-                                  output,
-                                  output};
-    boot.push_back(std::make_unique<HidInterface>(shape, *this));
-  };
-  if (o.boot.separate_interfaces) {
-    add(0, length, 0);
-    add(1, length, length);
-  } else {
-    add(-1, length, length);
-  }
-}
-
-Device::Device(DeviceOptions options)
+Device::Device(DeviceOptions options, World& world, std::unique_ptr<Port> port)
     : options_(std::move(options)),
-      battery_(options_.battery),
+      world_(world),
+      battery_(options_.battery, world),
       firmware_(options_.firmware, options_.flash, battery_),
       boot_loader_(options_.boot),
-      interfaces_(std::make_unique<Interfaces>(*this)) {
+      faults_(world),
+      boot_faults_(world),
+      normal_shape_(NormalShape(options_)),
+      boot_shape_(BootShape(options_, boot_options())),
+      port_(std::move(port)) {
   firmware_.set_asleep(options_.asleep);
 }
 
 Device::~Device() {
-  const DeviceGuard guard;
+  const auto guard = Lock();
   observer_ = nullptr;
   Unplug();
   alive_.reset();
 }
 
 void Device::Plug() {
-  const DeviceGuard guard;
+  const auto guard = Lock();
   if (mode_ != Mode::kUnplugged) return;
   Show(boot_loader_.FirmwareErased() ? Mode::kBoot : Mode::kNormal);
 }
 
 void Device::PlugInBootMode() {
-  const DeviceGuard guard;
+  const auto guard = Lock();
   if (mode_ == Mode::kUnplugged) Show(Mode::kBoot);
 }
 
 void Device::Unplug() {
-  const DeviceGuard guard;
+  const auto guard = Lock();
   Hide();
   ++generation_;
   leaving_ = false;
@@ -142,23 +58,23 @@ void Device::Unplug() {
 }
 
 void Device::ReplugAfter(uint64_t delay_micros) {
-  const DeviceGuard guard;
+  const auto guard = Lock();
   Unplug();
   After(delay_micros, [this] { Plug(); });
 }
 
 Mode Device::mode() const {
-  const DeviceGuard guard;
+  const auto guard = Lock();
   return mode_;
 }
 
 void Device::OnModeChange(std::function<void(Mode)> observer) {
-  const DeviceGuard guard;
+  const auto guard = Lock();
   observer_ = std::move(observer);
 }
 
 void Device::SetAsleep(bool asleep) {
-  const DeviceGuard guard;
+  const auto guard = Lock();
   firmware_.set_asleep(asleep);
 }
 
@@ -167,91 +83,74 @@ void Device::SendEvent(uint8_t flags) {
 }
 
 void Device::SendReport(std::span<const uint8_t> report) {
-  const DeviceGuard guard;
+  const auto guard = Lock();
   if (mode_ == Mode::kNormal && !firmware_.asleep()) Deliver(report);
 }
 
 void Device::SetCharging(bool charging) {
-  const DeviceGuard guard;
+  const auto guard = Lock();
   battery_.SetCharging(charging);
   SendEvent(0x40);
 }
 
-std::wstring Device::CommandPath() const {
-  return interfaces_->command().Path();
-}
-std::string Device::CommandPathNarrow() const {
-  std::string narrow;
-  for (wchar_t unit : CommandPath())
-    narrow += static_cast<char>(unit);
-  return narrow;
-}
-std::string Device::CommandKey() const {
-  return interfaces_->command().Key();
-}
-std::string Device::BootInputKey() const {
-  return interfaces_->boot_input().Key();
-}
-std::string Device::BootOutputKey() const {
-  return interfaces_->boot_output().Key();
-}
-std::wstring Device::BootInputPath() const {
-  return interfaces_->boot_input().Path();
-}
-std::wstring Device::BootOutputPath() const {
-  return interfaces_->boot_output().Path();
-}
-
-std::vector<std::wstring> Device::Paths() const {
-  const DeviceGuard guard;
-  std::vector<std::wstring> paths;
-  if (mode_ != Mode::kNormal && mode_ != Mode::kBoot) return paths;
-  for (const auto& hid : interfaces_->Of(mode_))
-    paths.push_back(hid->Path());
-  return paths;
-}
-
 std::vector<Request> Device::Requests() const {
-  const DeviceGuard guard;
+  const auto guard = Lock();
   return requests_;
 }
 
 size_t Device::CountRequests(uint8_t command) const {
-  const DeviceGuard guard;
+  const auto guard = Lock();
   return static_cast<size_t>(
       std::count_if(requests_.begin(), requests_.end(),
                     [command](const Request& request) { return request.command() == command; }));
 }
 
 void Device::ClearRequests() {
-  const DeviceGuard guard;
+  const auto guard = Lock();
   requests_.clear();
 }
 
 void Device::SetLogging(bool logging) {
-  const DeviceGuard guard;
+  const auto guard = Lock();
   logging_ = logging;
 }
 
 size_t Device::Opens() const {
-  const DeviceGuard guard;
+  const auto guard = Lock();
   return opens_;
 }
 
 size_t Device::OpenNow() const {
-  const DeviceGuard guard;
+  const auto guard = Lock();
   return opens_ - closes_;
 }
 
-DWORD Device::OnInterfaceOpen() {
-  const DWORD error = (mode_ == Mode::kBoot ? boot_faults_ : faults_).OnOpen();
+uint32_t Device::OnOutputReport(size_t interface_number, std::span<const uint8_t> report) {
+  return OnReport(interface_number, report, false);
+}
+
+uint32_t Device::OnFeatureReport(size_t interface_number, std::span<const uint8_t> report) {
+  return OnReport(interface_number, report, true);
+}
+
+uint32_t Device::OnOpen() {
+  const auto guard = Lock();
+  const uint32_t error = (mode_ == Mode::kBoot ? boot_faults_ : faults_).OnOpen();
   if (error == 0) ++opens_;
   return error;
 }
 
-DWORD Device::OnReport(std::span<const uint8_t> bytes, bool feature) {
+void Device::OnClose() {
+  const auto guard = Lock();
+  ++closes_;
+}
+
+uint32_t Device::OnReport(size_t interface_number, std::span<const uint8_t> bytes, bool feature) {
+  const auto guard = Lock();
+  if (!IsAttached()) return kDeviceNotConnected;
+  if (interface_number != shape(mode_).output.interface_number) return kInvalidFunction;
   Exchange exchange;
-  exchange.at_micros = platform::NowMicros();
+  exchange.at_micros = world_.NowMicros();
   exchange.boot = mode_ == Mode::kBoot;
   exchange.feature = feature;
   exchange.request.assign(bytes.begin(), bytes.end());
@@ -288,7 +187,7 @@ void Device::HandleCommand(Exchange& exchange) {
   } else if (exchange.request.size() == kCommandLength) {
     Frame frame;
     std::copy(exchange.request.begin(), exchange.request.end(), frame.begin());
-    const auto answer = firmware_.Handle(frame, exchange.flash_bytes);
+    const auto answer = firmware_.Handle(frame, exchange.at_micros, exchange.flash_bytes);
     if (!answer) return;
     // A request that comes while an earlier one is still being worked on waits for its turn.
     const uint64_t start = std::max(exchange.at_micros, busy_until_micros_);
@@ -338,9 +237,7 @@ void Device::Send(const Exchange& exchange) {
 }
 
 void Device::Deliver(std::span<const uint8_t> report) {
-  if (mode_ == Mode::kNormal || mode_ == Mode::kBoot) {
-    platform::Bus().Deliver(interfaces_->input(mode_), report);
-  }
+  if (IsAttached()) port_->SendInput(shape(mode_).input, report);
 }
 
 void Device::Show(Mode mode) {
@@ -348,19 +245,15 @@ void Device::Show(Mode mode) {
   busy_until_micros_ = 0;
   leaving_ = false;
   if (mode == Mode::kBoot) boot_loader_.Restart();
-  for (const auto& hid : interfaces_->Of(mode))
-    platform::Bus().Plug(*hid);
-  SetMode(mode);
-  platform::Bus().BroadcastUsbChange(interfaces_->usb_path(mode), true);
+  mode_ = mode;
+  port_->Attach(*this, shape(mode));
+  if (observer_) observer_(mode);
 }
 
 void Device::Hide() {
-  if (mode_ != Mode::kNormal && mode_ != Mode::kBoot) return;
-  const Mode mode = mode_;
+  if (!IsAttached()) return;
   mode_ = Mode::kChanging;
-  for (const auto& hid : interfaces_->Of(mode))
-    platform::Bus().Unplug(*hid);
-  platform::Bus().BroadcastUsbChange(interfaces_->usb_path(mode), false);
+  port_->Detach();
 }
 
 void Device::ChangeMode(Mode mode, uint64_t hide_at_micros, uint64_t show_after_micros) {
@@ -380,12 +273,12 @@ void Device::SetMode(Mode mode) {
 }
 
 void Device::After(uint64_t delay_micros, std::function<void()> action) {
-  At(platform::NowMicros() + delay_micros, std::move(action));
+  At(world_.NowMicros() + delay_micros, std::move(action));
 }
 
 void Device::At(uint64_t at_micros, std::function<void()> action) {
-  platform::Schedule(at_micros, [this, alive = std::weak_ptr<int>(alive_), generation = generation_,
-                                 run = std::move(action)] {
+  world_.Schedule(at_micros, [this, alive = std::weak_ptr<int>(alive_), generation = generation_,
+                              run = std::move(action)] {
     if (!alive.expired() && generation == generation_) run();
   });
 }

@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <memory>
+#include <mutex>
 #include <random>
 #include <utility>
-
-#include "sim/device_guard.h"
 
 namespace perilink::sim {
 namespace {
@@ -197,12 +196,12 @@ Faults& Faults::Random(uint64_t seed, const Probabilities& probabilities) {
 }
 
 void Faults::Heal() {
-  const DeviceGuard guard;
+  const std::lock_guard guard(world_);
   rules_.clear();
 }
 
 Faults& Faults::Add(Occasion occasion, When when, Filter action) {
-  const DeviceGuard guard;
+  const std::lock_guard guard(world_);
   rules_.push_back({occasion, when, std::move(action)});
   return *this;
 }

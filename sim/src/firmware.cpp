@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <span>
 
-#include "perilink_platform/world.h"
-
 namespace perilink::sim {
 namespace {
 
@@ -55,7 +53,7 @@ bool Firmware::ReceiverAnswers(uint8_t command) {
   }
 }
 
-std::optional<Firmware::Answer> Firmware::Handle(const Frame& request,
+std::optional<Firmware::Answer> Firmware::Handle(const Frame& request, uint64_t now_micros,
                                                  std::optional<size_t> flash_bytes) {
   const uint8_t command = request[1];
   if (request[0] != kCommandReportId || !IsSealed(request)) return std::nullopt;
@@ -69,7 +67,7 @@ std::optional<Firmware::Answer> Firmware::Handle(const Frame& request,
   } else if (!AnswerMemory(request, answer.frame, flash_bytes)) {
     // A write is acknowledged by its exact echo; every other reply names the keyboard.
     if (options_.keyboard) answer.frame[kLength] |= kKeyboardBit;
-    if (!AnswerReceiver(request, answer.frame) && !AnswerQuery(request, answer.frame)) {
+    if (!AnswerReceiver(request, now_micros, answer.frame) && !AnswerQuery(request, answer.frame)) {
       AnswerSetting(request, answer.frame);
     }
   }
@@ -78,7 +76,7 @@ std::optional<Firmware::Answer> Firmware::Handle(const Frame& request,
   return answer;
 }
 
-bool Firmware::AnswerReceiver(const Frame& request, Frame& reply) {
+bool Firmware::AnswerReceiver(const Frame& request, uint64_t now_micros, Frame& reply) {
   switch (request[1]) {
     case command::kOnLine: {
       const auto& address = options_.address;
@@ -88,10 +86,10 @@ bool Firmware::AnswerReceiver(const Frame& request, Frame& reply) {
     }
     case command::kPair:
       Store(state_.pair_request, request);
-      pairing_since_micros_ = platform::NowMicros();
+      pairing_since_micros_ = now_micros;
       return true;
     case command::kPairStatus:
-      AnswerPairStatus(reply);
+      AnswerPairStatus(now_micros, reply);
       return true;
     case command::kSetDongleRgb:
       reply[kStatus] = options_.dongle_status;
@@ -237,11 +235,11 @@ void Firmware::AnswerDescriptor(const Frame& request, Frame& reply) {
               state_.descriptor.begin() + static_cast<ptrdiff_t>(offset));
 }
 
-void Firmware::AnswerPairStatus(Frame& reply) {
+void Firmware::AnswerPairStatus(uint64_t now_micros, Frame& reply) {
   enum : uint8_t { kIdle, kPairing, kPaired };
   uint8_t status = kIdle;
   if (pairing_since_micros_) {
-    const uint64_t elapsed = platform::NowMicros() - *pairing_since_micros_;
+    const uint64_t elapsed = now_micros - *pairing_since_micros_;
     status = elapsed < options_.pairing_micros ? kPairing : kPaired;
   }
   Fill(reply, {status});

@@ -119,5 +119,13 @@ TEST(WorldDeathTest, StopsWhenNothingCanWake) {
                ".*thread 2 .*waits for event 0x.* since 1000000.000 ms");
 }
 
+TEST(WorldDeathTest, StopsWhenDeviceCodeWaits) {
+  const HANDLE set = CreateEventW(nullptr, TRUE, TRUE, nullptr);
+  const DeviceGuard guard;
+  EXPECT_EQ(WaitForSingleObject(set, 0), WAIT_OBJECT_0);
+  EXPECT_DEATH(WaitForSingleObject(set, 1), "device code must not wait, but waits for event");
+  EXPECT_DEATH(Sleep(1), "device code must not wait, but waits for the end of a sleep");
+}
+
 }  // namespace
 }  // namespace perilink::platform

@@ -2,15 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include "raw_host.h"
-#include "sim/mouse.h"
+#include "host.h"
 
 namespace perilink::sim {
 namespace {
 
 // What comes back for one version request, in one letter per report:
 // v the right answer, s a wrong checksum, e an event, ? anything else.
-std::string Shape(const RawHost& host) {
+std::string Shape(const Host& host) {
   std::string shape;
   for (const Bytes& r : host.arrived) {
     const bool version = r[1] == command::kVersion && r[6] == 0x01 && r[7] == 0x02 && r[5] == 2;
@@ -46,15 +45,13 @@ TEST(Faults, ScriptedFaultsHappenOnTheirOccasions) {
   };
   for (const auto& script : scripts) {
     SCOPED_TRACE(script.name);
-    Mouse mouse;
-    mouse.Plug();
-    RawHost host(mouse.CommandPath());
-    script.add(mouse.faults());
+    Host host;
+    script.add(host.mouse.faults());
     for (const std::string& shape : script.shapes) {
       host.Exchange(MakeFrame(command::kVersion, 0));
       EXPECT_EQ(Shape(host), shape);
     }
-    mouse.faults().Heal();
+    host.mouse.faults().Heal();
     host.Exchange(MakeFrame(command::kVersion, 0));
     EXPECT_EQ(Shape(host), "v");
   }
@@ -62,30 +59,26 @@ TEST(Faults, ScriptedFaultsHappenOnTheirOccasions) {
 
 TEST(Faults, LosingPowerLeavesAFlashWriteUndoneOrTorn) {
   for (const PowerLoss kind : {PowerLoss::kBeforeWrite, PowerLoss::kDuringWrite}) {
-    Mouse mouse;
-    mouse.Plug();
-    RawHost host(mouse.CommandPath());
-    mouse.faults().LosePower(At(2), kind);
+    Host host;
+    host.mouse.faults().LosePower(At(2), kind);
     const Bytes level = {0x33, 0x33, 0x01, CheckOf(Bytes{0x33, 0x33, 0x01})};
     host.Exchange(MakeFrame(command::kWriteMemory, 4, level, 12));
     EXPECT_EQ(host.Exchange(MakeFrame(command::kWriteMemory, 4, level, 16)), 0u);
-    EXPECT_EQ(mouse.mode(), Mode::kUnplugged);
-    mouse.Plug();
-    EXPECT_EQ(mouse.flash()[12], 0x33);
+    EXPECT_EQ(host.mouse.mode(), Mode::kUnplugged);
+    host.mouse.Plug();
+    EXPECT_EQ(host.mouse.flash()[12], 0x33);
     const bool torn = kind == PowerLoss::kDuringWrite;
-    EXPECT_EQ(mouse.flash().InvalidFields(), std::vector<uint16_t>(torn ? 1 : 0, 16));
+    EXPECT_EQ(host.mouse.flash().InvalidFields(), std::vector<uint16_t>(torn ? 1 : 0, 16));
   }
 }
 
 std::string RandomRun(uint64_t seed, const Probabilities& probabilities) {
-  Mouse mouse;
-  mouse.Plug();
-  RawHost host(mouse.CommandPath());
-  mouse.faults().Random(seed, probabilities);
+  Host host;
+  host.mouse.faults().Random(seed, probabilities);
   std::string run;
   for (int i = 0; i < 60; ++i) {
     host.Exchange(MakeFrame(command::kVersion, 0), 200);
-    run += Shape(host) + (mouse.Requests().back().error != 0 ? "!" : "") + " ";
+    run += Shape(host) + (host.mouse.Requests().back().error != 0 ? "!" : "") + " ";
   }
   return run;
 }

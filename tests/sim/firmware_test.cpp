@@ -2,8 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "raw_host.h"
-#include "sim/mouse.h"
+#include "host.h"
 
 namespace perilink::sim {
 namespace {
@@ -21,15 +20,13 @@ TEST(Flash, DefaultIsValidAndEveryBrokenFieldIsNamed) {
 }
 
 TEST(Firmware, FlashIsWrittenAndReadWithinItsMemory) {
-  Mouse mouse;
-  mouse.Plug();
-  RawHost host(mouse.CommandPath());
+  Host host;
   const Frame write = MakeFrame(command::kWriteMemory, 0x82, Bytes{0x03, 0x52}, 0x0004);
   ASSERT_EQ(host.Exchange(write), 1u);
   EXPECT_EQ(host.arrived[0], Bytes(write.begin(), write.end()));
   const Bytes read = host.Ask(command::kReadMemory, 3, {}, 0x0004);
   EXPECT_EQ(Bytes(read.begin() + 3, read.begin() + 9),
-            (Bytes{0x00, 0x04, 3, 0x03, 0x52, mouse.flash()[6]}));
+            (Bytes{0x00, 0x04, 3, 0x03, 0x52, host.mouse.flash()[6]}));
 
   for (const auto& [command, length, address] :
        {std::tuple{command::kWriteMemory, 11, 0}, std::tuple{command::kWriteMemory, 2, 8191},
@@ -43,40 +40,34 @@ TEST(Firmware, FlashIsWrittenAndReadWithinItsMemory) {
 }
 
 TEST(Firmware, AsleepOnlyTheReceiverAnswers) {
-  Mouse mouse;
-  mouse.Plug();
-  mouse.SetAsleep(true);
-  RawHost host(mouse.CommandPath());
+  Host host;
+  host.mouse.SetAsleep(true);
   for (int code = 0; code < 256; ++code) {
     const bool receiver = code == 0x03 || code == 0x05 || code == 0x06 ||
                           (code >= 0x14 && code <= 0x19) || code == 0x2C || code == 0x2D;
     EXPECT_EQ(host.Ask(static_cast<uint8_t>(code)).empty(), !receiver) << code;
   }
   host.arrived.clear();
-  mouse.SendEvent(0x05);
-  mouse.SetAsleep(false);
-  mouse.SendEvent(0x85);
+  host.mouse.SendEvent(0x05);
+  host.mouse.SetAsleep(false);
+  host.mouse.SendEvent(0x85);
   ASSERT_EQ(host.arrived.size(), 1u);
   EXPECT_EQ(host.arrived[0][6], 0x85);
 }
 
 TEST(Device, UnpluggingLosesRepliesUnderWayAndReplugComesAfterTheDelay) {
-  Mouse mouse;
-  mouse.Plug();
-  RawHost host(mouse.CommandPath());
-  mouse.firmware().state().config = 5;
+  Host host;
+  host.mouse.firmware().state().config = 5;
   host.Write(MakeFrame(command::kVersion, 0));
-  mouse.ReplugAfter(500'000);
-  EXPECT_TRUE(host.removed);
-  EXPECT_NE(host.Write(MakeFrame(command::kVersion, 0)), 0u);
-  Sleep(499);
-  EXPECT_EQ(mouse.mode(), Mode::kUnplugged);
-  EXPECT_NE(RawHost(mouse.CommandPath()).open_error, 0u);
-  Sleep(2);
-  EXPECT_EQ(mouse.mode(), Mode::kNormal);
+  host.mouse.ReplugAfter(500'000);
+  EXPECT_EQ(host.Write(MakeFrame(command::kVersion, 0)), 1167u);  // ERROR_DEVICE_NOT_CONNECTED
+  host.Wait(499);
+  EXPECT_EQ(host.attached, nullptr);
+  host.Wait(1);
+  EXPECT_EQ(host.mouse.mode(), Mode::kNormal);
+  EXPECT_NE(host.attached, nullptr);
   EXPECT_EQ(host.arrived.size(), 0u);
-  RawHost again(mouse.CommandPath());
-  EXPECT_EQ(again.Ask(command::kReadConfig)[6], 0);  // lost with the power
+  EXPECT_EQ(host.Ask(command::kReadConfig)[6], 0);  // lost with the power
 }
 
 }  // namespace

@@ -16,7 +16,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <string>
 
 namespace perilink::platform {
@@ -45,9 +44,21 @@ inline EventId ScheduleIn(uint64_t delay_micros, std::function<void()> action) {
 }
 void Cancel(EventId id);
 
-// The lock under which the HID bus and all device code run. Recursive. Never held while a thread
-// is blocked or library code runs.
-std::recursive_mutex& DeviceLock();
+// The device lock, under which the HID bus and all device code run. Recursive. A thread that holds
+// it and calls the platform to wait (a sleep, a wait for an object, a blocking read, a message)
+// stops the process with a message, whether or not the wait would have been over at once: only
+// polls, which wait for no time at all, are allowed. Library code never runs under it.
+void LockDevices();
+void UnlockDevices();
+
+// Holds the device lock.
+class [[nodiscard]] DeviceGuard {
+ public:
+  DeviceGuard() { LockDevices(); }
+  ~DeviceGuard() { UnlockDevices(); }
+  DeviceGuard(const DeviceGuard&) = delete;
+  DeviceGuard& operator=(const DeviceGuard&) = delete;
+};
 
 // Fail-the-nth-call: while armed, the nth call (counting from 1) of the named platform function
 // ("CreateEventW", "WriteFile", …, or "*" for any call that can fail) fails with its documented

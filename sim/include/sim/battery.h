@@ -1,10 +1,12 @@
-// The battery of a virtual device: a discharge curve over the world's clock, or fixed readings.
+// The battery of a virtual device: a discharge curve over its world's clock, or fixed readings.
 #ifndef PERILINK_SIM_BATTERY_H_
 #define PERILINK_SIM_BATTERY_H_
 
 #include <cstdint>
 #include <optional>
 #include <random>
+
+#include "sim/world.h"
 
 namespace perilink::sim {
 
@@ -26,10 +28,10 @@ struct BatteryOptions {
   uint64_t jitter_seed = 1;
 };
 
-// All functions take the device lock and may be called from any thread.
+// All functions lock the world and may be called from any thread.
 class Battery {
  public:
-  explicit Battery(const BatteryOptions& options = {});
+  Battery(const BatteryOptions& options, World& world);
 
   BatteryReading Read();
 
@@ -51,6 +53,7 @@ class Battery {
   void Settle();
 
   BatteryOptions options_;
+  World& world_;
   uint64_t since_micros_;
   std::optional<BatteryReading> fixed_;
   std::mt19937_64 jitter_;

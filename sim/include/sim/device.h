@@ -1,5 +1,7 @@
-// A virtual device with its receiver: HID interfaces on the portable platform's bus, firmware,
-// flash, battery, boot loader and faults.
+// A virtual device with its receiver: firmware, flash, battery, boot loader and faults, and what
+// happens to a device: plugging, sleep, the change to boot mode and back. It knows no bus and no
+// system: reports go in and come out, a world gives it time (world.h), a port gives it a bus
+// (port.h). sim::Mouse and sim::Keyboard are devices on the portable platform's bus.
 //
 //   sim::Mouse mouse;                         // unplugged
 //   mouse.Plug();                             // its interfaces appear
@@ -7,43 +9,33 @@
 //   ... use the library with mouse.CommandPath() ...
 //   mouse.Requests()                          // what the host wrote, with times
 //
-// A device's own functions, its battery's and its faults' take the device lock and may be called
-// from any thread, in the real and in the virtual world. Its firmware, flash and boot loader take
-// no lock: in real mode, hold a DeviceGuard (device_guard.h) while touching them. References to the
-// parts stay valid for the device's life. Destroying a device unplugs it.
+// A device's own functions, its battery's and its faults' lock its world and may be called from any
+// thread. Its firmware, flash and boot loader take no lock: hold Lock() while touching them, unless
+// no other thread is there. References to the parts stay valid for the device's life. Destroying a
+// device unplugs it.
 #ifndef PERILINK_SIM_DEVICE_H_
 #define PERILINK_SIM_DEVICE_H_
 
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "perilink_platform/types.h"
 #include "sim/battery.h"
 #include "sim/boot_loader.h"
+#include "sim/device_options.h"
 #include "sim/faults.h"
 #include "sim/firmware.h"
 #include "sim/flash_image.h"
+#include "sim/port.h"
 #include "sim/report.h"
+#include "sim/usb_shape.h"
+#include "sim/world.h"
 
 namespace perilink::sim {
-
-struct DeviceOptions {
-  uint16_t vendor_id = 0x1234;
-  uint16_t product_id = 0xABCD;
-  uint16_t version_number = 0x0100;   // of the HID attributes; the firmware has its own
-  std::string instance = "1a2b3c4d";  // in the paths; devices of one kind need different ones
-  int interface_number = 1;           // of the command interface
-  int collection = 5;
-  bool asleep = false;
-  FirmwareOptions firmware;
-  BatteryOptions battery;
-  FlashImage flash = FlashImage::Default();
-  BootOptions boot;
-};
 
 enum class Mode {
   kUnplugged,
@@ -64,7 +56,8 @@ struct Request {
 
 class Device {
  public:
-  explicit Device(DeviceOptions options);
+  // Unplugged. The world outlives the device.
+  Device(DeviceOptions options, World& world, std::unique_ptr<Port> port);
   virtual ~Device();
   Device(const Device&) = delete;
   Device& operator=(const Device&) = delete;
@@ -78,8 +71,10 @@ class Device {
   // Unplugs it now and plugs it in again after the delay.
   void ReplugAfter(uint64_t delay_micros);
   Mode mode() const;
-  // Called under the device lock after every change of mode; for demos and tests.
+  // Called with the world locked after every change of mode; for demos and tests.
   void OnModeChange(std::function<void(Mode)> observer);
+  // While this is held nothing happens to the device by another hand. Nobody may wait meanwhile.
+  [[nodiscard]] std::unique_lock<World> Lock() const { return std::unique_lock(world_); }
 
   // Asleep, the receiver still answers its own commands and says that the device is not on-line;
   // the device's commands get no answer.
@@ -91,16 +86,15 @@ class Device {
   // battery event (flags 0x40).
   void SetCharging(bool charging);
 
-  // Where the host finds it. Keys are the parts of the paths that a host looks for.
-  std::wstring CommandPath() const;
-  std::string CommandPathNarrow() const;
-  std::string CommandKey() const;
-  std::string BootInputKey() const;
-  std::string BootOutputKey() const;
+  // The parts of the paths that a host looks for, as in "vid_1234&pid_abcd&mi_01&col05".
+  std::string CommandKey() const { return normal_shape_.Key(normal_shape_.output); }
+  std::string BootInputKey() const { return boot_shape_.Key(boot_shape_.input); }
+  std::string BootOutputKey() const { return boot_shape_.Key(boot_shape_.output); }
   const Bytes& ResetCommand() const { return boot_options().reset_command; }
-  std::wstring BootInputPath() const;
-  std::wstring BootOutputPath() const;
-  std::vector<std::wstring> Paths() const;  // of the interfaces present now
+  // What a bus shows of it in boot mode, and otherwise; valid for the device's life.
+  const UsbShape& shape(Mode mode) const {
+    return mode == Mode::kBoot ? boot_shape_ : normal_shape_;
+  }
 
   Firmware& firmware() { return firmware_; }
   BootLoader& boot_loader() { return boot_loader_; }
@@ -116,19 +110,30 @@ class Device {
   size_t CountRequests(uint8_t command) const;
   void ClearRequests();
   void SetLogging(bool logging);  // on by default; long downloads need not be kept
-  size_t Opens() const;           // opens of its interfaces so far
-  size_t OpenNow() const;         // not yet closed
+  // Opens of its interfaces so far, and of those the ones not yet closed, on a bus that tells of
+  // them.
+  size_t Opens() const;
+  size_t OpenNow() const;
+
+  // For the port. What the host writes to an interface, id byte first (0 without ids); shorter than
+  // declared it has been padded with zeros. Returns 0, or the Windows error that the write fails
+  // with: 31 or another by a fault, 1 for a report that the interface has none of, 1167 while
+  // unplugged. A reply may come before the return.
+  uint32_t OnOutputReport(size_t interface_number, std::span<const uint8_t> report);
+  uint32_t OnFeatureReport(size_t interface_number, std::span<const uint8_t> report);
+  // An interface is opened: 0, or the Windows error that the opening fails with. Closed: once for
+  // every opening that did not fail, at the latest when the port is detached.
+  uint32_t OnOpen();
+  void OnClose();
 
  private:
-  struct Interfaces;  // the HID side, with the calls that the bus makes
-
-  DWORD OnReport(std::span<const uint8_t> bytes, bool feature);
-  DWORD OnInterfaceOpen();
+  uint32_t OnReport(size_t interface_number, std::span<const uint8_t> bytes, bool feature);
   void HandleCommand(Exchange& exchange);
   void HandleBootPacket(Exchange& exchange);
   bool ResetsToBootMode(const Exchange& exchange) const;
   void Send(const Exchange& exchange);
   void Deliver(std::span<const uint8_t> report);
+  bool IsAttached() const { return mode_ == Mode::kNormal || mode_ == Mode::kBoot; }
   void Show(Mode mode);
   void Hide();
   void ChangeMode(Mode mode, uint64_t hide_at_micros, uint64_t show_after_micros);
@@ -140,12 +145,14 @@ class Device {
   void At(uint64_t at_micros, std::function<void()> action);
 
   DeviceOptions options_;
+  World& world_;
   Battery battery_;
   Firmware firmware_;
   BootLoader boot_loader_;
   Faults faults_;
   Faults boot_faults_;
-  std::unique_ptr<Interfaces> interfaces_;
+  const UsbShape normal_shape_;
+  const UsbShape boot_shape_;
 
   Mode mode_ = Mode::kUnplugged;
   uint64_t generation_ = 0;         // of the interfaces: what was scheduled for others is void
@@ -157,6 +164,7 @@ class Device {
   size_t opens_ = 0;
   size_t closes_ = 0;
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);
+  std::unique_ptr<Port> port_;  // last: its threads may call the device until it is destroyed
 };
 
 }  // namespace perilink::sim

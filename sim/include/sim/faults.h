@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "sim/report.h"
+#include "sim/world.h"
 
 namespace perilink::sim {
 
@@ -89,10 +90,12 @@ struct Probabilities {
   uint64_t limit = std::numeric_limits<uint64_t>::max();
 };
 
-// All functions take the device lock and may be called from any thread. Each returns the set.
+// All functions lock the world and may be called from any thread. Each returns the set.
 class Faults {
  public:
   using Filter = std::function<void(Exchange&)>;
+
+  explicit Faults(World& world) : world_(world) {}
 
   // Occasions: requests.
   Faults& FailWrite(When when, uint32_t error = 31 /* ERROR_GEN_FAILURE */);
@@ -150,6 +153,7 @@ class Faults {
   void AfterDevice(Exchange& exchange);
   uint32_t OnOpen();
 
+  World& world_;
   std::vector<Rule> rules_;
 };
 

@@ -60,9 +60,11 @@ class Firmware {
 
   Firmware(const FirmwareOptions& options, const FlashImage& flash, Battery& battery);
 
-  // The answer to one request; none for a wrong checksum or report id, and none to a device command
-  // while the device sleeps. `flash_bytes` limits what a flash write stores (power loss).
-  std::optional<Answer> Handle(const Frame& request, std::optional<size_t> flash_bytes = {});
+  // The answer to one request that came at a time of the device's clock; none for a wrong checksum
+  // or report id, and none to a device command while the device sleeps. `flash_bytes` limits what a
+  // flash write stores (power loss).
+  std::optional<Answer> Handle(const Frame& request, uint64_t now_micros,
+                               std::optional<size_t> flash_bytes = {});
 
   // Commands that the receiver answers by itself, whether the device is awake or not.
   static bool ReceiverAnswers(uint8_t command);
@@ -82,12 +84,12 @@ class Firmware {
   }
 
  private:
-  bool AnswerReceiver(const Frame& request, Frame& reply);
+  bool AnswerReceiver(const Frame& request, uint64_t now_micros, Frame& reply);
   bool AnswerQuery(const Frame& request, Frame& reply);
   bool AnswerMemory(const Frame& request, Frame& reply, std::optional<size_t> flash_bytes);
   void AnswerSetting(const Frame& request, Frame& reply);
   void AnswerDescriptor(const Frame& request, Frame& reply);
-  void AnswerPairStatus(Frame& reply);
+  void AnswerPairStatus(uint64_t now_micros, Frame& reply);
   void AnswerCidMid(Frame& reply);
   void Fill(Frame& reply, std::span<const uint8_t> data);
   void Fill(Frame& reply, std::initializer_list<uint8_t> data);

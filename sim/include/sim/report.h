@@ -1,4 +1,8 @@
 // The reports of the command protocol, as the device sees them: 17 bytes, closed by a checksum.
+//
+// What sim/ knows of the protocols stands here and in flash_image.h, boot_loader.h and
+// upgrade_file.h a second time, on purpose: codes, checksums, addresses and layouts are read from
+// the device's side and share nothing with the library's sources, so that the two check each other.
 #ifndef PERILINK_SIM_REPORT_H_
 #define PERILINK_SIM_REPORT_H_
 

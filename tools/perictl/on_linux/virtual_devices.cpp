@@ -10,7 +10,6 @@
 
 #include "perilink_platform/registry.h"
 #include "perilink_platform/world.h"
-#include "sim/device_guard.h"
 #include "sim/keyboard.h"
 #include "sim/mouse.h"
 #include "sim/report.h"
@@ -189,7 +188,7 @@ void PlugVirtualDevice(const VirtualChoice& choice) {
 std::vector<uint8_t> VirtualUpgradeFile() {
   constexpr size_t kFirmwareSize = 4096;
   if (device == nullptr) return {};
-  const sim::DeviceGuard guard;
+  const auto guard = device->Lock();
   const auto version = static_cast<uint16_t>(device->firmware().options().version + 1);
   return sim::UpgradeFileBuilder(
              sim::ImageFor(*device, sim::MakeVirtualFirmware(version, kFirmwareSize)))
@@ -198,13 +197,13 @@ std::vector<uint8_t> VirtualUpgradeFile() {
 
 void SetVirtualMemory(std::span<const uint8_t> bytes) {
   if (device == nullptr) return;
-  const sim::DeviceGuard guard;
+  const auto guard = device->Lock();
   device->flash().SetBytes(0, bytes);
 }
 
 std::vector<uint8_t> VirtualMemory() {
   if (device == nullptr) return {};
-  const sim::DeviceGuard guard;
+  const auto guard = device->Lock();
   const auto bytes = device->flash().bytes().first(sim::kConfigurationSize);
   return {bytes.begin(), bytes.end()};
 }

@@ -1,6 +1,7 @@
-// A HID interface whose behaviour its owner writes down: what it does with each report that the
-// host writes, and what it has received so far. For a host's own tests: the answers that no device
-// should give are a line each, where a Mouse or a Keyboard (device.h) answers as a device does.
+// A HID interface on the portable platform's bus whose behaviour its owner writes down: what it
+// does with each report that the host writes, and what it has received so far. For a host's own
+// tests: the answers that no device should give are a line each, where a Mouse or a Keyboard
+// (device.h) answers as a device does.
 //
 //   ScriptedDevice device(kScriptedPath, [](ScriptedDevice& self, const Bytes& written) {
 //     self.Deliver(ReplyTo(written, {0x01, 0x23}), 20);  // a reply, 20 ms later

@@ -1,12 +1,12 @@
-#include "sim/keyboard.h"
-
-#include <utility>
+#include "sim/device_options.h"
 
 namespace perilink::sim {
 
-Keyboard::Keyboard(DeviceOptions options) : Device(std::move(options)) {}
+DeviceOptions MouseOptions() {
+  return {};
+}
 
-DeviceOptions Keyboard::Options() {
+DeviceOptions KeyboardOptions() {
   DeviceOptions options;
   options.product_id = 0xABCE;
   options.instance = "2b3c4d5e";

@@ -3,15 +3,17 @@
 #ifndef PERILINK_SIM_KEYBOARD_H_
 #define PERILINK_SIM_KEYBOARD_H_
 
-#include "sim/device.h"
+#include <utility>
+
+#include "sim/portable_device.h"
 
 namespace perilink::sim {
 
-class Keyboard : public Device {
+class Keyboard : public PortableDevice {
  public:
-  explicit Keyboard(DeviceOptions options = Options());
+  explicit Keyboard(DeviceOptions options = Options()) : PortableDevice(std::move(options)) {}
   // The default options, to change and pass on.
-  static DeviceOptions Options();
+  static DeviceOptions Options() { return KeyboardOptions(); }
 };
 
 }  // namespace perilink::sim

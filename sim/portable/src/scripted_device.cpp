@@ -1,6 +1,5 @@
 #include "sim/scripted_device.h"
 
-#include <mutex>
 #include <utility>
 
 namespace perilink::sim {
@@ -18,14 +17,14 @@ ScriptedDevice::ScriptedDevice(std::wstring path, Script script, size_t report_l
 }
 
 ScriptedDevice::~ScriptedDevice() {
-  const std::lock_guard lock(platform::DeviceLock());
+  const platform::DeviceGuard guard;
   for (const platform::EventId id : scheduled_)
     platform::Cancel(id);
   platform::Bus().Unplug(*this);
 }
 
 void ScriptedDevice::Deliver(Bytes report, uint64_t delay_ms) {
-  const std::lock_guard lock(platform::DeviceLock());
+  const platform::DeviceGuard guard;
   if (delay_ms == 0) {
     platform::Bus().Deliver(*this, report);
     return;
@@ -43,27 +42,27 @@ void ScriptedDevice::Plug() {
 }
 
 void ScriptedDevice::SetScript(Script script) {
-  const std::lock_guard lock(platform::DeviceLock());
+  const platform::DeviceGuard guard;
   script_ = std::move(script);
 }
 
 std::vector<Written> ScriptedDevice::writes() const {
-  const std::lock_guard lock(platform::DeviceLock());
+  const platform::DeviceGuard guard;
   return writes_;
 }
 
 std::vector<Bytes> ScriptedDevice::features() const {
-  const std::lock_guard lock(platform::DeviceLock());
+  const platform::DeviceGuard guard;
   return features_;
 }
 
 int ScriptedDevice::opens() const {
-  const std::lock_guard lock(platform::DeviceLock());
+  const platform::DeviceGuard guard;
   return opens_;
 }
 
 void ScriptedDevice::ClearWrites() {
-  const std::lock_guard lock(platform::DeviceLock());
+  const platform::DeviceGuard guard;
   writes_.clear();
 }
 

@@ -2,15 +2,17 @@
 #ifndef PERILINK_SIM_MOUSE_H_
 #define PERILINK_SIM_MOUSE_H_
 
-#include "sim/device.h"
+#include <utility>
+
+#include "sim/portable_device.h"
 
 namespace perilink::sim {
 
-class Mouse : public Device {
+class Mouse : public PortableDevice {
  public:
-  explicit Mouse(DeviceOptions options = Options());
+  explicit Mouse(DeviceOptions options = Options()) : PortableDevice(std::move(options)) {}
   // The default options, to change and pass on.
-  static DeviceOptions Options();
+  static DeviceOptions Options() { return MouseOptions(); }
 };
 
 }  // namespace perilink::sim
