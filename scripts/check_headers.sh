@@ -35,6 +35,9 @@ list_compilations() {
     echo "$mingw-gcc-posix c c11 windows.h oleauto.h $header"
     echo "$mingw-g++-posix c++ c++17 windows.h oleauto.h $header"
   done
+  # What Windows programs host, too.
+  git ls-files --cached --others --exclude-standard 'sim/include/*.h' |
+    sed "s/^/$mingw-g++-posix c++ c++20 windows.h /"
   git ls-files --cached --others --exclude-standard 'src/*.h' 'portable/*.h' 'sim/*.h' |
     sed 's/^/g++ c++ c++20 /'
 }

@@ -2,6 +2,7 @@
 
 #include <iterator>
 #include <tuple>
+#include <utility>
 
 namespace perilink::sim {
 namespace {
@@ -57,7 +58,7 @@ class Collection {
     shape_.report_id = report_id;
     Put(kUsagePage, page);
     Open(usage, kApplication);
-    if (report_id != 0) Put(kReportId, report_id);
+    if (report_id != 0) Put(kReportId, static_cast<int8_t>(report_id));  // always in one byte
   }
 
   Collection& Open(uint16_t usage, int kind) {

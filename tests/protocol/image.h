@@ -27,30 +27,29 @@ struct Place {
   size_t address;  // in the image
 };
 
-// Shortcuts and macros apart, every place in the order of writing.
+// Every place in the order of writing, shortcuts and macros apart: the virtual device says what
+// fields its memory has, this where the record has them.
 inline std::vector<Place> Places() {
   std::vector<Place> places;
-  for (size_t i = 0; i <= 5; ++i)
-    places.push_back({i, 1, 2 * i});
-  for (size_t i = 6; i <= 14; ++i)
-    places.push_back({i, 1, 169 + 2 * (i - 6)});
-  for (size_t i = 15; i <= 17; ++i)
-    places.push_back({i, 1, 189 + 2 * (i - 15)});
-  for (size_t i = 0; i < 4; ++i)
-    places.push_back({20 + 4 * i, 4, 195 + 5 * i});
-  places.insert(places.end(), {{36, 1, 215}, {37, 1, 217}, {38, 3, 219}});
-  for (size_t i = 41; i <= 45; ++i)
-    places.push_back({i, 1, 223 + 2 * (i - 41)});
+  const auto add = [&places](size_t first, size_t last, size_t offset) {
+    for (const sim::FlashField& field : sim::FlashFields()) {
+      if (field.address < first || field.address > last) continue;
+      places.push_back({offset, field.width, field.address});
+      offset += field.width;
+    }
+  };
+  add(0, 10, 0);
+  add(169, 193, 6);
+  add(195, 231, 20);
   for (size_t i = 0; i < 8; ++i) {
-    places.push_back({48 + 12 * i, 3, 12 + 4 * i});
-    places.push_back({51 + 12 * i, 3, 44 + 4 * i});
-    places.push_back({54 + 12 * i, 5, 6912 + 6 * i});
+    for (const size_t address : {12 + 4 * i, 44 + 4 * i, 6912 + 6 * i})
+      add(address, address, 48 + 12 * i + (address < 44 ? 0 : address < 6912 ? 3 : 6));
   }
-  for (size_t i = 0; i < 4; ++i)
-    places.push_back({144 + i, 1, 76 + 2 * i});
-  places.insert(places.end(), {{148, 6, 160}, {154, 1, 167}});
-  for (size_t i = 0; i < 16; ++i)
-    places.push_back({155 + 3 * i, 3, 96 + 4 * i});
+  add(76, 82, 144);
+  add(160, 167, 148);
+  add(96, 156, 155);
+  EXPECT_EQ(places.size(), sim::FlashFields().size());
+  EXPECT_EQ(places.size(), 76u);
   return places;
 }
 
