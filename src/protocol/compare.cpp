@@ -44,13 +44,10 @@ void CompareField(const ConfigField& field, size_t entry, const uint8_t* record,
 void CompareFields(const ProtocolData& record, ProtocolData& previous,
                    std::vector<FlashWrite>& writes) {
   for (const ConfigGroup& group : kConfigGroups) {
-    for (size_t entry = 0; entry < group.count; ++entry) {
-      const size_t offset = group.record_offset + entry * group.record_stride;
-      for (size_t i = 0; i < group.field_count; ++i) {
-        CompareField(group.fields[i], entry, RecordBytes(record) + offset,
-                     RecordBytes(previous) + offset, writes);
-      }
-    }
+    ForEachField(group, [&](const ConfigField& field, size_t entry, size_t entry_offset) {
+      CompareField(field, entry, RecordBytes(record) + entry_offset,
+                   RecordBytes(previous) + entry_offset, writes);
+    });
   }
 }
 

@@ -1,5 +1,7 @@
 #include "protocol/fields.h"
 
+#include <cstring>
+
 #include "perilink/protocol_data.h"
 
 namespace perilink {
@@ -68,30 +70,61 @@ static_assert(kConfigGroups[kLedBarGroup].fields == kLedBarFields.data());
 static_assert(kConfigGroups[kKeyFunctionsGroup].fields == kKeyFunFields.data());
 
 }  // namespace
+
+void AcceptField(const ConfigField& field, const uint8_t* stored, uint8_t* record) {
+  bool accepted = CheckHolds(stored, field.width);
+  if (field.rule == FieldRule::kBelowLevelCount)
+    accepted = accepted && *stored < record[offsetof(ProtocolData, dpi_level_count)];
+  if (!accepted && field.keeps) return;
+  uint8_t* target = record + field.record_offset;
+  std::memcpy(target, accepted ? stored : field.fallback.data(), field.width);
+  if (field.rule == FieldRule::kSwitch || field.rule == FieldRule::kNormalizedSwitch)
+    *target = *target != 0 ? 1 : 0;
+}
+
+void AcceptGroup(const ConfigGroup& group, const uint8_t* image, uint8_t* record) {
+  ForEachField(group, [&](const ConfigField& field, size_t entry, size_t entry_offset) {
+    AcceptField(field, image + FlashAddress(field, entry), record + entry_offset);
+  });
+}
+
 }  // namespace perilink
 
 using perilink::AcceptField;
-using perilink::AcceptGroup;
+using perilink::kConfigGroups;
 using perilink::RecordBytes;
+
+namespace {
+
+// For an export that fills one sub-record: its group's fields, from the group's first byte on.
+template <typename Record>
+void AcceptSubRecord(perilink::GroupIndex index, const uint8_t* source, Record& record) {
+  const perilink::ConfigGroup& group = kConfigGroups[index];
+  for (size_t i = 0; i < group.field_count; ++i) {
+    const perilink::ConfigField& field = group.fields[i];
+    AcceptField(field, source + (field.flash_address - group.fields[0].flash_address),
+                RecordBytes(record));
+  }
+}
+
+}  // namespace
 
 extern "C" {
 
 void BufferToDPIColor(const uint8_t* source, DPILevel* level) {
-  AcceptField<perilink::kDpiLevelsGroup, 1>(source, RecordBytes(*level));
+  AcceptField(perilink::kDpiLevelFields[1], source, RecordBytes(*level));
 }
 
 void BufferToDPILed(const uint8_t* source, DPILed* led) {
-  AcceptGroup<perilink::kDpiLedGroup>(source, perilink::kDpiLedFields[0].flash_address,
-                                      RecordBytes(*led));
+  AcceptSubRecord(perilink::kDpiLedGroup, source, *led);
 }
 
 void BufferToLedBar(const uint8_t* source, LedBar* bar) {
-  AcceptGroup<perilink::kLedBarGroup>(source, perilink::kLedBarFields[0].flash_address,
-                                      RecordBytes(*bar));
+  AcceptSubRecord(perilink::kLedBarGroup, source, *bar);
 }
 
 void BufferToKeyFunMap(const uint8_t* source, KeyFun* entry) {
-  AcceptField<perilink::kKeyFunctionsGroup, 0>(source, RecordBytes(*entry));
+  AcceptField(perilink::kKeyFunFields[0], source, RecordBytes(*entry));
 }
 
 }  // extern "C"

@@ -1,11 +1,10 @@
-// The one way in which a field of the configuration image is taken over into a record.
+// The walk over the table of fields, and the one way in which a field of the configuration image is
+// taken over into a record.
 #ifndef PERILINK_SRC_PROTOCOL_FIELDS_H_
 #define PERILINK_SRC_PROTOCOL_FIELDS_H_
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <utility>
 
 #include "perilink/config_layout.h"
 #include "protocol/check_byte.h"
@@ -36,39 +35,23 @@ enum GroupIndex : size_t {
   kKeyFunctionsGroup,
 };
 
-// Takes over one field: `stored` points to its value bytes, which its check byte follows, `record`
-// to the record that the field's offset counts in. The field is a constant so that the walk over
-// the table unrolls: some ten instructions a field, where a loop would spend more on the table
-// than on the field.
-template <size_t kGroup, size_t kField>
-void AcceptField(const uint8_t* stored, uint8_t* record) {
-  static constexpr ConfigField kIt = kConfigGroups[kGroup].fields[kField];
-  bool accepted = CheckHolds(stored, kIt.width);
-  if constexpr (kIt.rule == FieldRule::kBelowLevelCount) {
-    accepted = accepted && *stored < record[offsetof(ProtocolData, dpi_level_count)];
-  }
-  if (!accepted && kIt.keeps) return;
-  uint8_t* target = record + kIt.record_offset;
-  std::memcpy(target, accepted ? stored : kIt.fallback.data(), kIt.width);
-  if constexpr (kIt.rule == FieldRule::kSwitch || kIt.rule == FieldRule::kNormalizedSwitch) {
-    *target = *target != 0 ? 1 : 0;
+// Calls `visit(field, entry, entry_offset)` for every field of every entry of a group, in the order
+// of the record; `entry_offset` is the entry's place in ProtocolData.
+template <typename Visit>
+void ForEachField(const ConfigGroup& group, Visit visit) {
+  for (size_t entry = 0; entry < group.count; ++entry) {
+    const size_t entry_offset = group.record_offset + entry * group.record_stride;
+    for (size_t i = 0; i < group.field_count; ++i)
+      visit(group.fields[i], entry, entry_offset);
   }
 }
 
-// Takes over all fields of all entries of a group. `block` holds the device's bytes from flash
-// address `block_address` on; `record` is entry 0.
-template <size_t kGroup>
-void AcceptGroup(const uint8_t* block, size_t block_address, uint8_t* record) {
-  static constexpr ConfigGroup kIt = kConfigGroups[kGroup];
-  for (size_t entry = 0; entry < kIt.count; ++entry, record += kIt.record_stride) {
-    [&]<size_t... kFields>(std::index_sequence<kFields...>) {
-      (AcceptField<kGroup, kFields>(
-           block + (FlashAddress(kIt.fields[kFields], entry) - block_address), record),
-       ...);
-    }
-    (std::make_index_sequence<kIt.field_count>());
-  }
-}
+// Takes over one field: `stored` points to its value bytes, which its check byte follows, `record`
+// to the record that the field's offset counts in.
+void AcceptField(const ConfigField& field, const uint8_t* stored, uint8_t* record);
+
+// Takes over all fields of all entries of a group; `record` is the bytes of a ProtocolData.
+void AcceptGroup(const ConfigGroup& group, const uint8_t* image, uint8_t* record);
 
 }  // namespace perilink
 

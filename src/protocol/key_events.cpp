@@ -1,7 +1,6 @@
 #include "protocol/key_events.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 #include "perilink/protocol_data.h"
@@ -13,30 +12,21 @@ namespace {
 constexpr size_t kShortcutEventSize = 3;
 constexpr size_t kMacroEventSize = 5;
 
-// What an event byte decodes to. Bits 7 and 6 give the kind, both set meaning the same as none;
-// bits 3 to 0 the code.
-struct EventHead {
-  uint8_t kind;
-  uint8_t code;
-};
-constexpr std::array<EventHead, 256> EventHeads() {
-  constexpr uint8_t kKindByBits[4] = {2, 1, 0, 2};
-  std::array<EventHead, 256> heads{};
-  for (size_t i = 0; i < heads.size(); ++i) {
-    heads[i] = {kKindByBits[i >> 6], static_cast<uint8_t>(i & 0x0F)};
-  }
-  return heads;
-}
-constexpr std::array<EventHead, 256> kEventHeads = EventHeads();
-
 constexpr uint8_t KindBits(uint8_t kind) {
   if (kind == 0) return 0x80;
   return kind == 1 ? 0x40 : 0x00;
 }
 
+// Bits 7 and 6 of an event's first byte; both set mean the same as none.
+constexpr uint8_t KindOf(uint8_t head) {
+  if ((head & 0xC0) == 0x80) return 0;
+  return (head & 0xC0) == 0x40 ? 1 : 2;
+}
+
 // From the three bytes that shortcuts and macros share.
 void DecodeEvent(const uint8_t* source, uint32_t delay, KeyEvent& event) {
-  std::memcpy(&event.kind, &kEventHeads[source[0]], sizeof(EventHead));
+  event.kind = KindOf(source[0]);
+  event.code = source[0] & 0x0F;
   std::memcpy(event.keys, source + 1, sizeof(event.keys));
   event.delay = delay;
 }
@@ -114,20 +104,10 @@ void DecodeMacro(MacroSlotView slot, MacroKey& macro) {
     return;
   }
   macro.count = count;
-  const auto decode = [&](size_t i) {
+  for (size_t i = 0; i < count; ++i) {
     const uint8_t* source = slot.data() + PERILINK_MACRO_EVENTS_OFFSET + kMacroEventSize * i;
     DecodeEvent(source, static_cast<uint16_t>(source[3] << 8 | source[4]), macro.events[i]);
-  };
-  // In fours: the events are most of a configuration, and the loop itself most of an event.
-  size_t i = 0;
-  for (; i + 3 < count; i += 4) {
-    decode(i);
-    decode(i + 1);
-    decode(i + 2);
-    decode(i + 3);
   }
-  for (; i < count; ++i)
-    decode(i);
 }
 
 }  // namespace perilink

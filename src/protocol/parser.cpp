@@ -8,15 +8,12 @@
 namespace perilink {
 
 void ParseSettings(const uint8_t* image, ProtocolData& record) {
-  AcceptGroup<kSettingsGroup>(image, 0, RecordBytes(record));
+  AcceptGroup(kConfigGroups[kSettingsGroup], image, RecordBytes(record));
 }
 
 void ParseImage(const uint8_t* image, ProtocolData& record) {
-  [&]<size_t... kGroups>(std::index_sequence<kGroups...>) {
-    (AcceptGroup<kGroups>(image, 0, RecordBytes(record) + kConfigGroups[kGroups].record_offset),
-     ...);
-  }
-  (std::make_index_sequence<kConfigGroups.size()>());
+  for (const ConfigGroup& group : kConfigGroups)
+    AcceptGroup(group, image, RecordBytes(record));
   for (size_t i = 0; i < std::size(record.shortcuts); ++i) {
     const uint8_t* slot = image + PERILINK_SHORTCUT_ADDRESS + i * PERILINK_SHORTCUT_SLOT_SIZE;
     DecodeShortcut(ShortcutSlotView(slot, PERILINK_SHORTCUT_SLOT_SIZE), record.shortcuts[i]);
