@@ -26,9 +26,10 @@ class ModuleReference {
   HMODULE module_ = nullptr;
 };
 
-// Starts a thread that runs `body` and keeps the library loaded until it has left its code. Returns
-// the thread's handle, which is the caller's to close, or null when the system can't make it.
-HANDLE StartLibraryThread(void (*body)());
+// Starts a thread that runs `body` with the argument and keeps the library loaded until it has left
+// its code. Returns the thread's handle, which is the caller's to close, or null when the system
+// can't make it.
+HANDLE StartLibraryThread(void (*body)(void* argument), void* argument = nullptr);
 
 }  // namespace perilink
 

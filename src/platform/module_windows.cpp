@@ -15,14 +15,15 @@ HMODULE FindModule(DWORD flags) {
 
 // What a thread is given. It runs until the system itself lets go of the library.
 struct Start {
-  void (*body)();
+  void (*body)(void*);
+  void* argument;
   HMODULE module;
 };
 
 DWORD WINAPI ThreadMain(LPVOID parameter) {
   const Start start = *static_cast<const Start*>(parameter);
   delete static_cast<const Start*>(parameter);
-  start.body();
+  start.body(start.argument);
   FreeLibraryAndExitThread(start.module, 0);
 }
 
@@ -41,10 +42,10 @@ void ModuleReference::Release() {
   if (module_ != nullptr) FreeLibrary(std::exchange(module_, nullptr));
 }
 
-HANDLE StartLibraryThread(void (*body)()) {
+HANDLE StartLibraryThread(void (*body)(void*), void* argument) {
   const HMODULE module = FindModule(0);
   if (module == nullptr) return nullptr;
-  auto* start = new (std::nothrow) Start{body, module};
+  auto* start = new (std::nothrow) Start{body, argument, module};
   const HANDLE thread =
       start != nullptr ? CreateThread(nullptr, 0, ThreadMain, start, 0, nullptr) : nullptr;
   if (thread == nullptr) {

@@ -33,7 +33,7 @@ class ServerThread {
   }
 
  private:
-  static void Procedure() {
+  static void Procedure(void*) {
     do {
       RunServerLoop();
     } while (!Guarded(true, [] { return Instance().Ends(); }));

@@ -53,11 +53,6 @@ bool DeviceHandles::GetAttributes(HIDD_ATTRIBUTES& attributes) const {
 
 // ---- The link ---------------------------------------------------------------------------------
 
-Link::Link(DeviceHandles& handles, size_t report_length)
-    : handles_(handles), report_length_(report_length) {
-  read_.emplace();
-}
-
 Link::~Link() {
   // The handles that somebody else keeps stay open.
   if (read_) read_->Cancel();
@@ -67,6 +62,10 @@ Link::~Link() {
 bool Link::Open(const std::wstring* write_path, const std::wstring* read_path) {
   Close();
   handles_.Open(write_path, read_path);
+  return Prepare();
+}
+
+bool Link::Prepare() {
   read_.emplace();
   return CanWait();
 }

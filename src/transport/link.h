@@ -62,7 +62,8 @@ class Link {
 
   // `report_length`: what a read asks for, at most kLongestReport.
   explicit Link(size_t report_length) : handles_(own_), report_length_(report_length) {}
-  Link(DeviceHandles& handles, size_t report_length);
+  Link(DeviceHandles& handles, size_t report_length)
+      : handles_(handles), report_length_(report_length) {}
   ~Link();
   Link(const Link&) = delete;
   Link& operator=(const Link&) = delete;
@@ -71,6 +72,8 @@ class Link {
   // because the system has no event to give: the handles are open, or not, all the same.
   bool Open(const std::wstring* write_path, const std::wstring* read_path);
   bool Open(const std::wstring& path) { return Open(&path, &path); }
+  // For handles that are open already: the same result.
+  bool Prepare();
   // Ends the posted read, waits until the system has let go of its memory, and closes the handles.
   void Close();
 
@@ -103,7 +106,7 @@ class Link {
   DeviceHandles own_;
   DeviceHandles& handles_;
   const size_t report_length_;
-  std::optional<OverlappedRead> read_;  // made anew, event and all, by each Open
+  std::optional<OverlappedRead> read_;  // made anew, event and all, by each Open or Prepare
 };
 
 }  // namespace perilink

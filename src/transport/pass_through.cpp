@@ -84,7 +84,7 @@ bool ExchangeRaw(std::span<const uint8_t> request, std::span<uint8_t> reply) {
   const auto handles = RawDevice::Instance().Get();
   if (!handles) return false;
   Link link(*handles, reply.size());
-  if (!link.CanWait()) return false;
+  if (!link.Prepare()) return false;
   // One read serves both tries. It is drained when it goes, whatever became of them.
   link.Listen();
   for (int tries = kRawTries; tries > 0; --tries) {

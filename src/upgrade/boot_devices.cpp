@@ -3,7 +3,7 @@
 #include <new>
 
 #include "platform/win32.h"
-#include "upgrade/device_io.h"
+#include "upgrade/tick.h"
 
 namespace perilink {
 

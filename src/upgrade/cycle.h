@@ -5,8 +5,8 @@
 #include <cstdint>
 
 #include "platform/win32.h"
-#include "upgrade/device_io.h"
 #include "upgrade/events.h"
+#include "upgrade/tick.h"
 #include "upgrade/upgrade_file.h"
 
 namespace perilink {

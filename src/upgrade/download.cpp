@@ -1,12 +1,13 @@
 #include "upgrade/download.h"
 
 #include <algorithm>
-#include <utility>
+#include <memory>
 
 #include "upgrade/boot_devices.h"
-#include "upgrade/device_io.h"
 #include "upgrade/events.h"
 #include "upgrade/log.h"
+#include "upgrade/report_writer.h"
+#include "upgrade/tick.h"
 
 namespace perilink {
 namespace {
@@ -36,7 +37,8 @@ bool HasPacketToWrite(const UsbUpgradeFile& record) {
 // One device's download: its handles, the posted read and the inactivity clock.
 class Download {
  public:
-  explicit Download(UsbUpgradeFile& record) : record_(record), link_(PacketLength(record)) {}
+  explicit Download(UsbUpgradeFile& record)
+      : record_(record), link_(*handles_, PacketLength(record)), writer_(handles_) {}
 
   bool Run() {
     if (!Open()) return false;
@@ -78,7 +80,8 @@ class Download {
     if (!HasPacketToWrite(record_)) return;
     UpgradePacket& packet = record_.packets.front();
     const auto bytes = std::span<const uint8_t>(packet.data).first(PacketLength(record_));
-    if (SendReport(link_, record_.header.packet_template, bytes)) {
+    // A write that does not come back uses up the time that the download has without one.
+    if (writer_.Send(record_.header.packet_template, bytes, TimeLeftMs()) == Sent::kYes) {
       packet.pending = 0;
       last_write_ms_ = GetTickCount64();
       LogHexLine(L"Write Data Success:", packet.data);
@@ -90,7 +93,8 @@ class Download {
   // A packet that could not be written is tried again after a tick; otherwise only a reply or the
   // end of the time can bring news.
   bool WaitForReply() {
-    const DWORD wait_ms = HasPacketToWrite(record_) ? kTickMs : TimeLeftMs();
+    const DWORD wait_ms =
+        HasPacketToWrite(record_) ? kTickMs : std::min(TimeLeftMs(), kLongestWaitMs);
     const Arrival arrival = link_.Next(wait_ms);
     // Reads that fail one after the other must not keep the thread spinning.
     if (arrival == Arrival::kFailure) Sleep(std::min(wait_ms, kTickMs));
@@ -118,11 +122,13 @@ class Download {
   DWORD TimeLeftMs() const {
     const ULONGLONG idle = IdleMs();
     if (idle >= record_.timeout) return 0;
-    return static_cast<DWORD>(std::min<ULONGLONG>(record_.timeout - idle, kLongestWaitMs));
+    return static_cast<DWORD>(record_.timeout - idle);
   }
 
   UsbUpgradeFile& record_;
+  const std::shared_ptr<DeviceHandles> handles_ = std::make_shared<DeviceHandles>();
   Link link_;
+  ReportWriter writer_;
   ULONGLONG last_write_ms_ = 0;
 };
 

@@ -1,10 +1,11 @@
 #include <algorithm>
+#include <memory>
 
 #include "upgrade/boot_devices.h"
 #include "upgrade/cycle.h"
-#include "upgrade/device_io.h"
 #include "upgrade/events.h"
 #include "upgrade/log.h"
+#include "upgrade/report_writer.h"
 #include "upgrade/steps.h"
 
 namespace perilink {
@@ -79,7 +80,9 @@ bool WaitForEcho(UsbUpgradeFile& record, Link& link) {
 
 bool SendReset(UsbUpgradeFile& record, const NormalInterfaces& paths) {
   const CommandDescriptor& reset = record.header.reset_command;
-  Link link(reset.Command().size());
+  const auto handles = std::make_shared<DeviceHandles>();
+  Link link(*handles, reset.Command().size());
+  ReportWriter writer(handles);
   const bool can_wait = link.Open(&paths.outputs.front(), &paths.inputs.front());
   LogLine(L"ResetToBootMode-hDeviceWrite =", link.handles().WriteHandleNumber());
   LogLine(L"ResetToBootMode-hDeviceRead =", link.handles().ReadHandleNumber());
@@ -87,7 +90,7 @@ bool SendReset(UsbUpgradeFile& record, const NormalInterfaces& paths) {
   link.Listen();
   LogHexLine(L"ResetToBootMode-Write data:", reset.Bytes());
 
-  const bool sent = SendReport(link, reset, reset.Command());
+  const bool sent = writer.Send(reset, reset.Command(), record.timeout) == Sent::kYes;
   if (!sent || !can_wait) {
     LogLine(L"ResetToBootMode-Write Usb Error");
     EndUpgrade(record, kResultResetWriteFailed, sent, can_wait);

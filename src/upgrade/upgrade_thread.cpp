@@ -109,7 +109,7 @@ Ending RunToTheEnd() noexcept {
   return {main.callback, main.result ? main.result : slave.result};
 }
 
-void UpgradeThread() {
+void UpgradeThread(void*) {
   const UpgradeThreadMark mark;
   const Ending ending = RunToTheEnd();
   GiveUpgradeTurn();

@@ -70,6 +70,15 @@ TEST_F(UpgradeTest, LogsOneImageFromItsFirstLineToItsLast) {
   EXPECT_EQ(mouse.firmware().options().version, kNewVersion);
 }
 
+TEST_F(UpgradeTest, ACallbackThatThrowsEndsNothing) {
+  sim::Mouse mouse;
+  mouse.Plug();
+  on_event = [](const Event&) { throw 1; };
+  ASSERT_TRUE(RunUpgrade(FileFor(mouse)));
+  EXPECT_EQ(events.back(), kSuccess.back());
+  EXPECT_EQ(mouse.firmware().options().version, kNewVersion);
+}
+
 TEST_F(UpgradeTest, OneImageByEveryWay) {
   for (unsigned way = 0; way < 8; ++way) {
     SCOPED_TRACE(way);
@@ -184,7 +193,8 @@ TEST_F(UpgradeTest, FailuresInBootMode) {
   ExpectFailure("gone", unplug_when_stable, {kResetEchoed, kBootStable, {2, 9, 0, 0}},
                 unopened("hDeviceWrite=0  hDeviceRead =0"));
   ExpectFailure(
-      "no event", [](auto&, auto&) { platform::ArmFault("CreateEventW", 2); },
+      // Three are the reset's: its read and its writer.
+      "no event", [](auto&, auto&) { platform::ArmFault("CreateEventW", 4); },
       {kResetEchoed, kBootStable, {2, 2, 3, 0}},
       kEchoed + kStable + Lines{"Start DownloadFile"} + Written("00 b0 00 00 00 00 01 00 ") +
           Lines{"Upgrade Timeout"});
