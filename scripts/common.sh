@@ -7,7 +7,9 @@ jobs=$(nproc)
 
 # What building and running perictl needs.
 run_packages=(cmake ninja-build g++ python3 libcli11-dev nlohmann-json3-dev libgtest-dev
-  libbenchmark-dev)
+  libbenchmark-dev libudev-dev)
+# What the virtual machine of scripts/vm.sh needs.
+vm_packages=(qemu-system-x86 cpio python3)
 # What fuzzing needs beyond it.
 fuzz_packages=(clang-14 libclang-rt-14-dev)
 # What the tests need beyond it.
