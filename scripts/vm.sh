@@ -20,17 +20,18 @@ unpacked_packages=(udev libkmod2 busybox-static)
 boot_modules=(virtio_pci 9pnet_virtio 9p overlay)
 hid_modules=(hid hid_generic usbhid uhid vhci_hcd)
 
+newest_kernel() { apt-cache depends linux-image-amd64 | awk '/Depends: linux-image/ {print $2; exit}'; }
+
 fetch_packages() {
-  local package kernel=('linux-image-6*')
+  local package kernel
   mkdir -p "$rig/packages"
   cd "$rig/packages" || return
   if ! compgen -G "linux-image-*.deb" >/dev/null; then
-    kernel=$(apt-cache depends linux-image-amd64 | awk '/Depends: linux-image/ {print $2; exit}')
+    kernel=$(newest_kernel)
     if [[ -z $kernel ]]; then
       as_root apt-get update || return
-      kernel=$(apt-cache depends linux-image-amd64 | awk '/Depends: linux-image/ {print $2; exit}')
+      kernel=$(newest_kernel)
     fi
-    [[ $kernel ]] || { echo "there is no package linux-image-amd64" && return 1; }
     apt-get download "$kernel" || return
   fi
   for package in "${unpacked_packages[@]}"; do
@@ -116,7 +117,7 @@ prepare() {
 }
 
 main() {
-  local keep=$rig/kept seconds=900 work status=0 accelerators=() appended
+  local keep=$rig/kept seconds=900 status=0 accelerators=() appended
   while [[ ${1-} == --* ]]; do
     case $1 in
       --keep) keep=$(realpath "$2") ;;
@@ -129,8 +130,7 @@ main() {
   quiet vm-setup prepare || exit 125
   mkdir -p "$rig/kept"
   work=$(mktemp -d)
-  # shellcheck disable=SC2064  # the folder of now
-  trap "rm -rf '$work'" EXIT
+  trap 'rm -rf "$work"' EXIT
   printf 'cd %q && %s\n' "$PWD" "$(printf '%q ' "$@")" >"$work/command"
   printf '%s\n' "$keep" >"$work/keep"
 
@@ -153,9 +153,9 @@ main() {
     tail -n 40 "$work/console" >&2
     ((status == 124)) && echo "vm.sh: the machine ran for $seconds s" >&2
     echo "vm.sh: the machine did not run the command to its end" >&2
-    exit 125
+    return 125
   fi
-  exit "$(<"$work/status")"
+  return "$(<"$work/status")"
 }
 
 main "$@"
