@@ -2,6 +2,7 @@
 #include <chrono>
 #include <ctime>
 
+#include "active_bus.h"
 #include "call.h"
 #include "perilink_platform/handle.h"
 #include "perilink_platform/runtime.h"
@@ -36,6 +37,7 @@ void ReadClock(const char* function) {
 }  // namespace
 
 void StartVirtual(uint64_t seed) {
+  if (MachineBusRuns()) StopProcess("StartVirtual must come before the machine's devices are used");
   Scheduler::Get().StartVirtual(seed);
   SetCalendarTime(kVirtualCalendarStart);
 }

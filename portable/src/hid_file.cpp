@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "active_bus.h"
 #include "path.h"
 #include "perilink_platform/error.h"
 #include "perilink_platform/world.h"
@@ -34,9 +35,9 @@ HidFile::HidFile(std::wstring path, const FileAccess& access)
 }
 
 HidFile::~HidFile() {
+  connection_.reset();  // before the sink that it calls goes
   const DeviceGuard guard;
   std::erase(OpenFiles(), this);
-  connection_.reset();
 }
 
 bool HidFile::ConflictsWith(const HidFile& other) const {
@@ -51,24 +52,43 @@ bool HidFile::ConflictsWith(const HidFile& other) const {
 
 DWORD HidFile::Open(const std::wstring& path, const FileAccess& access,
                     std::shared_ptr<HidFile>& file) {
-  const DeviceGuard guard;
+  HidBus* const bus = ActiveBus();
+  if (bus == nullptr) return ERROR_NO_SYSTEM_RESOURCES;
   const auto opened = std::make_shared<HidFile>(path, access);
-  for (const HidFile* const other : OpenFiles()) {
-    if (other != opened.get() && other->connection_ != nullptr && opened->ConflictsWith(*other))
-      return ERROR_SHARING_VIOLATION;
+  {
+    const DeviceGuard guard;
+    for (const HidFile* const other : OpenFiles()) {
+      if (other != opened.get() && other->opening_ && opened->ConflictsWith(*other))
+        return ERROR_SHARING_VIOLATION;
+    }
+    opened->opening_ = true;
   }
-  const DWORD error = Bus().Open(path, *opened, opened->connection_);
+  std::unique_ptr<HidConnection> connection;
+  const DWORD error = bus->Open(path, access.access, *opened, connection);
+  const DeviceGuard guard;
+  opened->opening_ = error == 0;
   if (error != 0) return error;
-  opened->input_length_ = opened->connection_->InputReportLength();
+  opened->input_length_ = connection->InputReportLength();
+  opened->connection_ = std::move(connection);
   file = opened;
   return 0;
 }
 
 void HidFile::OnHandleClosed() {
+  // Goes after the lock, unless a write is under way: then with that.
+  std::shared_ptr<HidConnection> closed;
   const DeviceGuard guard;
-  connection_.reset();
+  closed = std::exchange(connection_, nullptr);
+  opening_ = false;
   reports_.clear();
   CancelReads(nullptr, nullptr);
+}
+
+DWORD HidFile::Connected(std::shared_ptr<HidConnection>& connection) {
+  const DeviceGuard guard;
+  if (removed_) return ERROR_DEVICE_NOT_CONNECTED;
+  connection = connection_;
+  return connection == nullptr ? ERROR_INVALID_HANDLE : 0;
 }
 
 DWORD HidFile::BeginRead(std::span<uint8_t> buffer, OVERLAPPED& overlapped,
@@ -93,8 +113,15 @@ DWORD HidFile::BeginRead(std::span<uint8_t> buffer, OVERLAPPED& overlapped,
 }
 
 void HidFile::Complete(Read& read, DWORD status, std::span<const uint8_t> report) {
-  if (!report.empty()) std::memcpy(read.buffer.data(), report.data(), report.size());
-  read.overlapped->InternalHigh = report.size();
+  size_t stored = 0;
+  if (status == kStatusSuccess) {
+    // The HID class always delivers reports of the declared length.
+    stored = input_length_;
+    const size_t sent = std::min(report.size(), stored);
+    if (sent > 0) std::memcpy(read.buffer.data(), report.data(), sent);
+    std::fill_n(read.buffer.begin() + static_cast<std::ptrdiff_t>(sent), stored - sent, uint8_t{0});
+  }
+  read.overlapped->InternalHigh = stored;
   read.overlapped->Internal = status;
   Scheduler::Get().Set(read.event != nullptr ? read.event->WaitSignal() : done_);
 }
@@ -129,37 +156,33 @@ void HidFile::Abort(uint64_t id) {
 }
 
 DWORD HidFile::Write(std::span<const uint8_t> report) {
-  const DeviceGuard guard;
-  if (removed_) return ERROR_DEVICE_NOT_CONNECTED;
-  return connection_ == nullptr ? ERROR_INVALID_HANDLE : connection_->WriteOutputReport(report);
+  std::shared_ptr<HidConnection> connection;
+  const DWORD error = Connected(connection);
+  return error != 0 ? error : connection->WriteOutputReport(report);
 }
 
 DWORD HidFile::SetFeature(std::span<const uint8_t> report) {
-  const DeviceGuard guard;
-  if (removed_) return ERROR_DEVICE_NOT_CONNECTED;
-  return connection_ == nullptr ? ERROR_INVALID_HANDLE : connection_->SetFeatureReport(report);
+  std::shared_ptr<HidConnection> connection;
+  const DWORD error = Connected(connection);
+  return error != 0 ? error : connection->SetFeatureReport(report);
 }
 
 DWORD HidFile::GetAttributes(HidAttributes& attributes) {
-  const DeviceGuard guard;
-  if (removed_) return ERROR_DEVICE_NOT_CONNECTED;
-  if (connection_ == nullptr) return ERROR_INVALID_HANDLE;
-  attributes = connection_->Attributes();
-  return 0;
+  std::shared_ptr<HidConnection> connection;
+  const DWORD error = Connected(connection);
+  if (error == 0) attributes = connection->Attributes();
+  return error;
 }
 
 void HidFile::OnInputReport(std::span<const uint8_t> report) {
-  // The HID class always delivers reports of the declared length.
-  std::vector<uint8_t> whole(report.begin(), report.end());
-  whole.resize(input_length_);
   if (reads_.empty()) {
     if (reports_.size() == kQueuedReports) reports_.pop_front();
-    reports_.push_back(std::move(whole));
+    reports_.emplace_back(report.begin(), report.end());
     return;
   }
   Read read = std::move(reads_.front());
   reads_.pop_front();
-  Complete(read, kStatusSuccess, whole);
+  Complete(read, kStatusSuccess, report);
 }
 
 void HidFile::OnRemoved() {

@@ -23,7 +23,7 @@ struct FileAccess {
 };
 
 // All functions take the device lock themselves, but those of HidInputSink, which the bus calls
-// with it held.
+// with it held. Where a device may keep the caller waiting, the lock isn't held meanwhile.
 class HidFile final : public Waitable,
                       public HidInputSink,
                       public std::enable_shared_from_this<HidFile> {
@@ -68,11 +68,14 @@ class HidFile final : public Waitable,
   void CompleteAll(DWORD status);
   void Abort(uint64_t id);
   bool ConflictsWith(const HidFile& other) const;
+  // The connection, or why there is none. It stays while the caller uses it.
+  DWORD Connected(std::shared_ptr<HidConnection>& connection);
 
   const std::wstring path_;
   const FileAccess access_;
-  Signal done_{true};  // the last read has completed
-  std::unique_ptr<HidConnection> connection_;
+  Signal done_{true};     // the last read has completed
+  bool opening_ = false;  // or open: takes part in sharing
+  std::shared_ptr<HidConnection> connection_;
   size_t input_length_ = 0;
   bool removed_ = false;
   std::deque<std::vector<uint8_t>> reports_;

@@ -5,11 +5,10 @@
 #include <utility>
 #include <vector>
 
+#include "active_bus.h"
 #include "call.h"
 #include "handle_table.h"
 #include "hid_guid.h"
-#include "perilink_platform/hid_bus.h"
-#include "scheduler.h"
 
 namespace perilink::platform {
 namespace {
@@ -52,9 +51,10 @@ HDEVINFO SetupDiGetClassDevsW(const GUID* guid, PCWSTR enumerator, HWND parent, 
     return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
   if (flags != (DIGCF_PRESENT | DIGCF_DEVICEINTERFACE))
     return Fail(ERROR_INVALID_FLAGS, INVALID_HANDLE_VALUE);
-  const perilink::platform::DeviceGuard guard;
-  return HandleTable::Get().Add(std::make_shared<perilink::platform::DeviceInfoSet>(
-      perilink::platform::Bus().PresentInterfaces()));
+  perilink::platform::HidBus* const bus = perilink::platform::ActiveBus();
+  if (bus == nullptr) return Fail(ERROR_NO_SYSTEM_RESOURCES, INVALID_HANDLE_VALUE);
+  return HandleTable::Get().Add(
+      std::make_shared<perilink::platform::DeviceInfoSet>(bus->PresentInterfaces()));
 }
 
 BOOL SetupDiEnumDeviceInterfaces(HDEVINFO set, PSP_DEVINFO_DATA device, const GUID* guid,

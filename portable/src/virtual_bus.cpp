@@ -6,31 +6,19 @@
 #include "perilink_platform/error.h"
 #include "perilink_platform/hid_bus.h"
 #include "perilink_platform/world.h"
+#include "report_check.h"
 #include "scheduler.h"
 #include "window_system.h"
 
 namespace perilink::platform {
 namespace {
 
-// 0, or why a report of `size` bytes can't be sent where reports have `length`.
-DWORD CheckReport(size_t size, size_t length) {
-  if (length == 0) return ERROR_INVALID_FUNCTION;
-  if (size == 0) return ERROR_INVALID_USER_BUFFER;
-  return size > length ? ERROR_INVALID_PARAMETER : 0;
-}
-
-std::vector<uint8_t> Padded(std::span<const uint8_t> report, size_t length) {
-  std::vector<uint8_t> padded(report.begin(), report.end());
-  padded.resize(length);
-  return padded;
-}
-
 class Connection;
 
 class TheVirtualBus final : public VirtualBus {
  public:
   std::vector<std::wstring> PresentInterfaces() override;
-  DWORD Open(const std::wstring& path, HidInputSink& sink,
+  DWORD Open(const std::wstring& path, DWORD access, HidInputSink& sink,
              std::unique_ptr<HidConnection>& connection) override;
   void Plug(VirtualHidInterface& hid_interface) override;
   void Unplug(VirtualHidInterface& hid_interface) override;
@@ -51,6 +39,7 @@ class Connection final : public HidConnection {
       : bus_(bus), interface_(&hid_interface), sink_(sink) {}
 
   ~Connection() override {
+    const DeviceGuard guard;
     bus_.Disconnect(*this);
     if (interface_ != nullptr) interface_->OnClose();
   }
@@ -66,24 +55,28 @@ class Connection final : public HidConnection {
   }
 
   DWORD WriteOutputReport(std::span<const uint8_t> report) override {
+    const DeviceGuard guard;
     if (interface_ == nullptr) return ERROR_DEVICE_NOT_CONNECTED;
     const size_t length = interface_->OutputReportLength();
-    const DWORD error = CheckReport(report.size(), length);
-    return error != 0 ? error : interface_->OnOutputReport(Padded(report, length));
+    const DWORD error = CheckReportSize(report.size(), length);
+    return error != 0 ? error : interface_->OnOutputReport(PaddedReport(report, length));
   }
 
   DWORD SetFeatureReport(std::span<const uint8_t> report) override {
+    const DeviceGuard guard;
     if (interface_ == nullptr) return ERROR_DEVICE_NOT_CONNECTED;
     const size_t length = interface_->FeatureReportLength();
-    const DWORD error = CheckReport(report.size(), length);
-    return error != 0 ? error : interface_->OnFeatureReport(Padded(report, length));
+    const DWORD error = CheckReportSize(report.size(), length);
+    return error != 0 ? error : interface_->OnFeatureReport(PaddedReport(report, length));
   }
 
   HidAttributes Attributes() const override {
+    const DeviceGuard guard;
     return interface_ == nullptr ? HidAttributes{} : interface_->Attributes();
   }
 
   size_t InputReportLength() const override {
+    const DeviceGuard guard;
     return interface_ == nullptr ? 0 : interface_->InputReportLength();
   }
 
@@ -101,7 +94,7 @@ std::vector<std::wstring> TheVirtualBus::PresentInterfaces() {
   return paths;
 }
 
-DWORD TheVirtualBus::Open(const std::wstring& path, HidInputSink& sink,
+DWORD TheVirtualBus::Open(const std::wstring& path, DWORD /*access*/, HidInputSink& sink,
                           std::unique_ptr<HidConnection>& connection) {
   const DeviceGuard guard;
   const auto found = std::find_if(

@@ -1,5 +1,6 @@
 #include "perilink_platform/window.h"
 
+#include "active_bus.h"
 #include "call.h"
 #include "window_system.h"
 
@@ -158,6 +159,9 @@ HDEVNOTIFY RegisterDeviceNotificationW(HANDLE window, LPVOID filter, DWORD flags
   if (wanted.dbcc_size < sizeof(wanted) || wanted.dbcc_devicetype != DBT_DEVTYP_DEVICEINTERFACE ||
       !(wanted.dbcc_classguid == GUID_DEVINTERFACE_USB_DEVICE))
     return Fail(ERROR_INVALID_DATA, HDEVNOTIFY{});
+  // The machine's devices are told of from now on.
+  if (perilink::platform::ActiveBus() == nullptr)
+    return Fail(ERROR_NO_SYSTEM_RESOURCES, HDEVNOTIFY{});
   const DWORD error = WindowSystem::Get().RegisterNotification(static_cast<HWND>(window));
   // The notification lives and dies with its window, whose handle serves for it.
   return error == 0 ? window : Fail(error, HDEVNOTIFY{});

@@ -1,12 +1,15 @@
 // The bus of HID interfaces behind the portable platform's SetupAPI, HidD_ and file calls.
 //
-// HidBus is what the platform's calls need of a bus. VirtualBus is its first filling: simulated
-// devices are plugged into it. A bus over the kernel's hidraw nodes would be another; nothing above
-// HidBus may assume that devices are virtual.
+// HidBus is what the platform's calls need of a bus. It has two fillings: the virtual bus, which
+// simulated devices are plugged into, and the bus of the machine's devices, over the kernel's hidraw
+// nodes. A process in real mode sees the machine's devices first, then those of its virtual bus; in
+// virtual mode, or when it asked for that (world.h), the virtual bus alone. Nothing above HidBus may
+// assume either.
 //
-// Locking: the platform calls a bus, its connections and the virtual interfaces with the device
-// lock of world.h held, and scheduled events run under the same lock, so an implementation needs
-// no lock of its own. None of these functions may block.
+// Locking: buses and connections are called without the device lock of world.h and take it as they
+// need it. Opening, writing and setting a feature may wait for a device, up to five seconds; the
+// rest never does. Sinks and virtual interfaces are called with the device lock held, scheduled
+// events run under it too, and none of them may block.
 #ifndef PERILINK_PLATFORM_HID_BUS_H_
 #define PERILINK_PLATFORM_HID_BUS_H_
 
@@ -32,22 +35,24 @@ struct HidAttributes {
 class HidInputSink {
  public:
   virtual ~HidInputSink() = default;
-  // One input report, report id first. Wakes the oldest pending read, or is queued for the next.
+  // One input report, report id first. Wakes the oldest pending read, or is queued for the next; a
+  // read gets it with the interface's input report length, cut or padded with zeros.
   virtual void OnInputReport(std::span<const uint8_t> report) = 0;
   // The interface has gone: pending reads fail, every later call fails with
   // ERROR_DEVICE_NOT_CONNECTED.
   virtual void OnRemoved() = 0;
 };
 
-// One open of one interface. Destroying it closes it.
+// One open of one interface. Destroying it closes it; nobody may be in one of its functions then.
 class HidConnection {
  public:
   virtual ~HidConnection() = default;
-  // Both take a report, report id first, and return 0 or a Windows error code.
+  // Both take a report, report id first, and return 0 or a Windows error code. The device has the
+  // report when they return.
   virtual DWORD WriteOutputReport(std::span<const uint8_t> report) = 0;
   virtual DWORD SetFeatureReport(std::span<const uint8_t> report) = 0;
   virtual HidAttributes Attributes() const = 0;
-  // Bytes of an input report, report id included: a read with a smaller buffer fails.
+  // Bytes of the longest input report, report id included: a read with a smaller buffer fails.
   virtual size_t InputReportLength() const = 0;
 };
 
@@ -56,9 +61,12 @@ class HidBus {
   virtual ~HidBus() = default;
   // Device paths of the interfaces now present, in enumeration order.
   virtual std::vector<std::wstring> PresentInterfaces() = 0;
-  // Opens an interface; paths are compared without regard to case, as the system does. On failure
-  // returns a Windows error code (ERROR_FILE_NOT_FOUND for an absent path) and stores nothing.
-  virtual DWORD Open(const std::wstring& path, HidInputSink& sink,
+  // Opens an interface; paths are compared without regard to case, as the system does. `access` is
+  // any of GENERIC_READ and GENERIC_WRITE, or 0 for a connection that is only asked for its
+  // attributes. The sink may be called before this has returned, until the connection is destroyed.
+  // On failure returns a Windows error code (ERROR_FILE_NOT_FOUND for an absent path) and stores
+  // nothing.
+  virtual DWORD Open(const std::wstring& path, DWORD access, HidInputSink& sink,
                      std::unique_ptr<HidConnection>& connection) = 0;
 };
 
@@ -99,8 +107,12 @@ class VirtualBus : public HidBus {
   virtual size_t OpenConnections() const = 0;
 };
 
-// The process's bus of simulated devices, which is also the bus that the platform's calls use.
+// The process's bus of simulated devices.
 VirtualBus& Bus();
+
+// The device file ("/dev/hidraw3") behind the path of an interface of the machine's; empty for any
+// other path. For hosts that explain why a device can't be opened.
+std::string HidNodeOf(const std::wstring& path);
 
 }  // namespace perilink::platform
 

@@ -26,6 +26,10 @@ namespace perilink::platform {
 void StartVirtual(uint64_t seed);
 bool IsVirtual();
 
+// For hosts and tests on simulated devices in real mode: from now on the process sees no device of
+// the machine's. Comes before the first call that looks for devices.
+void HideMachineDevices();
+
 // Microseconds of the world's monotonic clock. Costs nothing and yields nothing: for devices and
 // tests, not a model of a clock read.
 uint64_t NowMicros();

@@ -1,0 +1,192 @@
+// What the bus's keeper does: it follows the devices that come and go.
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iterator>
+#include <optional>
+#include <utility>
+
+#include "hidraw/hidraw_bus.h"
+#include "scheduler.h"
+#include "window_system.h"
+
+namespace perilink::platform {
+namespace {
+
+using std::chrono::milliseconds;
+
+// Opening a node that nobody has open takes the kernel 50 ms, and a host's direct commands open and
+// close one each.
+constexpr milliseconds kStaysOpen{2000};
+// The kernel wakes readers a moment before a node leaves /sys.
+constexpr milliseconds kCheckLost{50};
+
+void Announce(const DeviceNotice& device, bool arrived) {
+  if (!device.name.empty()) WindowSystem::Get().NotifyDeviceChange(device.name, arrived);
+}
+
+}  // namespace
+
+void HidrawBus::WakeKeeper() {
+  const uint64_t one = 1;
+  // Fails when it has been woken often enough.
+  [[maybe_unused]] const ssize_t written = write(wake_fd_, &one, sizeof one);
+}
+
+void HidrawBus::Keep() {
+  for (;;) {
+    pollfd waits[] = {{wake_fd_, POLLIN, 0}, {monitor_.fd(), POLLIN, 0}};
+    poll(waits, std::size(waits), KeeperTimeout());
+    uint64_t woken = 0;
+    [[maybe_unused]] const ssize_t count = read(wake_fd_, &woken, sizeof woken);
+    while (const std::optional<DeviceEvent> event = monitor_.Next())
+      Handle(*event);
+    CheckLost();
+    CloseIdle();
+    CloseDiscarded();
+  }
+}
+
+// Milliseconds until there is something to do without an event; -1: never.
+int HidrawBus::KeeperTimeout() {
+  const Clock::time_point now = Clock::now();
+  Clock::time_point next = Clock::time_point::max();
+  {
+    const DeviceGuard guard;
+    for (const NodePtr& node : nodes_) {
+      if (node->checks_left > 0) next = std::min(next, now + kCheckLost);
+      if (node->file == nullptr) continue;
+      // In use, it can't be idle for long enough before that either.
+      next = std::min(next, node->IdleSince().value_or(now) + kStaysOpen);
+    }
+  }
+  if (next == Clock::time_point::max()) return -1;
+  const auto wait = std::chrono::ceil<milliseconds>(std::max(next, now) - now);
+  return static_cast<int>(wait.count());
+}
+
+void HidrawBus::Handle(const DeviceEvent& event) {
+  switch (event.kind) {
+    case DeviceEvent::kNodeAdded:
+      return OnNodeAdded(event.folder);
+    case DeviceEvent::kNodeRemoved:
+      if (const NodePtr node = NodeIn(event.folder); node != nullptr) Remove(node);
+      return;
+    case DeviceEvent::kUsbAdded:
+      arriving_.insert(event.folder);
+      return;
+    case DeviceEvent::kUsbBound:
+      arriving_.erase(event.folder);
+      return Announce(UsbNotice(event.folder, event.product), true);
+    case DeviceEvent::kUsbRemoved:
+      arriving_.erase(event.folder);
+      return Announce(UsbNotice(event.folder, event.product), false);
+    case DeviceEvent::kMissed:
+      return Rescan();
+  }
+}
+
+void HidrawBus::OnNodeAdded(const std::string& folder) {
+  std::optional<SysfsNode> description = DescribeNode(folder);
+  if (!description || NodeIn(folder) != nullptr) return;
+  const DeviceNotice device = description->device;
+  Insert(std::make_shared<HidrawNode>(*std::move(description), true));
+  // Its device has been announced already, or will never be.
+  if (arriving_.count(device.folder) == 0) Announce(device, true);
+}
+
+// Both what came and what went while nobody told.
+void HidrawBus::Rescan() {
+  arriving_.clear();
+  std::vector<SysfsNode> present = DescribeAllNodes();
+  for (const NodePtr& node : Nodes()) {
+    const bool stays = std::any_of(present.begin(), present.end(), [&](const SysfsNode& found) {
+      return found.folder == node->description.folder;
+    });
+    if (stays) continue;
+    if (!node->description.device.folder.empty()) Announce(node->description.device, false);
+    Remove(node);
+  }
+  for (SysfsNode& found : present) {
+    if (NodeIn(found.folder) != nullptr) continue;
+    const DeviceNotice device = found.device;
+    Insert(std::make_shared<HidrawNode>(std::move(found), true));
+    Announce(device, true);
+  }
+}
+
+std::vector<HidrawBus::NodePtr> HidrawBus::Nodes() {
+  const DeviceGuard guard;
+  return nodes_;
+}
+
+HidrawBus::NodePtr HidrawBus::NodeIn(const std::string& folder) {
+  const DeviceGuard guard;
+  const auto found = std::find_if(nodes_.begin(), nodes_.end(), [&](const NodePtr& node) {
+    return node->description.folder == folder;
+  });
+  return found == nodes_.end() ? nullptr : *found;
+}
+
+void HidrawBus::Insert(const NodePtr& node) {
+  const DeviceGuard guard;
+  const auto after = [](const NodePtr& a, const NodePtr& b) {
+    return a->description.place < b->description.place;
+  };
+  nodes_.insert(std::upper_bound(nodes_.begin(), nodes_.end(), node, after), node);
+}
+
+void HidrawBus::Remove(const NodePtr& node) {
+  {
+    const DeviceGuard guard;
+    std::erase(nodes_, node);
+    StopReading(*node);
+    node->Remove();
+  }
+  // A USB device has an event of its own.
+  if (node->description.device.folder.empty()) Announce(node->description.device, false);
+}
+
+void HidrawBus::CheckLost() {
+  for (const NodePtr& node : Nodes()) {
+    {
+      const DeviceGuard guard;
+      if (node->checks_left == 0) continue;
+      --node->checks_left;
+    }
+    if (access(node->description.folder.c_str(), F_OK) != 0) Remove(node);
+  }
+}
+
+void HidrawBus::CloseIdle() {
+  const DeviceGuard guard;
+  for (const NodePtr& node : nodes_) {
+    if (node->file == nullptr) continue;
+    const std::optional<Clock::time_point> since = node->IdleSince();
+    if (!since || Clock::now() < *since + kStaysOpen) continue;
+    StopReading(*node);
+    node->file.reset();
+  }
+}
+
+// Whoever lets go of a file last may hold the device lock: the keeper closes it.
+void HidrawBus::Discard(NodeFile* file) {
+  {
+    const std::lock_guard lock(discarded_mutex_);
+    file->next_to_close = std::exchange(discarded_, file);
+  }
+  WakeKeeper();
+}
+
+void HidrawBus::CloseDiscarded() {
+  NodeFile* file = nullptr;
+  {
+    const std::lock_guard lock(discarded_mutex_);
+    file = std::exchange(discarded_, nullptr);
+  }
+  while (file != nullptr)
+    delete std::exchange(file, file->next_to_close);
+}
+
+}  // namespace perilink::platform
