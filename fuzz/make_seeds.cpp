@@ -22,6 +22,7 @@
 #include "support/device.h"
 #include "support/host.h"
 #include "support/loop_steps.h"
+#include "support/report_descriptors.h"
 
 namespace perilink::fuzz {
 namespace {
@@ -254,6 +255,14 @@ void MakeConfigs(const Folder& folder) {
   folder.Add("text", "macros[1].name=\"h\"");
 }
 
+void MakeDescriptors(const Folder& folder) {
+  folder.Add("mouse", testing::kMouseDescriptor);
+  folder.Add("commands", testing::kCommandDescriptor);
+  folder.Add("boot", testing::kBootDescriptor);
+  folder.Add("stacked", testing::kMouseDescriptor + Bytes{0xFE, 1, 0, 0, 0xA4, 0x77, 9, 9, 9, 9} +
+                            testing::kBootDescriptor + Bytes{0xB4} + testing::kCommandDescriptor);
+}
+
 // A word a line, in quotes; only letters, digits and what stands in paths.
 void MakeDictionary(const std::string& corpora) {
   std::ofstream file(std::filesystem::path(corpora) / "config_json.dict");
@@ -275,6 +284,7 @@ void MakeSeeds(const std::string& corpora) {
   MakeUpgrades(Folder(corpora, "upgrade_files"));
   MakeRecords(Folder(corpora, "registry_records"));
   MakeConfigs(Folder(corpora, "config_json"));
+  MakeDescriptors(Folder(corpora, "report_descriptor"));
   MakeDictionary(corpora);
 }
 

@@ -9,12 +9,15 @@ set -uo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 build=$root/build/fuzz
-targets=(dispatcher server_loop flash_images upgrade_files registry_records config_json)
+targets=(dispatcher server_loop flash_images upgrade_files registry_records config_json
+  report_descriptor)
 # Inputs of a brief run: some seconds each.
 declare -A brief_runs=([dispatcher]=5000 [server_loop]=800 [flash_images]=3000
-  [upgrade_files]=2000 [registry_records]=6000 [config_json]=600)
+  [upgrade_files]=2000 [registry_records]=6000 [config_json]=600
+  [report_descriptor]=200000)
 # The longest inputs, where those that a target makes of its seeds would be slow and say no more.
-declare -A longest=([dispatcher]=512 [server_loop]=400 [registry_records]=2048)
+declare -A longest=([dispatcher]=512 [server_loop]=400 [registry_records]=2048
+  [report_descriptor]=4096)
 
 prepare() {
   build_preset fuzz || return

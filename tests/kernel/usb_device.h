@@ -46,7 +46,8 @@ class UsbDevice {
   // Runs on the device's own thread.
   using Handler = std::function<Answer(size_t interface_number, Type type, const Bytes& report)>;
 
-  UsbDevice(const UsbIdentity& identity, std::vector<UsbInterface> interfaces, Handler handler = {});
+  UsbDevice(const UsbIdentity& identity, std::vector<UsbInterface> interfaces,
+            Handler handler = {});
   ~UsbDevice() { Unplug(); }
   UsbDevice(const UsbDevice&) = delete;
   UsbDevice& operator=(const UsbDevice&) = delete;
