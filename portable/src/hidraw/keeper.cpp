@@ -40,8 +40,13 @@ void HidrawBus::Keep() {
     poll(waits, std::size(waits), KeeperTimeout());
     uint64_t woken = 0;
     [[maybe_unused]] const ssize_t count = read(wake_fd_, &woken, sizeof woken);
-    while (const std::optional<DeviceEvent> event = monitor_.Next())
+    bool missed = false;
+    while (const std::optional<DeviceEvent> event = monitor_.Next()) {
+      missed |= event->kind == DeviceEvent::kMissed;
       Handle(*event);
+    }
+    // Not before all are taken: until then more are lost, of which nobody tells again.
+    if (missed) Rescan();
     CheckLost();
     CloseIdle();
     CloseDiscarded();
@@ -83,7 +88,7 @@ void HidrawBus::Handle(const DeviceEvent& event) {
       arriving_.erase(event.folder);
       return Announce(UsbNotice(event.folder, event.product), false);
     case DeviceEvent::kMissed:
-      return Rescan();
+      return;
   }
 }
 
