@@ -94,12 +94,14 @@ void UsbDevice::Plug() {
   close(ends[1]);  // the kernel holds its own
 }
 
+void UsbDevice::PullOut() {
+  const std::lock_guard lock(mutex_);
+  if (socket_ >= 0) shutdown(socket_, SHUT_RDWR);
+}
+
 void UsbDevice::Unplug() {
   if (!thread_.joinable()) return;
-  {
-    const std::lock_guard lock(mutex_);
-    shutdown(socket_, SHUT_RDWR);
-  }
+  PullOut();
   thread_.join();
   const std::lock_guard lock(mutex_);
   close(std::exchange(socket_, -1));

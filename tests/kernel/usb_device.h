@@ -52,9 +52,12 @@ class UsbDevice {
   UsbDevice(const UsbDevice&) = delete;
   UsbDevice& operator=(const UsbDevice&) = delete;
 
-  // Both return before the kernel has seen to it. Not from the handler.
+  // Both return before the kernel has seen to it. Not from the handler; in turn.
   void Plug();
   void Unplug();
+  // The first half of an unplug: the device is silent, and the kernel sees it go. Waits for
+  // nothing.
+  void PullOut();
   // An input report, as it is on the wire. Waits in the device until the host fetches it.
   void Send(size_t interface_number, Bytes report);
   // Takes the writes held so far.

@@ -15,7 +15,7 @@
 
 #include "path.h"
 #include "perilink_platform/error.h"
-#include "scheduler.h"
+#include "perilink_platform/world.h"
 
 namespace perilink::platform {
 namespace {

@@ -10,7 +10,7 @@
 
 #include "perilink_platform/error.h"
 #include "report_check.h"
-#include "scheduler.h"
+#include "perilink_platform/world.h"
 
 namespace perilink::platform {
 namespace {

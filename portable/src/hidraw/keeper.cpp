@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "hidraw/hidraw_bus.h"
-#include "scheduler.h"
+#include "perilink_platform/world.h"
 #include "window_system.h"
 
 namespace perilink::platform {
