@@ -38,6 +38,7 @@ NOT_RUN = {
     "./test": "it runs this check",
     "scripts/fuzz.sh": "it runs for as long as one likes; its brief form is a stage of ./test",
     "scripts/coverage.sh": "it runs all tests, in a build of its own",
+    "scripts/vm.sh": "it starts a virtual machine; the stage kernel runs in one",
     "scripts/bench.sh": "it measures, which wants a machine that does nothing else",
 }
 

@@ -137,6 +137,8 @@ std::string SelectDevice(const Context& context) {
 void FailUnanswered(const std::string& path, const std::string& what) {
   switch (AskRaw(path)) {
     case RawAnswer::kCannotOpen:
+      if (const std::string why = MissingPermission(path); !why.empty())
+        throw Failure(ExitCode::kNoDevice, why);
       throw Failure(ExitCode::kNoDevice, "the device can't be opened, or is gone: " + path);
     case RawAnswer::kOffline:
       FailOffline();

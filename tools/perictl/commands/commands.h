@@ -17,10 +17,12 @@ void AddConfigCommand(CLI::App& app, Context& context);
 void AddMacroCommand(CLI::App& app, Context& context);
 void AddUpgradeCommand(CLI::App& app, Context& context);
 void AddDemoCommand(CLI::App& app, Context& context);
+void AddUdevRuleCommand(CLI::App& app, Context& context);  // where the system has such rules
 
 inline constexpr void (*kAddCommands[])(CLI::App&, Context&) = {
     AddListCommand,   AddInfoCommand,  AddBatteryCommand, AddEventsCommand,
     AddConfigCommand, AddMacroCommand, AddUpgradeCommand, AddDemoCommand,
+    AddUdevRuleCommand,
 };
 
 }  // namespace perictl

@@ -5,10 +5,18 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <string>
 
 #include "perilink_platform/win32.h"
 
 namespace perictl {
+
+// Whether rules of the system's device manager say who may open a device.
+inline constexpr bool kHasUdev = true;
+
+// What to do about a device that is there and may not be opened by this user; empty if that isn't
+// so.
+std::string MissingPermission(const std::string& path);
 
 inline bool IsTerminal(std::FILE* file) {
   return isatty(fileno(file)) != 0;

@@ -175,6 +175,7 @@ void StartVirtualTime() {
 }
 
 void PlugVirtualDevice(const VirtualChoice& choice) {
+  platform::HideMachineDevices();
   static const TemporaryRegistry registry;
   if (choice.model == "keyboard") {
     device = new sim::Keyboard;

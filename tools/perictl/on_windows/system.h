@@ -13,8 +13,15 @@ extern "C" {
 #include <io.h>
 
 #include <cstdio>
+#include <string>
 
 namespace perictl {
+
+// No rules of the system's device manager say who may open a device.
+inline constexpr bool kHasUdev = false;
+
+// Always empty: whoever is logged in may open a device.
+std::string MissingPermission(const std::string& path);
 
 inline bool IsTerminal(std::FILE* file) {
   return _isatty(_fileno(file)) != 0;
