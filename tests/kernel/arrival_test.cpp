@@ -129,8 +129,9 @@ TEST_F(Arrival, NeedsPermission) {
     NEED(Eventually([] { return Paths().size() == 7; }));
     const std::wstring path = PathWith(kCommands);
     const auto start = Clock::now();
-    NEED(Handle(path).error() == ERROR_ACCESS_DENIED);
-    NEED(Since(start) < milliseconds(900));
+    for (int i = 0; i < 3; ++i)
+      NEED(Handle(path).error() == ERROR_ACCESS_DENIED);
+    NEED(Since(start) < milliseconds(2500));  // not tried again for a second, as in a container
     NEED(platform::HidNodeOf(path) == Nodes()[1]);
     self.Ready();
     NEED(Eventually([&] { return Handle(path).IsOpen(); }));

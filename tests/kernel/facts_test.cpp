@@ -90,20 +90,22 @@ TEST_F(Kernel, DropsTheNewestOfMoreThan63Reports) {
 }
 
 TEST_F(Kernel, TakesLongToOpenWhatNobodyHasOpen) {
-  std::vector<milliseconds> times;
-  std::vector<int> files;
-  for (int i = 0; i < 2; ++i) {
+  const auto time = [](int& fd) {
     const auto start = Clock::now();
-    files.push_back(Open(kBoot));
-    times.push_back(Since(start));
+    fd = Open(kBoot);
+    return Since(start);
+  };
+  int first = -1;
+  int more = -1;
+  EXPECT_GE(time(first), milliseconds(50));
+  milliseconds fastest = kPatience;
+  for (int i = 0; i < 10; ++i) {
+    fastest = std::min(fastest, time(more));
+    close(more);
   }
-  EXPECT_GE(times[0], milliseconds(50));
-  EXPECT_LT(times[1], milliseconds(50));
-  close(files[0]);
-  close(files[1]);
-  const auto start = Clock::now();
-  Open(kBoot);
-  EXPECT_GE(Since(start), milliseconds(50));
+  EXPECT_LT(fastest, milliseconds(40));
+  close(first);
+  EXPECT_GE(time(first), milliseconds(50));
 }
 
 TEST_F(Kernel, HoldsOpensWhileAWriteIsStuck) {

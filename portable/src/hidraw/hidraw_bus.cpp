@@ -1,6 +1,7 @@
 #include "hidraw/hidraw_bus.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -198,6 +199,7 @@ void HidrawBus::StopReading(const HidrawNode& node) {
 // ---- The reader -------------------------------------------------------------------------------
 
 void HidrawBus::Read() {
+  pthread_setname_np(pthread_self(), "hid-reader");
   std::array<epoll_event, 16> events{};
   for (;;) {
     const int count = epoll_wait(epoll_fd_, events.data(), static_cast<int>(events.size()), -1);

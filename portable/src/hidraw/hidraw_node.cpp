@@ -9,8 +9,8 @@
 #include <cerrno>
 
 #include "perilink_platform/error.h"
-#include "report_check.h"
 #include "perilink_platform/world.h"
+#include "report_check.h"
 
 namespace perilink::platform {
 namespace {

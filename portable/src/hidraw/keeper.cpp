@@ -1,5 +1,6 @@
 // What the bus's keeper does: it follows the devices that come and go.
 #include <poll.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -35,6 +36,7 @@ void HidrawBus::WakeKeeper() {
 }
 
 void HidrawBus::Keep() {
+  pthread_setname_np(pthread_self(), "hid-keeper");
   for (;;) {
     pollfd waits[] = {{wake_fd_, POLLIN, 0}, {monitor_.fd(), POLLIN, 0}};
     poll(waits, std::size(waits), KeeperTimeout());

@@ -20,9 +20,8 @@ void AddDemoCommand(CLI::App& app, Context& context);
 void AddUdevRuleCommand(CLI::App& app, Context& context);  // where the system has such rules
 
 inline constexpr void (*kAddCommands[])(CLI::App&, Context&) = {
-    AddListCommand,   AddInfoCommand,  AddBatteryCommand, AddEventsCommand,
-    AddConfigCommand, AddMacroCommand, AddUpgradeCommand, AddDemoCommand,
-    AddUdevRuleCommand,
+    AddListCommand,  AddInfoCommand,    AddBatteryCommand, AddEventsCommand,   AddConfigCommand,
+    AddMacroCommand, AddUpgradeCommand, AddDemoCommand,    AddUdevRuleCommand,
 };
 
 }  // namespace perictl
