@@ -1,10 +1,10 @@
 // The bus of HID interfaces behind the portable platform's SetupAPI, HidD_ and file calls.
 //
 // HidBus is what the platform's calls need of a bus. It has two fillings: the virtual bus, which
-// simulated devices are plugged into, and the bus of the machine's devices, over the kernel's hidraw
-// nodes. A process in real mode sees the machine's devices first, then those of its virtual bus; in
-// virtual mode, or when it asked for that (world.h), the virtual bus alone. Nothing above HidBus may
-// assume either.
+// simulated devices are plugged into, and the bus of the machine's devices, over the kernel's
+// hidraw nodes. A process in real mode sees the machine's devices first, then those of its virtual
+// bus; in virtual mode, or when it asked for that (world.h), the virtual bus alone. Nothing above
+// HidBus may assume either.
 //
 // Locking: buses and connections are called without the device lock of world.h and take it as they
 // need it. Opening, writing and setting a feature may wait for a device, up to five seconds; the
