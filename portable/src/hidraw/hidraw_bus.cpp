@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <exception>
 #include <future>
+#include <new>
 #include <thread>
 
 #include "path.h"
@@ -205,7 +206,11 @@ void HidrawBus::Read() {
     const int count = epoll_wait(epoll_fd_, events.data(), static_cast<int>(events.size()), -1);
     for (int i = 0; i < count; ++i) {
       const epoll_event& event = events[static_cast<size_t>(i)];
-      OnReadable(event.data.u64, (event.events & (EPOLLERR | EPOLLHUP)) != 0);
+      try {
+        OnReadable(event.data.u64, (event.events & (EPOLLERR | EPOLLHUP)) != 0);
+      } catch (const std::bad_alloc&) {
+        // The report that there was no memory for is lost, as in a full queue.
+      }
     }
   }
 }

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <exception>
 #include <iterator>
 #include <optional>
 #include <utility>
@@ -37,19 +38,24 @@ void HidrawBus::WakeKeeper() {
 
 void HidrawBus::Keep() {
   pthread_setname_np(pthread_self(), "hid-keeper");
+  bool missed = false;
   for (;;) {
     pollfd waits[] = {{wake_fd_, POLLIN, 0}, {monitor_.fd(), POLLIN, 0}};
     poll(waits, std::size(waits), KeeperTimeout());
     uint64_t woken = 0;
     [[maybe_unused]] const ssize_t count = read(wake_fd_, &woken, sizeof woken);
-    bool missed = false;
-    while (const std::optional<DeviceEvent> event = monitor_.Next()) {
-      missed |= event->kind == DeviceEvent::kMissed;
-      Handle(*event);
+    try {
+      while (const std::optional<DeviceEvent> event = monitor_.Next()) {
+        missed |= event->kind == DeviceEvent::kMissed;
+        Handle(*event);
+      }
+      // Not before all are taken: until then more are lost, of which nobody tells again.
+      if (std::exchange(missed, false)) Rescan();
+      CheckLost();
+    } catch (const std::exception&) {
+      // No memory: what was not done is made up for by a scan when there is something to do again.
+      missed = true;
     }
-    // Not before all are taken: until then more are lost, of which nobody tells again.
-    if (missed) Rescan();
-    CheckLost();
     CloseIdle();
     CloseDiscarded();
   }
