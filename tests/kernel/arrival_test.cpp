@@ -44,7 +44,10 @@ class Arrival : public ::testing::Test {
     ASSERT_EQ(std::system("udevadm control --reload"), 0);
   }
   // The device manager is still telling of the test before.
-  void SetUp() override { ASSERT_EQ(std::system("udevadm settle"), 0); }
+  void SetUp() override {
+    ASSERT_TRUE(WaitForNodes(0));
+    ASSERT_EQ(std::system("udevadm settle"), 0);
+  }
   void TearDown() override {
     WriteText("/proc/sys/net/core/rmem_max", "212992");
     unlink(kRules);

@@ -36,6 +36,7 @@ class MachineBus : public ::testing::Test {
   };
 
   void SetUp() override {
+    ASSERT_TRUE(WaitForNodes(0)) << "of the test before";
     device_.Plug();
     ASSERT_TRUE(WaitForNodes(3));
     ASSERT_TRUE(Eventually([] { return Paths().size() == 7; }));

@@ -77,7 +77,10 @@ int Upgrade(const Bytes& file, uint32_t seconds = 21) {
 
 class Library : public ::testing::Test {
  protected:
-  void SetUp() override { Plug(mouse); }
+  void SetUp() override {
+    ASSERT_TRUE(WaitForNodes(0)) << "of the test before";
+    Plug(mouse);
+  }
   // Ends when all of it is there.
   static void Plug(KernelDevice& device) {
     size_t collections = 0;
@@ -293,7 +296,7 @@ TEST_F(UnplugAtEveryStep, OfAnUpgrade) {
     ASSERT_TRUE(Eventually([] { return !Present().empty(); }));
     // On a busy machine an upgrade may end before it comes to that, and is started again.
     for (int tries = 0; tries < 3 && mouse->mode() != sim::Mode::kUnplugged; ++tries)
-      EXPECT_GT(Upgrade(file), 1) << "at packet " << packet;
+      EXPECT_GT(Upgrade(file, 6), 1) << "at packet " << packet;
     ASSERT_TRUE(Eventually([] { return Present().empty(); })) << "at packet " << packet;
   }
   mouse->boot_faults().Heal();
@@ -367,6 +370,7 @@ TEST(TwoProcesses, ShareADevice) {
     return 0;
   };
   Child other([&](Child&) { return ask(); });
+  ASSERT_TRUE(WaitForNodes(0));
   KernelDevice mouse;
   mouse->Plug();
   other.Go();

@@ -96,7 +96,8 @@ void UsbDevice::Plug() {
 
 void UsbDevice::PullOut() {
   const std::lock_guard lock(mutex_);
-  if (socket_ >= 0) shutdown(socket_, SHUT_RDWR);
+  // What the kernel has sent is still answered: it would wait seconds for the end of a write.
+  if (socket_ >= 0) shutdown(socket_, SHUT_RD);
 }
 
 void UsbDevice::Unplug() {
@@ -132,15 +133,17 @@ void UsbDevice::Release() {
 
 void UsbDevice::Serve(int socket) {
   Header header{};
+  Bytes data;
   while (ReceiveAll(socket, &header, sizeof header)) {
     if (be32toh(header.message) == kUnlink) {
       OnUnlink(header);
       continue;
     }
-    Bytes data(header.to_host != 0 ? 0 : be32toh(header.length));
-    if (!ReceiveAll(socket, data.data(), data.size())) return;
+    data.resize(header.to_host != 0 ? 0 : be32toh(header.length));
+    if (!ReceiveAll(socket, data.data(), data.size())) break;
     OnSubmit(header, data);
   }
+  shutdown(socket, SHUT_RDWR);
 }
 
 void UsbDevice::OnSubmit(const Header& header, const Bytes& data) {

@@ -55,8 +55,8 @@ class UsbDevice {
   // Both return before the kernel has seen to it. Not from the handler; in turn.
   void Plug();
   void Unplug();
-  // The first half of an unplug: the device is silent, and the kernel sees it go. Waits for
-  // nothing.
+  // The first half of an unplug: what has been written is answered, then the kernel sees it go.
+  // Waits for nothing; from the handler too.
   void PullOut();
   // An input report, as it is on the wire. Waits in the device until the host fetches it.
   void Send(size_t interface_number, Bytes report);
@@ -87,6 +87,7 @@ class UsbDevice {
 
   std::mutex mutex_;  // for all below
   int socket_ = -1;
+  bool pulled_out_ = false;                      // from the handler
   std::map<size_t, std::deque<Request>> polls_;  // of the host, by interface: not yet answered
   std::map<size_t, std::deque<Bytes>> reports_;  // not yet fetched
   std::deque<Request> held_;
