@@ -11,7 +11,7 @@ compile_one() {
   shift 3
   printf '#include <%s>\n' "$@" |
     "$compiler" -x "$language" -std="$standard" -fsyntax-only -Wall -Wextra -Wpedantic \
-      -Wconversion -Wshadow -Werror -Iinclude -Isrc -Iportable/include -Isim/include \
+      -Wconversion -Wshadow -Werror -Iinclude -Isrc -Iportable/include -Iportable/src -Isim/include \
       -Isim/portable/include -I. - ||
     {
       echo "$* does not compile alone with $compiler -std=$standard" >&2

@@ -26,8 +26,10 @@ std::optional<std::string> ReadAttribute(const fs::path& file) {
   std::string text;
   char part[4096];
   ssize_t count = 0;
-  while (text.size() < kLargestAttribute && (count = read(fd, part, sizeof part)) > 0)
-    text.append(part, static_cast<size_t>(count));
+  do {
+    count = read(fd, part, sizeof part);
+    if (count > 0) text.append(part, static_cast<size_t>(count));
+  } while (count == sizeof part && text.size() < kLargestAttribute);
   close(fd);
   if (count < 0) return std::nullopt;
   return text;
@@ -124,10 +126,9 @@ DeviceNotice UsbNotice(const std::string& folder, const std::string& product) {
 
 std::optional<SysfsNode> DescribeNode(const fs::path& link) {
   std::error_code error;
-  const fs::path folder = fs::canonical(link, error);
-  if (error) return std::nullopt;
-  const fs::path hid = fs::canonical(folder / "device", error);
-  if (error) return std::nullopt;
+  const fs::path target = fs::read_symlink(link, error);
+  const fs::path folder = error ? link : (link.parent_path() / target).lexically_normal();
+  const fs::path hid = folder.parent_path().parent_path();
   const std::optional<std::string> uevent = ReadAttribute(hid / "uevent");
   const std::optional<std::string> descriptor = ReadAttribute(hid / "report_descriptor");
   if (!uevent || !descriptor) return std::nullopt;
