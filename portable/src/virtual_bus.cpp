@@ -51,23 +51,18 @@ class Connection final : public HidConnection {
   void OnUnplugged() {
     interface_->OnClose();
     interface_ = nullptr;
+    Scheduler::Get().Set(unplugged_);
     sink_.OnRemoved();
   }
 
   DWORD WriteOutputReport(std::span<const uint8_t> report) override {
-    const DeviceGuard guard;
-    if (interface_ == nullptr) return ERROR_DEVICE_NOT_CONNECTED;
-    const size_t length = interface_->OutputReportLength();
-    const DWORD error = CheckReportSize(report.size(), length);
-    return error != 0 ? error : interface_->OnOutputReport(PaddedReport(report, length));
+    return Hand(report, &VirtualHidInterface::OutputReportLength,
+                &VirtualHidInterface::OnOutputReport);
   }
 
   DWORD SetFeatureReport(std::span<const uint8_t> report) override {
-    const DeviceGuard guard;
-    if (interface_ == nullptr) return ERROR_DEVICE_NOT_CONNECTED;
-    const size_t length = interface_->FeatureReportLength();
-    const DWORD error = CheckReportSize(report.size(), length);
-    return error != 0 ? error : interface_->OnFeatureReport(PaddedReport(report, length));
+    return Hand(report, &VirtualHidInterface::FeatureReportLength,
+                &VirtualHidInterface::OnFeatureReport);
   }
 
   HidAttributes Attributes() const override {
@@ -81,8 +76,26 @@ class Connection final : public HidConnection {
   }
 
  private:
+  using Length = size_t (VirtualHidInterface::*)() const;
+  using Handler = DWORD (VirtualHidInterface::*)(std::span<const uint8_t>);
+
+  DWORD Hand(std::span<const uint8_t> report, Length declared, Handler handler) {
+    DWORD error = 0;
+    {
+      const DeviceGuard guard;
+      if (interface_ == nullptr) return ERROR_DEVICE_NOT_CONNECTED;
+      const size_t length = (interface_->*declared)();
+      error = CheckReportSize(report.size(), length);
+      if (error == 0) error = (interface_->*handler)(PaddedReport(report, length));
+    }
+    if (error != ERROR_IO_PENDING) return error;
+    Scheduler::Get().Wait(unplugged_, kForever, {"a device that holds a report"});
+    return ERROR_DEVICE_NOT_CONNECTED;
+  }
+
   TheVirtualBus& bus_;
   VirtualHidInterface* interface_;  // null once it has been unplugged
+  Signal unplugged_{true};
   HidInputSink& sink_;
 };
 

@@ -79,6 +79,27 @@ TEST_F(UpgradeTest, ACallbackThatThrowsEndsNothing) {
   EXPECT_EQ(mouse.firmware().options().version, kNewVersion);
 }
 
+// The write stays where it is until the device is unplugged; the upgrade does not.
+TEST_F(UpgradeTest, AWriteThatNeverCompletesHoldsNoUpgrade) {
+  sim::Mouse mouse;
+  mouse.Plug();
+  const sim::Bytes file = FileFor(mouse);
+  mouse.faults().HoldWrite(sim::Next());
+  ASSERT_TRUE(RunUpgrade(file));
+  EXPECT_EQ(WithoutProgress(), (Events{{2, 8, 0, 1}}));
+  for (const bool start_packet : {true, false}) {
+    mouse.boot_faults().HoldWrite(sim::At(start_packet ? 1 : 3));
+    ASSERT_TRUE(RunUpgrade(file));
+    EXPECT_EQ(events.back(), (Event{2, 2, 3, 0}));
+    mouse.boot_faults().Heal();
+  }
+  ASSERT_TRUE(RunUpgrade(file));
+  EXPECT_EQ(events.back(), kSuccess.back());
+  EXPECT_EQ(mouse.firmware().options().version, kNewVersion);
+  mouse.Unplug();
+  Sleep(2000);
+}
+
 TEST_F(UpgradeTest, OneImageByEveryWay) {
   for (unsigned way = 0; way < 8; ++way) {
     SCOPED_TRACE(way);

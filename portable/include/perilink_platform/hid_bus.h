@@ -82,7 +82,8 @@ class VirtualHidInterface {
   virtual size_t FeatureReportLength() const = 0;  // 0: no feature report
   // What the host writes: 0, or the Windows error code that the write fails with. As on Windows, a
   // report shorter than its declared length has been padded with zeros and a longer one refused
-  // before the device sees it.
+  // before the device sees it. With ERROR_IO_PENDING the device holds the report: the write goes on
+  // until the interface vanishes.
   virtual DWORD OnOutputReport(std::span<const uint8_t> report) = 0;
   virtual DWORD OnFeatureReport(std::span<const uint8_t> report) = 0;
   // An open of this interface was made or closed (for fault injection and for tests that count).

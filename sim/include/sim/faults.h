@@ -99,6 +99,9 @@ class Faults {
 
   // Occasions: requests.
   Faults& FailWrite(When when, uint32_t error = 31 /* ERROR_GEN_FAILURE */);
+  // The host's write does not come back until the device is unplugged. Where a bus can't hold a
+  // write, it fails.
+  Faults& HoldWrite(When when) { return FailWrite(when, 997 /* ERROR_IO_PENDING */); }
   Faults& Ignore(When when);
   Faults& Silence();  // ignores every request from now on
   // The device handles the request, and is gone before its reply.
