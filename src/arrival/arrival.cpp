@@ -16,8 +16,8 @@ using std::memory_order_relaxed;
 constexpr GUID kUsbDeviceInterface = {
     0xA5DCBF10, 0x6530, 0x11D2, {0x90, 0x1F, 0x00, 0xC0, 0x4F, 0xB9, 0x51, 0xED}};
 
-// The class has the system's own procedure, each window gets ours: a window that has been given up
-// can be handed back to the system, so that nothing leads into a library that is gone.
+// The class has the system's own procedure, and each window gets ours. A window that is given up
+// gets the system's back, so that no message reaches a library that may be gone.
 HWND CreateHiddenWindow() {
   const HMODULE module = LibraryModule();
   WNDCLASSW window_class{};
@@ -34,7 +34,7 @@ void SetProcedure(HWND window, WNDPROC procedure) {
   SetWindowLongPtrW(window, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(procedure));
 }
 
-// False for a window that went with its thread, and for another one that has been given its handle.
+// False if the window went with its thread, even if another window has its handle by now.
 bool HasProcedure(HWND window, WNDPROC procedure) {
   return window != nullptr &&
          GetWindowLongPtrW(window, GWLP_WNDPROC) == reinterpret_cast<LONG_PTR>(procedure);
@@ -90,8 +90,8 @@ void ArrivalNotifier::Stop() {
     // Only its own thread can destroy a window: the default handling of this message does it there.
     PostMessageW(window, WM_CLOSE, 0, 0);
   }
-  // Elsewhere nobody can tell whether the window's thread is just handling a message: the library
-  // then stays loaded, whatever its host does.
+  // On another thread nothing tells whether the window's thread is just handling a message: the
+  // library then stays loaded until the process ends.
   if (GetCurrentThreadId() == window_thread_ && messages_inside_ == 0) module_.Release();
 }
 

@@ -24,7 +24,7 @@ constexpr uint8_t kNearFullMeasured = 95;
 constexpr uint8_t kNearFullReported = 85;
 constexpr uint8_t kFull = 100;
 constexpr uint8_t kLow = 15;
-// Readings of a full battery in a row, before the shown level is full as well.
+// So many readings of a full battery in a row make the shown level full as well.
 constexpr int kFullReadings = 9;
 
 // The ages of a starting point, in seconds, between which it bounds the measured level.
@@ -209,7 +209,7 @@ bool BatteryOptimizer::TakeBatteryAnswer(ServerReportCallback callback) {
 
 // ---- Polling ----------------------------------------------------------------------------------
 
-// A level above 100 percent, of a record or of the device's, ends here.
+// Cuts a level of a record or of the device to 100 percent.
 void BatteryOptimizer::SetReportedLevel(int level) {
   reported_level_ = static_cast<uint8_t>(std::clamp<int>(level, 0, kFull));
 }
@@ -243,8 +243,8 @@ void BatteryOptimizer::PollStep() {
   if (!smoothing_armed) Arm(smoothing_timer_, 0);
 }
 
-// Both questions are asked whatever becomes of the first, and the reading is kept even when the
-// device's address is not known: a host that reads the battery sees the newest one.
+// Sends both commands even if the first fails, and keeps the reading even if the device's address
+// is not known: a host that reads the battery sees the newest one.
 bool BatteryOptimizer::ReadDevice(CommandFrame& on_line_reply) {
   std::wstring path;
   try {
@@ -287,7 +287,7 @@ BatteryOptimizer::StartingPoint BatteryOptimizer::LoadStartingPoint(const Starti
                                 .elapsed_seconds = static_cast<int32_t>(now - record.time),
                                 .level = record.level};
   const std::lock_guard guard(lock_);
-  // What the host has set while the registry was read stands for the next estimate.
+  // A starting point that the host has set while the registry was read is kept.
   if (starting_point_ == host) starting_point_ = loaded;
   return loaded;
 }

@@ -1,6 +1,6 @@
 // The battery optimiser: turns the jumping battery level of a device into one that moves a percent
-// at a time, and remembers it from one connection to the next. What a level, a battery event and a
-// connection mean is decided here alone.
+// at a time, and keeps it from one connection to the next. Nothing outside decides what a level, a
+// battery event or a connection means.
 //
 // The server thread drives it; hosts configure it from any thread. Functions say which.
 #ifndef PERILINK_SRC_BATTERY_OPTIMIZER_H_
@@ -50,9 +50,9 @@ class BatteryOptimizer {
   void SetLastBattery(int32_t elapsed_seconds, uint8_t level);
   // The next successful poll runs the start estimate again.
   void Restart() { first_reading_done_.store(false, std::memory_order_relaxed); }
-  // The host's driver is there: the battery is polled at once. Or it has gone: nothing is polled or
-  // reported, by a step that is under way either, until the device is opened again, sends a battery
-  // event, or the driver is back.
+  // True: the host's driver is there, and the battery is polled at once. False: it has gone. Then
+  // nothing is polled or reported, not even by a step under way, until the device is opened again,
+  // the device sends a battery event, or the driver is back.
   void SetDriverStatus(bool present);
 
   // ---- What the server tells it: the server thread --------------------------------------------
@@ -62,8 +62,8 @@ class BatteryOptimizer {
   // std::bad_alloc and has then done nothing.
   void Connect(const std::wstring& path);
 
-  // What falls due: a poll, which asks the device for its address and its battery and takes up to
-  // some hundred milliseconds, and a step of the smoothing. For every pass of the server.
+  // Does what is due: a poll, which asks the device for its address and its battery and can take
+  // some hundred milliseconds, and a step of the smoothing. The server calls it in every pass.
   void Drive(ServerReportCallback callback);
   // When Drive has something to do next, on the clock of GetTickCount64; UINT64_MAX for never.
   uint64_t NextDueMs() const;
@@ -77,8 +77,8 @@ class BatteryOptimizer {
   // instead. False when the optimiser is off, and the device's own answer counts.
   bool TakeBatteryAnswer(ServerReportCallback callback);
 
-  // The connection is over: saves the reported level if that is allowed and the optimiser is
-  // enabled, and forgets what belongs to the connection.
+  // The connection is over: saves the reported level if saving is allowed and the optimiser is
+  // enabled, then clears the connection's state.
   void EndConnection();
 
  private:
@@ -97,8 +97,8 @@ class BatteryOptimizer {
     bool operator==(const StartingPoint&) const = default;
   };
 
-  // A step arms a timer only if the host hasn't set or stopped it since the step began: the host's
-  // word is the later one.
+  // A step arms a timer only if the host has neither set nor stopped it since the step began: the
+  // host's call is the later one and holds.
   void BeginStep();
   void Arm(IntervalTimer& timer, uint32_t interval_ms);
   void RestartSmoothing();  // the same interval again from now; nothing when it is not armed
@@ -130,8 +130,8 @@ class BatteryOptimizer {
   std::atomic<uint32_t> near_full_interval_ms_{300000};
   std::atomic<bool> first_reading_done_{false};
 
-  // Values of several fields, and texts, that hosts may touch while the server thread runs. The
-  // lock is held for a copy, never while a device, the registry or the host is called.
+  // Guards the settings that hosts may change while the server thread runs. It is held for a copy,
+  // never while a device, the registry or the host is called.
   mutable std::mutex lock_;
   VoltageTable voltages_ = kDefaultVoltages;
   bool voltages_supplied_ = false;

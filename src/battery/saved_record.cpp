@@ -11,7 +11,7 @@ namespace {
 
 constexpr wchar_t kRegistryKey[] = L"Software\\DeviceBatteryOptimize";
 
-// A short text in a buffer of its own: names and values are built where nothing can fail.
+// A short text in a fixed buffer: building a name or a value can't fail.
 class ShortText {
  public:
   ShortText& Append(std::wstring_view text) {

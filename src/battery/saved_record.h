@@ -11,7 +11,7 @@ namespace perilink {
 // Three bytes that tell one device from another.
 using DeviceAddress = std::array<uint8_t, 3>;
 
-// What a record says. A missing or malformed one says: full, ages ago.
+// A record's contents. A missing or malformed record counts as a full battery, saved in 1970.
 struct SavedRecord {
   uint32_t time = 0;  // low 32 bits of the calendar time of saving, in seconds
   uint8_t level = 100;

@@ -5,7 +5,7 @@
 namespace perilink {
 
 DeviceInfo DecodeDeviceInfo(const uint8_t* data) {
-  // The bytes before are the request's pseudo-random ones.
+  // The first four bytes are the request's pseudo-random ones.
   return DeviceInfo{{data[4], data[5], data[6]}};
 }
 

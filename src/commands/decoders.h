@@ -1,5 +1,5 @@
-// What the data of an answer mean, whoever asked: a direct command on the caller's thread, or the
-// server, whose host decodes what its callback gets.
+// Decodes the data of an answer, both for direct commands and for hosts that decode what the
+// server's callback gives them.
 #ifndef PERILINK_SRC_COMMANDS_DECODERS_H_
 #define PERILINK_SRC_COMMANDS_DECODERS_H_
 

@@ -15,7 +15,7 @@
 namespace perilink {
 namespace {
 
-// Set commands declare all ten data bytes, whatever of them they use; Get commands declare none.
+// Set commands declare all ten data bytes, however few they use; Get commands declare none.
 constexpr uint8_t kSetLength = 10;
 constexpr uint8_t kGetLength = 0;
 // The two customer and model id commands address the keyboard target, whatever the flag.

@@ -34,8 +34,8 @@ class LayerRead {
     if (!link_.Open(path)) return {};
     for (size_t at = 0; at < keys_.size(); at += kPiece) {
       if (!ReadPiece(at)) return {};
-      // An answer taken without its address may have been a late one to another piece, now that the
-      // device turns out to echo addresses.
+      // The device echoes addresses after all: an answer that was taken without a matching address
+      // may have been a late one to another piece.
       if (first_unproven_ && echo_.known()) {
         at = *first_unproven_;
         first_unproven_.reset();

@@ -1,6 +1,6 @@
 // Lists and byte blocks in the forms that the narrow and the managed families return.
 //
-// None of these throws. What memory runs out for is released again, and the result is null.
+// None of these throws. If memory runs out, all is released again and the result is null.
 #ifndef PERILINK_SRC_INTEROP_TEXT_H_
 #define PERILINK_SRC_INTEROP_TEXT_H_
 

@@ -1,4 +1,4 @@
-// What ends a thread's wait: something that it waits for, another thread, or a moment in time.
+// A wait that three things can end: a signalled object, another thread, or a deadline.
 #ifndef PERILINK_SRC_PLATFORM_ALARM_H_
 #define PERILINK_SRC_PLATFORM_ALARM_H_
 
@@ -20,8 +20,8 @@ class Alarm {
  public:
   enum class Cause { kSignalled, kWoken, kTime };
 
-  // Of all that the system can't make, an alarm is without: without its event nobody wakes it,
-  // without its timer a precise wait spins.
+  // If the system can't make the event, Wake has no effect. If it can't make the timer, a precise
+  // wait spins.
   Alarm();
   Alarm(const Alarm&) = delete;
   Alarm& operator=(const Alarm&) = delete;

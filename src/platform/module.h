@@ -10,8 +10,8 @@ namespace perilink {
 // The module that this code is in.
 HMODULE LibraryModule();
 
-// Keeps the library loaded until it is released. Release it from code that somebody else keeps
-// loaded: within an export that is the host.
+// Keeps the library loaded until it is released. Release it only where something else keeps the
+// library loaded; within an export its host does.
 class ModuleReference {
  public:
   ModuleReference() = default;

@@ -1,4 +1,4 @@
-// What the C runtime offers on Windows and means otherwise elsewhere.
+// Services of the C runtime that differ between Windows and other systems.
 #ifndef PERILINK_SRC_PLATFORM_RUNTIME_H_
 #define PERILINK_SRC_PLATFORM_RUNTIME_H_
 

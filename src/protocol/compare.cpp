@@ -67,7 +67,7 @@ void CompareShortcut(size_t index, ShortcutKey& shortcut, ShortcutKey& previous,
   EncodeShortcut(previous, old_slot);
   if (slot == old_slot) return;
 
-  // An emptied shortcut counts no events by now: its count goes out as it was, with an erased byte.
+  // An emptied shortcut has count 0 by now: its write is the count alone, and one erased byte.
   const size_t length = ShortcutLength(shortcut.count);
   const size_t address = PERILINK_SHORTCUT_ADDRESS + index * PERILINK_SHORTCUT_SLOT_SIZE;
   std::copy_n(slot.begin(), length, AddWrite(writes, address, length).data.begin());
@@ -86,7 +86,7 @@ void CompareMacro(size_t index, const MacroKey& macro, MacroKey& previous,
   auto old_slot = slot;
   EncodeMacro(macro, slot);
   EncodeMacro(previous, old_slot);
-  // An old macro that fits no slot says nothing of what the device holds.
+  // An old macro that fits no slot doesn't tell what the device holds: the new one is written.
   if (slot == old_slot && FitsSlot(previous)) return;
 
   const size_t length = MacroLength(macro.count);

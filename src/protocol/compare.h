@@ -29,8 +29,8 @@ struct FlashWrite {
 // write comes of it. A macro that doesn't fit into its slot (count over 70, name over 30) is passed
 // over: `previous` keeps what it has. The two may be one record: nothing to write.
 //
-// `before`, unless null, gets a copy of `previous` as it was, made only when the records differ:
-// for who may fail to pass the writes on.
+// `before`, unless null, gets a copy of `previous` as it was, made only when the records differ. A
+// caller that can't queue the writes puts it back.
 //
 // Throws std::bad_alloc only before it has changed either record.
 std::vector<FlashWrite> CompareProtocolData(ProtocolData& record, ProtocolData& previous,

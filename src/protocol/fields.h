@@ -1,5 +1,5 @@
-// The walk over the table of fields, and the one way in which a field of the configuration image is
-// taken over into a record.
+// The walk over the table of fields, and how a field of the configuration image is taken over into
+// a record.
 #ifndef PERILINK_SRC_PROTOCOL_FIELDS_H_
 #define PERILINK_SRC_PROTOCOL_FIELDS_H_
 

@@ -36,7 +36,7 @@ constexpr size_t MacroLength(uint8_t count) {
 static_assert(ShortcutLength(kMaxShortcutEvents) <= PERILINK_SHORTCUT_SLOT_SIZE);
 static_assert(MacroLength(kMaxMacroEvents) <= PERILINK_MACRO_SLOT_SIZE);
 
-// Count 0 and all events zero. The bytes that nobody uses stay.
+// Sets the count and all events to 0. The record's unused bytes stay.
 void EmptyShortcut(ShortcutKey& shortcut);
 
 // Writes the count and, when it is in range, the events and their check byte; empties `shortcut`

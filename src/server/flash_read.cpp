@@ -193,7 +193,7 @@ void FlashRead::TakeMacroProbe(uint8_t slot, Data data) {
                     static_cast<uint8_t>(kTagMacro + slot)));
 }
 
-// Through the record and back: the slot is stored in its normalised form.
+// Decodes the slot into the record and encodes it again: the image gets its normalised form.
 void FlashRead::TakeMacro(uint8_t slot, Data data) {
   MacroKey macro{};
   DecodeMacro(data.first<PERILINK_MACRO_SLOT_SIZE>(), macro);
@@ -201,8 +201,8 @@ void FlashRead::TakeMacro(uint8_t slot, Data data) {
   ProbeMacro(static_cast<uint8_t>(slot + 1));
 }
 
-// The library's own record takes the image. What updates have put into the record, and what still
-// waits in the queue for its turn, stays in it: it describes what the device will hold.
+// The stored record takes the image, with all writes laid over it that still wait in the queue: it
+// describes what the device will hold.
 bool FlashRead::Store() {
   believed_ = image_;
   const ServerState::Queues queues = state_.LockQueues();

@@ -17,8 +17,8 @@ constexpr int64_t kMicrosPerMs = 1000;
 constexpr int64_t kWriteSpacingMicros = 8 * kMicrosPerMs;
 constexpr uint32_t kReplyTimeoutMs = 100;
 constexpr uint32_t kClearSettingTimeoutMs = 5000;
-// The optimiser's settings, which a host changes without a word to the loop, count after this time
-// at the latest, as they do after an idle sleep.
+// A host changes the optimiser's settings without waking the loop. They take effect within this
+// time, as they do after an idle sleep.
 constexpr int64_t kLongestWaitMicros = 100 * kMicrosPerMs;
 // Writes without a valid report between them that make the device count as deaf.
 constexpr uint32_t kUnansweredWriteLimit = 5;
@@ -73,7 +73,8 @@ void ServerLoop::Reopen() {
   write_count_ = 0;
 }
 
-// An answer from the connection before never comes: a frame that awaits one is written again.
+// The new connection brings no answer to a frame that was written on the old one: the frame is
+// written again.
 void ServerLoop::ForgetAwaitedReply() {
   turn_micros_.reset();
   if (!std::exchange(awaiting_reply_, false)) return;
@@ -88,7 +89,7 @@ void ServerLoop::Write() {
   bool in_doubt = false;
   {
     ServerState::Queues queues = state_.LockQueues();
-    // What is queued now is for another device, perhaps.
+    // The queue may already hold frames for the next device.
     if (state_.ReopenRequested()) return;
     in_doubt = ReplyIsOverdue(queues);
     if (HeadsTurn(queues) && !WriteHead(queues)) {
@@ -147,7 +148,7 @@ void ServerLoop::Read() {
   if (arrival == Arrival::kFailure || refused) presence_.Hint(GetTickCount64());
   if (arrival != Arrival::kReport) return;
   const std::optional<ValidFrame> report = link_.frame();
-  // Once a reopen is asked for, this is the word of a device that the host has left.
+  // Once a reopen is asked for, the report comes from a device that the host has left.
   if (!report || state_.ReopenRequested()) return;
   if (dispatcher_.DispatchReport(*report) == Meaning::kAnswer) awaiting_reply_ = false;
   write_count_ = 0;
@@ -224,13 +225,14 @@ void RunServerLoop() noexcept {
   if (turn.Take(run)) {
     Guarded([] {
       ServerState& state = ServerState::Instance();
-      // Asked to end with nothing begun: a host that waits for the end finds that it is there.
+      // After an exit without a start there is nothing to run: a host that waits for the end of the
+      // loop returns at once.
       if (!state.ExitRequested() || state.ReopenRequested()) ServerLoop(state).Run();
     });
     turn.Give();
     return;
   }
-  // A host that waits for the end, or one that runs the loop beside the server's thread.
+  // The caller waits for the end, or would run a second loop beside the server's thread.
   constexpr DWORD kLookMs = 10;
   while (turn.Lasts(run))
     Sleep(kLookMs);

@@ -1,5 +1,5 @@
-// The loop of the background server. Whoever runs it, the thread of a start export, a host's own
-// thread or a test, runs this.
+// The loop of the background server. The thread of a start export runs it, or a host's own thread,
+// or a test.
 #ifndef PERILINK_SRC_SERVER_LOOP_H_
 #define PERILINK_SRC_SERVER_LOOP_H_
 
@@ -58,7 +58,7 @@ class ServerLoop {
   void ForgetAwaitedReply();
 
   void Write();
-  // The head may be written a while after it was found: frames are spaced by it.
+  // Whether the head may be written: 8 ms after the loop has found it, which spaces the frames.
   bool HeadsTurn(ServerState::Queues& queues);
   // False when the write failed.
   bool WriteHead(ServerState::Queues& queues);

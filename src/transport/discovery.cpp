@@ -30,8 +30,8 @@ std::wstring PathIn(const Detail& detail, DWORD size) {
   return std::wstring(path, std::find(path, path + capacity, L'\0'));
 }
 
-// Nullopt when the path can't be told, or is longer than `size` bytes have room for: `needed` then
-// says how many it needs.
+// Nullopt when the system can't tell the path, or when `size` bytes are too few for it: `needed` is
+// then the number of bytes that it takes.
 std::optional<std::wstring> InterfacePath(HDEVINFO set, SP_DEVICE_INTERFACE_DATA& item,
                                           Detail* detail, DWORD size, DWORD& needed) {
   // The size of the fixed part, not of the buffer.
@@ -41,7 +41,7 @@ std::optional<std::wstring> InterfacePath(HDEVINFO set, SP_DEVICE_INTERFACE_DATA
   return PathIn(*detail, size);
 }
 
-// Most paths have 80 to 120 characters: they need one call, and no memory beside the text's.
+// Most paths have 80 to 120 characters: one call and one allocation, the text's, are enough.
 std::optional<std::wstring> InterfacePath(HDEVINFO set, SP_DEVICE_INTERFACE_DATA& item) {
   constexpr size_t kUsualSize = 1024;
   alignas(Detail) std::array<std::byte, kUsualSize> usual{};

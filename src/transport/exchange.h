@@ -9,7 +9,7 @@
 
 namespace perilink {
 
-// Tries and patience of the library's own commands: three writes, 100 ms each.
+// The library's own commands are written up to three times and wait 100 ms after each write.
 inline constexpr int32_t kExchangeRetries = 2;
 inline constexpr int32_t kExchangeTimeoutMs = 100;
 

@@ -78,8 +78,7 @@ inline uint16_t FrameAddress(const CommandFrame& frame) {
   return static_cast<uint16_t>(frame.address_high << 8 | frame.address_low);
 }
 
-// A report whose checksum holds. There is no other way to make one, so whoever has one need not
-// test it.
+// A report whose checksum holds. Only Check makes one, so code that is given one need not test it.
 class ValidFrame {
  public:
   // Looks at the report's first 17 bytes; those that are missing count as zeros.

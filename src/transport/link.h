@@ -1,6 +1,5 @@
-// The one place where a device is open: both of its handles, the read that is posted on it, and
-// what must happen before either may be closed. All talk with a device, of whatever protocol,
-// stands on a link.
+// An open device: both of its handles, the read that is posted on it, and what must happen before
+// they may be closed. Every exchange with a device, of whatever protocol, uses a link.
 #ifndef PERILINK_SRC_TRANSPORT_LINK_H_
 #define PERILINK_SRC_TRANSPORT_LINK_H_
 
@@ -17,12 +16,12 @@
 
 namespace perilink {
 
-// The two handles of an open device. Any may be invalid: what needs it then fails. Writing may be
-// done on any thread.
+// The two handles of an open device. Either may be invalid: a call that needs it then fails. Any
+// thread may write.
 class DeviceHandles {
  public:
   // Opens the interface that is written, then the one that is read, each for reading and writing,
-  // shared. Null: none, and its handle is null.
+  // shared. A null path opens nothing and gives a null handle.
   void Open(const std::wstring* write_path, const std::wstring* read_path);
   // Cancels what the calling thread has pending, and closes what is valid.
   void Close();
@@ -33,8 +32,8 @@ class DeviceHandles {
   intptr_t WriteHandleNumber() const { return reinterpret_cast<intptr_t>(write_.Get()); }
   intptr_t ReadHandleNumber() const { return reinterpret_cast<intptr_t>(read_.Get()); }
 
-  // One output report, or one feature report of at most 256 bytes, id first; returns when the
-  // device has it.
+  // Sends one output report, or one feature report of at most 256 bytes, report id first. Returns
+  // when the device has taken it.
   bool Write(std::span<const uint8_t> report) const;
   bool SendFeature(std::span<const uint8_t> report) const;
 
@@ -72,7 +71,7 @@ class Link {
   // because the system has no event to give: the handles are open, or not, all the same.
   bool Open(const std::wstring* write_path, const std::wstring* read_path);
   bool Open(const std::wstring& path) { return Open(&path, &path); }
-  // For handles that are open already: the same result.
+  // The same for handles that are open already.
   bool Prepare();
   // Ends the posted read, waits until the system has let go of its memory, and closes the handles.
   void Close();
@@ -85,17 +84,17 @@ class Link {
 
   // Whether a read is posted.
   bool listening() const { return CanWait() && read_->pending(); }
-  // Posts a read unless one is pending. Waiting does it, too; before a write it makes sure that
-  // the answer finds it posted.
+  // Posts a read unless one is pending. Next does so too. Call it before a write, so that an answer
+  // that comes at once finds a read.
   void Listen();
 
-  // The next report, or what comes first. A read that could not be posted is tried again at the
-  // next wait; until then a few milliseconds pass, so that nobody spins on a device that refuses.
+  // Waits for the next report, the end of the time or the alarm, whichever comes first. If the
+  // device refuses the read, the wait ends after 10 ms at most, and the next call posts it again.
   Arrival Next(uint32_t timeout_ms);
   Arrival Next(Alarm& alarm, Deadline deadline);
 
-  // The report that the last Next has brought: as it came, nothing in it is tested, with zeros
-  // beyond what was sent. Valid until the next Listen or Next.
+  // The report of the last Next, unchecked, with zeros beyond what the device sent. Valid until the
+  // next Listen or Next.
   std::span<const uint8_t> report() const;
   // The same as a command frame, if its checksum holds.
   std::optional<ValidFrame> frame() const { return ValidFrame::Check(report()); }

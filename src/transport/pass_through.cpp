@@ -85,7 +85,7 @@ bool ExchangeRaw(std::span<const uint8_t> request, std::span<uint8_t> reply) {
   if (!handles) return false;
   Link link(*handles, reply.size());
   if (!link.Prepare()) return false;
-  // One read serves both tries. It is drained when it goes, whatever became of them.
+  // One read serves both tries. The link's destructor drains it, however they end.
   link.Listen();
   for (int tries = kRawTries; tries > 0; --tries) {
     if (link.Write(std::span(copy).first(request.size())) && TakeReply(link, reply)) return true;

@@ -28,7 +28,8 @@ class AddressEcho {
     return known_ ? AddressMatch::kForeign : AddressMatch::kUnproven;
   }
 
-  // From then on what went for unproven counts as foreign: who has taken such an answer asks again.
+  // Once true, an answer that was taken as unproven may have been foreign: its request is asked
+  // again.
   bool known() const { return known_; }
 
  private:

@@ -10,8 +10,8 @@
 
 namespace perilink {
 
-// The present interfaces whose path contains the key. A search for which there is not enough memory
-// is repeated for a second: an upgrade that has begun is not to end for it.
+// The present interfaces whose path contains the key. If memory runs out, the search is repeated
+// for up to a second, so that a short lack of memory ends no upgrade.
 HidPathList FindDevicePaths(const std::wstring& key);
 
 // Whether exactly one device shows itself in normal mode, with both of its interfaces.

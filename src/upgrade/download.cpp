@@ -80,7 +80,7 @@ class Download {
     if (!HasPacketToWrite(record_)) return;
     UpgradePacket& packet = record_.packets.front();
     const auto bytes = std::span<const uint8_t>(packet.data).first(PacketLength(record_));
-    // A write that does not come back uses up the time that the download has without one.
+    // A write that does not return counts as inactivity of the device.
     if (writer_.Send(record_.header.packet_template, bytes, TimeLeftMs()) == Sent::kYes) {
       packet.pending = 0;
       last_write_ms_ = GetTickCount64();
@@ -90,8 +90,8 @@ class Download {
     }
   }
 
-  // A packet that could not be written is tried again after a tick; otherwise only a reply or the
-  // end of the time can bring news.
+  // Waits a tick if a packet could not be written and is to be tried again; otherwise until a reply
+  // comes or the time is over.
   bool WaitForReply() {
     const DWORD wait_ms =
         HasPacketToWrite(record_) ? kTickMs : std::min(TimeLeftMs(), kLongestWaitMs);

@@ -12,8 +12,8 @@ namespace perilink {
 // True when the device has reported the end of its upgrade. On the upgrade thread.
 bool DownloadFile(UsbUpgradeFile& record);
 
-// A report of a boot loader, with zeros beyond what it sent. Boot loaders close theirs with no
-// checksum: whatever it says may be damaged.
+// A report of a boot loader, with zeros beyond what it sent. It carries no checksum: any of its
+// bytes may be damaged.
 struct BootReport {
   std::array<uint8_t, kPacketDataSize> bytes{};
   uint8_t operator[](size_t index) const { return bytes[index]; }

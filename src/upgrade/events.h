@@ -36,8 +36,8 @@ void SendUpgradeEvent(UpgradeCallback callback, uint8_t kind, uint8_t code, uint
 void SendUpgradeEvent(const UsbUpgradeFile& record, uint8_t kind, uint8_t code, uint8_t arg1 = 0,
                       uint8_t arg2 = 0) noexcept;
 
-// The upgrade has come to its end with this device. The host is told when the device has been let
-// go of and the next upgrade can be started: its last event is the last thing of an upgrade.
+// Notes how the upgrade of this device ended. The host gets the event when the device's handles are
+// closed and the next upgrade can be started: the event is the last step of an upgrade.
 void EndUpgrade(UsbUpgradeFile& record, ResultCode code, uint8_t arg1 = 0, uint8_t arg2 = 0);
 
 // For a count of interfaces in an event's one byte.

@@ -59,8 +59,8 @@ std::wstring Widen(const char* ascii) {
   return {ascii, ascii + std::char_traits<char>::length(ascii)};
 }
 
-// Texts come from files that anybody may have made: what they hold is not to end a line or to speak
-// to a terminal that shows the file.
+// Texts come from files of any origin. They must neither end a line nor send escape sequences to a
+// terminal that shows the log.
 bool IsPrintable(std::wint_t code) {
   return (code >= 0x20 && code <= 0x7E) || (code >= 0xA0 && code <= 0xFF);
 }

@@ -22,7 +22,7 @@ namespace perilink {
 
 struct UsbUpgradeFile;
 
-// A piece of a line: a text, which is not copied, or a number, which stands there in decimal.
+// A piece of a line: a text, which is not copied, or a number, which is written in decimal.
 struct LogPart {
   LogPart(std::wstring_view part) : text(part) {}
   LogPart(const std::wstring& part) : text(part) {}

@@ -11,7 +11,7 @@
 namespace perilink {
 namespace {
 
-// How long the thread, or the end of its writer, goes without looking whether the other is there.
+// The longest wait of the thread for its writer, and of the writer's end for the thread.
 constexpr DWORD kLongestIdleMs = 1000;
 
 // Made signalled by one thread and reset by the wait of the other.
@@ -42,7 +42,7 @@ ReportWriter::~ReportWriter() {
   if (!shared_) return;
   shared_->over = true;
   SetEvent(shared_->go.Get());
-  // Then nobody else has the handles any more; unless the write is stuck, it takes no time.
+  // When the thread is done, it has released the handles. Unless a write is stuck, that is at once.
   if (!stuck_) WaitForSingleObject(shared_->done.Get(), kLongestIdleMs);
 }
 

@@ -1,4 +1,4 @@
-// Writes to a device that need not let go of them.
+// Writes that the device may never complete.
 #ifndef PERILINK_SRC_UPGRADE_REPORT_WRITER_H_
 #define PERILINK_SRC_UPGRADE_REPORT_WRITER_H_
 
@@ -21,15 +21,15 @@ enum class Sent {
 // thread and not the upgrade. Belongs to one thread.
 class ReportWriter {
  public:
-  // `handles` stay open while a write on them is under way, whoever else lets go of them.
+  // Shares `handles`: they stay open while a write on them is under way.
   explicit ReportWriter(std::shared_ptr<DeviceHandles> handles) : handles_(std::move(handles)) {}
   ~ReportWriter();
   ReportWriter(const ReportWriter&) = delete;
   ReportWriter& operator=(const ReportWriter&) = delete;
 
-  // Sends the bytes the way the command asks for, as a feature report or as an output report, and
-  // waits so long for the device to take them. Without a thread of its own, which the system may
-  // refuse, it waits as long as the write takes.
+  // Sends the bytes as the feature or output report that the command asks for, and waits up to
+  // `timeout_ms` for the device to take them. If the system refuses the thread, it writes on the
+  // caller's and waits as long as the write takes.
   Sent Send(const CommandDescriptor& command, std::span<const uint8_t> bytes, uint32_t timeout_ms);
 
  private:

@@ -54,7 +54,7 @@ bool IsResetEcho(const Link& link, std::span<const uint8_t> command) {
   return link.frame() && std::equal(command.begin(), command.end(), report.begin(), report.end());
 }
 
-// One report is looked at: after one that is not the echo the time runs out.
+// Looks at one report: if it is not the echo, the rest of the time passes and the wait has failed.
 bool WaitForEcho(UsbUpgradeFile& record, Link& link) {
   LogLine(L"ResetToBootMode-Write data success-Wait Usb");
   const ULONGLONG sent_ms = GetTickCount64();

@@ -6,7 +6,7 @@
 
 namespace perilink {
 
-// No wait of an upgrade without something to wait for sleeps longer.
+// The longest sleep of an upgrade that polls.
 inline constexpr DWORD kTickMs = 10;
 
 }  // namespace perilink

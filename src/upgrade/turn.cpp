@@ -11,8 +11,9 @@ namespace {
 
 constinit std::atomic<bool> upgrade_runs{false};
 
-// One upgrade runs at a time, but those before it may still be in their last callback: more of
-// these than there is room for are not known any more. 0: free; no thread has that number.
+// The threads of upgrades. One upgrade runs at a time, but earlier ones may still be in their last
+// callback; those beyond the room here are forgotten. 0 is no thread's number and marks a free
+// place.
 constinit std::array<std::atomic<DWORD>, 8> upgrade_threads{};
 
 void Replace(DWORD wanted, DWORD number) {

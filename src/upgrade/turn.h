@@ -4,12 +4,12 @@
 
 namespace perilink {
 
-// Takes the turn. False while an upgrade has it, and always on the thread of an upgrade: a callback
-// starts no other.
+// Takes the turn. False while an upgrade has it, and always on the thread of an upgrade, so that a
+// callback can't start another one.
 bool TakeUpgradeTurn();
 
-// The records and the log are free for the next upgrade. The thread may still tell its host how it
-// ended.
+// Frees the records and the log for the next upgrade. The thread may still call its host to tell
+// how it ended.
 void GiveUpgradeTurn();
 
 // Marks the calling thread as an upgrade's while it lives.

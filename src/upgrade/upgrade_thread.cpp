@@ -97,7 +97,7 @@ struct Ending {
   std::optional<UpgradeResult> result;
 };
 
-// Whatever ends the steps is told to the host, but for the two ends that have no result.
+// Notes a result for the host, however the steps end, except for the two ends that have none.
 Ending RunToTheEnd() noexcept {
   auto& [main, slave] = Records();
   try {
