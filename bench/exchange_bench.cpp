@@ -48,7 +48,7 @@ void Exchange(benchmark::State& state) {
     const double elapsed = MicrosSince(start);
     if (version != 0x0123) return state.SkipWithError("no reply accepted");
     overheads.push_back(elapsed - device_micros);
-    // The device's log of writes is not to grow without end.
+    // Without this the device's log of writes grows in every round.
     device.ClearWrites();
   }
   bench::ReportFigure(state, {"what the library adds to an exchange, 99th percentile", "µs",

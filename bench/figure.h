@@ -1,5 +1,5 @@
-// What a benchmark has found out, as a row of the table that scripts/bench.sh prints. The verdict
-// is the table's: a benchmark itself fails only when it could not measure.
+// A benchmark's result as a row of the table that scripts/bench.sh prints. The table holds it to
+// its limit; a benchmark itself fails only when it can't measure.
 #ifndef PERILINK_BENCH_FIGURE_H_
 #define PERILINK_BENCH_FIGURE_H_
 

@@ -1,5 +1,5 @@
-// The full read of the configuration, in virtual time: hardly more than its frames need at the
-// spacing of writes and the device's latency.
+// The full read of the configuration in virtual time, as a multiple of the time that its frames
+// need: the spacing of writes and the device's latency.
 #include <benchmark/benchmark.h>
 
 #include <string>

@@ -45,8 +45,8 @@ void MustDownload(UsbUpgradeFile& record) {
   if (!DownloadFile(record)) throw std::runtime_error("the download failed");
 }
 
-// A firmware of one size: the processor time of its cheapest download, disturbances being what
-// makes the others dearer. On a busy machine a long download's time on the clock is the others'.
+// A firmware of one size and the least processor time of its downloads: other programs can only
+// make a download dearer. The time on the clock would count those programs too.
 class SizedDownload {
  public:
   SizedDownload(const sim::Mouse& mouse, size_t size)

@@ -18,7 +18,7 @@ constexpr int64_t kVirtualCalendarStart = 1'736'240'585;
 // Virtual time: calendar time less monotonic time. Written by the baton's holder only.
 std::atomic<int64_t> calendar_offset_micros{0};
 
-// Of a clock read in virtual time.
+// What a clock read costs in virtual time.
 constexpr uint64_t kClockReadMicros = 3;
 
 int64_t CalendarMicros() {
@@ -28,7 +28,7 @@ int64_t CalendarMicros() {
       .count();
 }
 
-// A read of a clock by the library, which takes its moment.
+// A read of a clock by the library; in virtual time it takes kClockReadMicros.
 void ReadClock(const char* function) {
   EnterCall(function);
   Scheduler::Get().Spend(kClockReadMicros);

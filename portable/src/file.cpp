@@ -30,7 +30,7 @@ bool FindEvent(const OVERLAPPED& overlapped, std::shared_ptr<Event>& event) {
   return event != nullptr;
 }
 
-// A call that fails before it reaches the device has reset the event all the same.
+// Resets the event, as a read does that fails before it reaches the device.
 BOOL FailRead(DWORD error, const OVERLAPPED* overlapped) {
   std::shared_ptr<Event> event;
   if (overlapped != nullptr && FindEvent(*overlapped, event) && event != nullptr)

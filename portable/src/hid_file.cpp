@@ -75,7 +75,7 @@ DWORD HidFile::Open(const std::wstring& path, const FileAccess& access,
 }
 
 void HidFile::OnHandleClosed() {
-  // Goes after the lock, unless a write is under way: then with that.
+  // Destroyed after the lock is released, or when the write that uses it ends.
   std::shared_ptr<HidConnection> closed;
   const DeviceGuard guard;
   closed = std::exchange(connection_, nullptr);
@@ -139,7 +139,8 @@ size_t HidFile::CancelReads(const Thread* issuer, const OVERLAPPED* overlapped) 
     if (overlapped != nullptr && read.overlapped != overlapped) continue;
     ++count;
     if (std::exchange(read.cancelled, true)) continue;
-    // Not at once: who doesn't wait for the completion loses the memory that it is written to.
+    // Completes a little later, as on Windows, so that a host that frees the buffer without waiting
+    // for the completion is found out.
     ScheduleIn(1 + Scheduler::Get().Random(kCancelMicros),
                [self = shared_from_this(), id = read.id] { self->Abort(id); });
   }

@@ -40,7 +40,8 @@ class HidFile final : public Waitable,
   // Begins a read of the calling thread: 0 when a queued report has completed it, ERROR_IO_PENDING,
   // or why it failed. Its completion signals `event`, or with null the file itself.
   DWORD BeginRead(std::span<uint8_t> buffer, OVERLAPPED& overlapped, std::shared_ptr<Event> event);
-  // Cancels the pending reads of one thread or of all, and of one OVERLAPPED or of all. How many?
+  // Cancels the pending reads of one thread (null: of all) on one OVERLAPPED (null: on all).
+  // Returns their number.
   size_t CancelReads(const Thread* issuer, const OVERLAPPED* overlapped);
 
   DWORD Write(std::span<const uint8_t> report);
@@ -83,7 +84,7 @@ class HidFile final : public Waitable,
   uint64_t last_read_id_ = 0;
 };
 
-// Of an OVERLAPPED, whose fields the system writes under the device lock.
+// Whether the operation of an OVERLAPPED is pending: its fields are written under the device lock.
 bool IsPending(const OVERLAPPED& overlapped);
 // 0 or a Windows error code; stores the bytes transferred.
 DWORD IoResult(const OVERLAPPED& overlapped, DWORD& bytes);

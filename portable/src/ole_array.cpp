@@ -8,7 +8,7 @@
 namespace perilink::platform {
 namespace {
 
-// The type stands before the array, where the caller doesn't look.
+// The element type is kept before the array, as on Windows.
 struct ArrayBlock {
   VARTYPE type;
   SAFEARRAY array;

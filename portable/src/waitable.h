@@ -40,7 +40,7 @@ class ThreadObject final : public Waitable {
   const std::shared_ptr<Thread> thread_;
 };
 
-// Nothing runs when its time comes: whoever waits for it looks at the clock.
+// A timer schedules nothing: a thread that waits for it compares the clock with its due time.
 class WaitableTimer final : public Waitable {
  public:
   explicit WaitableTimer(bool manual_reset) : signal_(manual_reset) {}

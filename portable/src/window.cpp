@@ -11,7 +11,7 @@ using perilink::platform::WindowSystem;
 
 namespace {
 
-// 0, as the value of the failing calls whose result is one.
+// For calls whose result is a BOOL.
 BOOL Succeeded(DWORD error) {
   return error == 0 ? TRUE : Fail(error, FALSE);
 }
