@@ -18,7 +18,8 @@
  *   (2, 1, 0, 0)         success of the whole upgrade
  *   (2, 2, 1, 0)         failed: the device did not echo its reset command within 1000 ms
  *   (2, 2, 3, 0)         failed: nothing could be written to the device for `timeout` ms
- *   (2, 2, 4, 0)         failed: the library ran out of memory or of something else of the system's
+ *   (2, 2, 4, 0)         failed: the system refused the library memory, or for a second told it
+ *                        nothing of its devices
  *   (2, 4, in, out)      failed: so many normal-mode interfaces found, not one of each
  *   (2, 5, in, out)      failed: so many boot-mode interfaces found, more than one of a kind
  *   (2, 6, 1, 0)         failed: no device in normal mode appeared in time
@@ -32,11 +33,11 @@
  *   (3, status, detail, 0)  the device reported a status of its own
  *
  * Each failure ends the upgrade, and a device that it has not reached stays as it was. The event
- * that ends an upgrade is its last; the device has been let go of by then, and another thread may
- * start the next upgrade at once. After a failure start the upgrade again: a device that is left in
- * boot mode is found there. Two ends have no event: a file whose main image is damaged though its
- * slave image is not, and a file with two images while neither the slave device in normal mode nor
- * the main device in boot mode is present.
+ * that ends an upgrade is its last. By then the device is closed, unless a write to it never
+ * returned, and another thread may start the next upgrade at once. After a failure start the
+ * upgrade again: a device that is left in boot mode is found there. One end has no event: a file
+ * with two images while neither the slave device in normal mode nor the main device in boot mode is
+ * present.
  *
  * Nothing is thrown out of any export. All exports may be called from any thread, also while an
  * upgrade runs and from its callback. Pointers must not be null, unless said otherwise.

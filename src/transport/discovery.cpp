@@ -73,6 +73,14 @@ bool VisitHidPaths(Visit visit) {
   }
 }
 
+// False when the enumeration failed: `paths` is what it found until then.
+bool CollectHidPaths(HidPathList& paths) {
+  return VisitHidPaths([&paths](std::wstring path) {
+    paths.push_back(std::move(path));
+    return true;
+  });
+}
+
 std::wstring LowerCase(std::wstring text) {
   for (wchar_t& unit : text)
     unit = static_cast<wchar_t>(std::towlower(static_cast<wint_t>(unit)));
@@ -124,10 +132,7 @@ void Replace(HidPathList& list, Search search) noexcept {
 
 HidPathList EnumerateHidPaths() {
   HidPathList paths;
-  VisitHidPaths([&paths](std::wstring path) {
-    paths.push_back(std::move(path));
-    return true;
-  });
+  CollectHidPaths(paths);
   return paths;
 }
 
@@ -138,6 +143,13 @@ HidPathList FindHidPaths(const std::wstring& vendor, const std::wstring& product
 HidPathList FindHidPathsByKey(const std::wstring& key) {
   if (key.empty()) return {};
   return Matching(EnumerateHidPaths(), LowerCase(key));
+}
+
+std::optional<HidPathList> FindAllHidPathsByKey(const std::wstring& key) {
+  HidPathList paths;
+  if (key.empty()) return paths;
+  if (!CollectHidPaths(paths)) return std::nullopt;
+  return Matching(std::move(paths), LowerCase(key));
 }
 
 Presence FindPresence(const std::wstring& key) {

@@ -7,6 +7,7 @@
 #define PERILINK_SRC_TRANSPORT_DISCOVERY_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,8 @@ HidPathList EnumerateHidPaths();
 HidPathList FindHidPaths(const std::wstring& vendor, const std::wstring& product);
 // An empty key finds nothing; a whole device path finds that interface while it is present.
 HidPathList FindHidPathsByKey(const std::wstring& key);
+// The same; none if the enumeration failed, so that what it lacks may be present.
+std::optional<HidPathList> FindAllHidPathsByKey(const std::wstring& key);
 // Whether any present interface's path contains the key. Ends at the first one that does.
 Presence FindPresence(const std::wstring& key);
 // An empty product: the vendor's interfaces of any product.

@@ -1,6 +1,7 @@
 #include "upgrade/boot_devices.h"
 
 #include <new>
+#include <utility>
 
 #include "platform/win32.h"
 #include "upgrade/tick.h"
@@ -11,11 +12,12 @@ HidPathList FindDevicePaths(const std::wstring& key) {
   constexpr int kTries = 100;
   for (int tries = kTries;; --tries) {
     try {
-      return FindHidPathsByKey(key);
+      if (auto paths = FindAllHidPathsByKey(key)) return std::move(*paths);
+      if (tries == 1) throw SearchFailed();
     } catch (const std::bad_alloc&) {
       if (tries == 1) throw;
-      Sleep(kTickMs);
     }
+    Sleep(kTickMs);
   }
 }
 

@@ -10,8 +10,9 @@
 
 namespace perilink {
 
-// The present interfaces whose path contains the key. If memory runs out, the search is repeated
-// for up to a second, so that a short lack of memory ends no upgrade.
+// The present interfaces whose path contains the key. A search that fails says nothing of the
+// device: it is repeated for up to a second. After that std::bad_alloc or SearchFailed is thrown.
+struct SearchFailed : std::exception {};
 HidPathList FindDevicePaths(const std::wstring& key);
 
 // Whether exactly one device shows itself in normal mode, with both of its interfaces.

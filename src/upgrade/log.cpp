@@ -90,7 +90,7 @@ void LogParts(std::initializer_list<LogPart> parts) noexcept {
     std::wstring line;
     for (const LogPart& part : parts)
       part.is_number ? line.append(std::to_wstring(part.number)) : line.append(part.text);
-    Log().Append(line);
+    Guarded([&] { Log().Append(line); });
     AppendLogFile(line);
   });
 }
@@ -99,15 +99,18 @@ void LogHexLine(std::wstring_view text, std::span<const uint8_t> data) noexcept 
   Guarded([&] { Log().Append(Timestamp().append(L":  ").append(text) + HexDump(data)); });
 }
 
-void LogUpgradeFile(const UsbUpgradeFile& record) {
+void LogUpgradeFile(const UsbUpgradeFile& record) noexcept {
+  const auto remember = [](const auto& line) { Guarded([&] { Log().Append(line); }); };
   AppendLogFile(L"logs UsbUpgradeFile");
-  AppendLogFile(L"logs size = " + std::to_wstring(Log().size()));
-  const std::wstring time = Timestamp();
-  AppendLogFile(L"time:" + time);
-  Log().Append(time);
-  Log().Append(L"  UsbUpgradeFile");
-  Log().Append(record.is_end ? L"isEnd:true" : L"isEnd:false");
-  Log().Append(record.valid ? L"valid:true" : L"valid:false");
+  Guarded([] { AppendLogFile(L"logs size = " + std::to_wstring(Log().size())); });
+  Guarded([&] {
+    const std::wstring time = Timestamp();
+    AppendLogFile(L"time:" + time);
+    Log().Append(time);
+  });
+  remember(L"  UsbUpgradeFile");
+  remember(record.is_end ? L"isEnd:true" : L"isEnd:false");
+  remember(record.valid ? L"valid:true" : L"valid:false");
   LogLine(L"totalPacketCount:", record.total_packet_count);
   LogLine(L"icName:", record.ic_name);
   LogLine(L"bootInputEndPoint:", record.boot_input_end_point);

@@ -50,7 +50,7 @@ void LogLine(const Parts&... parts) noexcept {
 void LogHexLine(std::wstring_view text, std::span<const uint8_t> data) noexcept;
 
 // The record's fields, some lines into memory, some into the file, most into both.
-void LogUpgradeFile(const UsbUpgradeFile& record);
+void LogUpgradeFile(const UsbUpgradeFile& record) noexcept;
 
 // Into the file only, while it is switched on. Characters that are no printable 8-bit ones become
 // '?'. A file that can't be opened, or is no plain file, loses the line.

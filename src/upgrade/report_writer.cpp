@@ -19,10 +19,6 @@ UniqueEvent CreateHandOverEvent() {
   return UniqueEvent(CreateEventW(nullptr, FALSE, FALSE, nullptr));
 }
 
-bool SendNow(const DeviceHandles& handles, bool as_feature_report, std::span<const uint8_t> bytes) {
-  return as_feature_report ? handles.SendFeature(bytes) : handles.Write(bytes);
-}
-
 }  // namespace
 
 // What writer and thread hand to each other. It is the writer's until `go` is signalled, the
@@ -53,8 +49,9 @@ void ReportWriter::Work(void* parameter) {
   while (!shared.over) {
     if (WaitForSingleObject(shared.go.Get(), kLongestIdleMs) != WAIT_OBJECT_0 || shared.over)
       continue;
-    shared.written = SendNow(*shared.handles, shared.as_feature_report,
-                             std::span(shared.bytes).first(shared.length));
+    const auto bytes = std::span<const uint8_t>(shared.bytes).first(shared.length);
+    shared.written = shared.as_feature_report ? shared.handles->SendFeature(bytes)
+                                              : shared.handles->Write(bytes);
     SetEvent(shared.done.Get());
   }
   shared.handles.reset();
@@ -77,12 +74,10 @@ bool ReportWriter::Start() {
 Sent ReportWriter::Send(const CommandDescriptor& command, std::span<const uint8_t> bytes,
                         uint32_t timeout_ms) {
   if (stuck_) return Sent::kStuck;
-  const bool as_feature_report = command.use_feature_report != 0;
-  if (!Guarded(false, [this] { return Start(); }))
-    return SendNow(*handles_, as_feature_report, bytes) ? Sent::kYes : Sent::kNo;
+  if (!Guarded(false, [this] { return Start(); })) return Sent::kNo;
   shared_->length = std::min(bytes.size(), shared_->bytes.size());
   std::copy_n(bytes.begin(), shared_->length, shared_->bytes.begin());
-  shared_->as_feature_report = as_feature_report;
+  shared_->as_feature_report = command.use_feature_report != 0;
   SetEvent(shared_->go.Get());
   stuck_ = WaitForSingleObject(shared_->done.Get(), timeout_ms) != WAIT_OBJECT_0;
   if (stuck_) return Sent::kStuck;

@@ -28,8 +28,8 @@ class ReportWriter {
   ReportWriter& operator=(const ReportWriter&) = delete;
 
   // Sends the bytes as the feature or output report that the command asks for, and waits up to
-  // `timeout_ms` for the device to take them. If the system refuses the thread, it writes on the
-  // caller's and waits as long as the write takes.
+  // `timeout_ms` for the device to take them. If the system refuses the thread, nothing is sent;
+  // the next call asks for it again.
   Sent Send(const CommandDescriptor& command, std::span<const uint8_t> bytes, uint32_t timeout_ms);
 
  private:

@@ -84,7 +84,6 @@ void RunUpgrade() {
   auto& [main, slave] = Records();
   const auto total = static_cast<int32_t>(main.packets.size() + slave.packets.size());
   LogLine(L"Start Upgrade Thread ");
-  if (!main.valid) return;
   if (slave.valid) {
     UpgradeBoth(main, slave, total);
   } else {
@@ -112,9 +111,10 @@ Ending RunToTheEnd() noexcept {
 void UpgradeThread(void*) {
   const UpgradeThreadMark mark;
   const Ending ending = RunToTheEnd();
+  if (ending.result && ending.result->code == kResultSuccess)
+    SendUpgradeEvent(ending.callback, kProgressEvent, 100);
   GiveUpgradeTurn();
   if (!ending.result) return;
-  if (ending.result->code == kResultSuccess) SendUpgradeEvent(ending.callback, kProgressEvent, 100);
   SendUpgradeEvent(ending.callback, kResultEvent, ending.result->code, ending.result->arg1,
                    ending.result->arg2);
 }
