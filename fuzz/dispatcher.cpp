@@ -368,7 +368,7 @@ void Session::ReadWhole() {
 
 void Session::PassTime() {
   Sleep(input_.Byte());
-  BatteryOptimizer::Instance().Drive(ServerState::Instance().Callback());
+  BatteryOptimizer::Instance().Drive(&ServerState::CallbackForReport);
   const std::vector<Call> calls = TakeCalls();
   Require(calls.size() <= (with_callback_ ? 1u : 0u), "a smoothing step reports at most once");
   for (const Call& call : calls)

@@ -93,7 +93,7 @@ void CheckSmoothing() {
   g_shown = 255;
   for (int step = 0; step < 4; ++step) {
     Sleep(2);
-    optimizer.Drive(&OnLevel);
+    optimizer.Drive([]() -> ServerReportCallback { return &OnLevel; });
   }
   Require(g_shown != 255, "a poll that is answered starts the smoothing");
   optimizer.EndConnection();

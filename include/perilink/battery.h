@@ -2,9 +2,11 @@
  *
  * While the background server runs and the optimiser is enabled, the host is shown a smoothed
  * battery level instead of the device's jumping one: it starts from the level saved at the end of
- * the device's last connection and moves at most one percent per step. All functions may be called
- * from any thread at any time, store their arguments and return at once; the server takes them up
- * on its next pass. A connection, here, is one run of the server's loop. */
+ * the device's last connection and moves at most one percent per step. Three things move it
+ * further: the device itself declares the battery low (15) or empty (0), ten readings in a row are
+ * full (100), and `jump`, below. All functions may be called from any thread at any time, store
+ * their arguments and return at once; the server takes them up on its next pass. A connection,
+ * here, is one run of the server's loop. */
 #ifndef PERILINK_BATTERY_H_
 #define PERILINK_BATTERY_H_
 

@@ -112,12 +112,14 @@ PERILINK_API void CS_UsbFinder_GetUsbDeviceAttribute(const char* path,
  * Open once, write and exchange as often as wanted, close. Whole reports travel as they are,
  * report id first; nothing is added or tested, neither a checksum nor a length. */
 
-/* Opens the path for writing and for reading. True when both succeeded. A pair that is already open
- * is overwritten, not closed: close it first. After false, close as after true. */
+/* Opens the path for writing and for reading. True when both succeeded. A pair that is open already
+ * is closed, when no exchange on another thread uses it any more. After false, close as after
+ * true. */
 PERILINK_API bool UsbFinderC_OpenDevice(const char* path);
 PERILINK_API bool CS_UsbFinder_OpenDevice(const char* path);
 
-/* Cancels what is pending and closes. Does no harm when nothing is open. */
+/* Closes the pair. An exchange on another thread ends first, on its own handles, after at most
+ * 400 ms. Does no harm when nothing is open. */
 PERILINK_API void UsbFinderC_CloseDevice(void);
 PERILINK_API void CS_UsbFinder_CloseDevice(void);
 
@@ -260,8 +262,8 @@ PERILINK_API bool UsbFinderC_GetData(const char* path, uint8_t command, DataReco
 PERILINK_API bool CS_UsbFinder_GetData(const char* path, uint8_t command, DataRecord10* result);
 
 /* Any command that sends and fetches data, with the caller's patience: up to `retries` + 1 writes
- * (none when that is 0 or less), `timeout_ms` after each (-1: without limit). False and the record
- * untouched when it fails or `length` is over 10. */
+ * (none when `retries` is below 0), `timeout_ms` after each (-1: without limit). False and the
+ * record untouched when it fails or `length` is over 10. */
 PERILINK_API bool UsbFinderC_SetCommand(const char* path, uint8_t command, const uint8_t* data,
                                         uint8_t length, int32_t retries, int32_t timeout_ms,
                                         DataRecord10* result);

@@ -34,7 +34,9 @@ PERILINK_API void CS_SetDllProtocolData(const ProtocolData* record);
  * differs and copies it into the library's own record. All writes of a call stand together in the
  * server's queue, ordered as the record is; equal records queue nothing. Does nothing until
  * ProtocolDataParser has run once. The writes are sent by the server thread; those that it drops
- * leave the library's own record ahead of the device until the configuration is read again.
+ * leave the library's own record ahead of the device until the configuration is read again. If the
+ * writes don't all fit into the queue (PERILINK_QUEUE_LIMIT) or memory runs out, none is queued and
+ * the library's own record stays as it was.
  *
  * A shortcut whose count is not 2 to 6 is emptied (count 0, events zero) in `record`. A macro whose
  * count is over 70 or whose name length is over 30 is passed over. */

@@ -81,9 +81,9 @@ PERILINK_API void CS_UsbServer_KeyboardStart(const char* path, const char* unuse
  * once), saves the battery level, closes the device and ends.
  *
  * Until it has ended, its callback may still be called: with an answer or an event that came
- * before, or with a level. A start with another callback takes effect for what is dispatched from
- * then on; a call of the old one that has begun may still run. Whoever must know that no call can
- * come any more waits for the thread that UsbServer_Start gave, or, in any language, calls
+ * before, or with a level. A start with another callback takes effect at once: the old one is not
+ * called any more, but a call of it that has begun may still run. Whoever must know that no call
+ * can come any more waits for the thread that UsbServer_Start gave, or, in any language, calls
  * UsbReaderWriterServer after UsbServer_Exit, not from the callback: it returns when the server has
  * ended. The library may be unloaded without waiting. */
 PERILINK_API void UsbServer_Exit(void);
@@ -268,7 +268,7 @@ PERILINK_API void CS_UsbServer_ReadAllFlashData(void);
 
 /* Single settings: report rate (1 byte), current DPI level (1), DPI indicator (8, decode with
  * BufferToDPILed), light bar (9, decode with BufferToLedBar). They also refresh the library's own
- * record. */
+ * record, from a device whose answers name the address of the read. */
 PERILINK_API void UsbServer_ReadReportRate(void);
 PERILINK_API void CS_UsbServer_ReadReportRate(void);
 PERILINK_API void UsbServer_ReadCurrentDPI(void);

@@ -73,10 +73,14 @@ void ArrivalNotifier::EnsureWindow() {
   const std::lock_guard lock(mutex_);
   if (HasProcedure(window_, &WindowProcedure)) return;
   window_ = nullptr;
-  if (!module_.Take()) return;
-  window_thread_ = GetCurrentThreadId();
   const HWND window = CreateHiddenWindow();
   if (window == nullptr) return;
+  // From here on the window can call the library.
+  if (!module_.Take()) {
+    DestroyWindow(window);
+    return;
+  }
+  window_thread_ = GetCurrentThreadId();
   SetProcedure(window, &WindowProcedure);
   RegisterForUsbDevices(window);
   window_ = window;

@@ -157,13 +157,13 @@ void BatteryOptimizer::Connect(const std::wstring& path) {
   poll_timer_ = {.armed = true, .start_ms = now_ms, .interval_ms = 0};
 }
 
-void BatteryOptimizer::Drive(ServerReportCallback callback) {
+void BatteryOptimizer::Drive(CallbackSource callback) {
   if (!Enabled()) return;
   if (TakePoll()) PollStep();
   if (smoothing_active_) SmoothingStep(callback);
 }
 
-std::optional<uint8_t> BatteryOptimizer::TakeEvent(uint8_t flags, ServerReportCallback callback) {
+std::optional<uint8_t> BatteryOptimizer::TakeEvent(uint8_t flags, CallbackSource callback) {
   if (!Enabled()) return flags;
   if ((flags & kBatteryFlag) != 0) {
     BeginStep();
@@ -173,7 +173,7 @@ std::optional<uint8_t> BatteryOptimizer::TakeEvent(uint8_t flags, ServerReportCa
   return others != 0 ? std::optional(others) : std::nullopt;
 }
 
-void BatteryOptimizer::PollForEvent(ServerReportCallback callback) {
+void BatteryOptimizer::PollForEvent(CallbackSource callback) {
   const uint8_t charging_before = last_reading_.charging;
   PollStep();
   Arm(poll_timer_, kPollIntervalMs);
@@ -201,7 +201,7 @@ bool BatteryOptimizer::ForceLevel(uint8_t raw_level) {
   return true;
 }
 
-bool BatteryOptimizer::TakeBatteryAnswer(ServerReportCallback callback) {
+bool BatteryOptimizer::TakeBatteryAnswer(CallbackSource callback) {
   if (!Enabled()) return false;
   LevelReport(callback, true);
   return true;
@@ -294,7 +294,7 @@ BatteryOptimizer::StartingPoint BatteryOptimizer::LoadStartingPoint(const Starti
 
 // ---- Smoothing --------------------------------------------------------------------------------
 
-void BatteryOptimizer::SmoothingStep(ServerReportCallback callback) {
+void BatteryOptimizer::SmoothingStep(CallbackSource callback) {
   if (!TakeSmoothing()) return;
   uint32_t next_interval_ms = step_interval_ms_.load(memory_order_relaxed);
   if (last_reading_.charging == 0) {
@@ -344,13 +344,14 @@ void BatteryOptimizer::StepDischarging() {
 
 // ---- Reporting and saving ---------------------------------------------------------------------
 
-void BatteryOptimizer::LevelReport(ServerReportCallback callback, bool force) {
+void BatteryOptimizer::LevelReport(CallbackSource source, bool force) {
   const uint8_t level = reported_level_;
   const bool charging = last_reading_.charging != 0;
   if (level == last_reported_ && charging == last_reported_charging_ && !force) return;
   if (level != last_reported_ && save_allowed_ && Enabled()) SaveStep();
   last_reported_ = level;
   last_reported_charging_ = charging;
+  const ServerReportCallback callback = source();
   if (callback == nullptr) return;
   const uint8_t data[4] = {level, last_reading_.charging,
                            static_cast<uint8_t>(last_reading_.voltage >> 8),

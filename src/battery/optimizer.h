@@ -51,12 +51,15 @@ class BatteryOptimizer {
   // The next successful poll runs the start estimate again.
   void Restart() { first_reading_done_.store(false, std::memory_order_relaxed); }
   // True: the host's driver is there, and the battery is polled at once. False: it has gone. Then
-  // nothing is polled or reported, not even by a step under way, until the device is opened again,
-  // the device sends a battery event, or the driver is back.
+  // nothing more is polled or reported until the device is opened again, the device sends a battery
+  // event, or the driver is back; a step under way ends with its report.
   void SetDriverStatus(bool present);
 
   // ---- What the server tells it: the server thread --------------------------------------------
-  // A callback is the host's and may be null.
+
+  // Gives the host's callback of the moment, null for none. It is asked when a report is made: a
+  // poll takes time, in which the host may start with another callback.
+  using CallbackSource = ServerReportCallback (*)();
 
   // The device has been opened; polls talk to it on `path`. The first one is due at once. Throws
   // std::bad_alloc and has then done nothing.
@@ -64,18 +67,18 @@ class BatteryOptimizer {
 
   // Does what is due: a poll, which asks the device for its address and its battery and can take
   // some hundred milliseconds, and a step of the smoothing. The server calls it in every pass.
-  void Drive(ServerReportCallback callback);
+  void Drive(CallbackSource callback);
   // When Drive has something to do next, on the clock of GetTickCount64; UINT64_MAX for never.
   uint64_t NextDueMs() const;
 
   // An event of the device's with these flags. The battery's flag is answered by a poll, and by a
   // level report when the reading asks for one. Gives back the flags to report to the host, or
   // none if there is nothing to report.
-  std::optional<uint8_t> TakeEvent(uint8_t flags, ServerReportCallback callback);
+  std::optional<uint8_t> TakeEvent(uint8_t flags, CallbackSource callback);
 
   // The device has answered the host's question for its battery: the host gets the smoothed level
   // instead. False when the optimiser is off, and the device's own answer counts.
-  bool TakeBatteryAnswer(ServerReportCallback callback);
+  bool TakeBatteryAnswer(CallbackSource callback);
 
   // The connection is over: saves the reported level if saving is allowed and the optimiser is
   // enabled, then clears the connection's state.
@@ -107,12 +110,12 @@ class BatteryOptimizer {
   bool TakeSmoothing();  // disarms the smoothing timer if it has run out
 
   void PollStep();
-  void SmoothingStep(ServerReportCallback callback);
-  void PollForEvent(ServerReportCallback callback);
+  void SmoothingStep(CallbackSource callback);
+  void PollForEvent(CallbackSource callback);
   bool ForceLevel(uint8_t raw_level);
   // Tells the host the reported level if it or the charging state has changed since the last
   // report, or if `force` is set. A changed level is saved first.
-  void LevelReport(ServerReportCallback callback, bool force);
+  void LevelReport(CallbackSource callback, bool force);
   void SaveStep() const;
   void SetReportedLevel(int level);
 

@@ -14,9 +14,9 @@
 namespace perilink {
 namespace {
 
-// The fields of `group` that the answer at `address` carries: those from that address on whose
-// value and check byte lie within its data. A wrong check leaves the record as it is, without the
-// group's fallback, and the rules for whole images don't apply.
+// Stores `count` fields of the group from field `first` on, which the answer at `address` carries
+// with their check bytes. A field whose check fails leaves the record as it is, without the group's
+// fallback, and the rules for whole images don't apply.
 void StoreFields(const ConfigGroup& group, size_t first, size_t count, uint16_t address,
                  std::span<const uint8_t, 10> data, ProtocolData& record) {
   uint8_t* target = RecordBytes(record) + group.record_offset;
@@ -44,9 +44,9 @@ void StoredProtocolData::Replace(const ProtocolData& record) {
 }
 
 void StoredProtocolData::Parse(const uint8_t* image) {
-  MarkParsed();
   std::lock_guard lock(mutex_);
   ParseImage(image, record_);
+  MarkParsed();
 }
 
 void StoredProtocolData::StoreReply(uint16_t address, std::span<const uint8_t, 10> data) {

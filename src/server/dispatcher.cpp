@@ -33,11 +33,11 @@ Meaning Dispatcher::DispatchReport(const ValidFrame& report) noexcept {
 void Dispatcher::HandleEvent(const CommandFrame& report) {
   constexpr uint32_t kEventLength = sizeof(report.data);
   std::copy_n(report.data, kEventLength, reply_data_.begin());
-  const ServerReportCallback callback = state_.Callback();
-  const std::optional<uint8_t> flags = optimizer_.TakeEvent(reply_data_[0], callback);
+  const std::optional<uint8_t> flags =
+      optimizer_.TakeEvent(reply_data_[0], &ServerState::CallbackForReport);
   if (!flags) return;
   reply_data_[0] = *flags;
-  CallHost(state_.Callback(), report, kEventLength);
+  CallHost(ServerState::CallbackForReport(), report, kEventLength);
 }
 
 Dispatcher::Taken Dispatcher::TakeAnswer(const CommandFrame& report, Answer& answer) {
@@ -96,7 +96,7 @@ void Dispatcher::ReportAnswer(Answer& answer) {
   }
   if (answer.length <= sizeof(CommandFrame::data)) {
     if (answer.frame.command == kCommandBatteryLevel) {
-      if (optimizer_.TakeBatteryAnswer(answer.callback)) return;
+      if (optimizer_.TakeBatteryAnswer(&ServerState::CallbackForReport)) return;
       answer.length = kStatusAnswerLength;
     } else if (answer.frame.command == kCommandOnLine) {
       answer.length = kStatusAnswerLength;

@@ -33,7 +33,8 @@ class FlashReads {
 
   // Takes the answer to a step: `data` is what the device answered, zeros beyond it. Queues the
   // next step or, after the last, parses the image and hands it to `callback`; without a callback
-  // nothing is parsed. Does nothing once another connection has begun. No lock is held.
+  // nothing is parsed. Queues and reports nothing once another connection has begun. No lock is
+  // held.
   void Continue(Step& step, std::span<const uint8_t, kReplyDataSize> data,
                 ServerReportCallback callback);
 

@@ -149,9 +149,11 @@ void ServerLoop::Read() {
   if (arrival != Arrival::kReport) return;
   const std::optional<ValidFrame> report = link_.frame();
   // Once a reopen is asked for, the report comes from a device that the host has left.
-  if (!report || state_.ReopenRequested()) return;
-  if (dispatcher_.DispatchReport(*report) == Meaning::kAnswer) awaiting_reply_ = false;
-  write_count_ = 0;
+  if (report && !state_.ReopenRequested()) {
+    if (dispatcher_.DispatchReport(*report) == Meaning::kAnswer) awaiting_reply_ = false;
+    write_count_ = 0;
+  }
+  link_.Listen();
 }
 
 Arrival ServerLoop::NextReport() {
@@ -161,7 +163,8 @@ Arrival ServerLoop::NextReport() {
 Deadline ServerLoop::NextDeadline() const {
   const int64_t now_micros = MonotonicMicros();
   const uint64_t now_ms = GetTickCount64();
-  // A head that is neither about to be written nor awaited has just been queued.
+  // A head that is neither about to be written nor awaited has just been queued, or its host marked
+  // it as written.
   const bool knows_head = turn_micros_ || awaiting_reply_;
   int64_t first_micros = now_micros + (knows_head ? kLongestWaitMicros : kMicrosPerMs);
   const auto at_tick = [&](uint64_t due_ms) {
@@ -185,7 +188,7 @@ void ServerLoop::IdleIfNothingToDo() {
 }
 
 void ServerLoop::DriveBattery() {
-  BatteryOptimizer::Instance().Drive(state_.Callback());
+  BatteryOptimizer::Instance().Drive(&ServerState::CallbackForReport);
 }
 
 void ServerLoop::CheckPresence() {

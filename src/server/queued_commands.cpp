@@ -167,8 +167,7 @@ void UsbServer_ReadEncryption(void) {
 }
 
 void UsbServer_SetPCDriverStatus(uint8_t status) {
-  Guarded([&] {
-    QueueCommand(kCommandDriverStatus, 1, {&status, 1});
-    BatteryOptimizer::Instance().SetDriverStatus(status != 0);
-  });
+  QueueByte(kCommandDriverStatus, 1, status);
+  // The host has said so even if the device can't be told.
+  Guarded([&] { BatteryOptimizer::Instance().SetDriverStatus(status != 0); });
 }

@@ -31,6 +31,12 @@ void ServerState::RequestStart(DevicePaths paths, ServerReportCallback callback)
   WakeLoop();
 }
 
+ServerReportCallback ServerState::CallbackForReport() {
+  const ServerState& state = Instance();
+  const ServerReportCallback callback = state.Callback();
+  return state.ReopenRequested() ? nullptr : callback;
+}
+
 void ServerState::RequestExit() {
   exit_requested_.store(true, std::memory_order_relaxed);
   WakeLoop();

@@ -86,6 +86,9 @@ class ServerState {
   uint32_t SleepTime() const { return sleep_ms_.load(std::memory_order_relaxed); }
 
   ServerReportCallback Callback() const { return callback_.load(std::memory_order_acquire); }
+  // The callback for what the connected device reports now: null once a start has asked for another
+  // connection, whose host must not get it.
+  static ServerReportCallback CallbackForReport();
 
   // Copies of what the last start export stored; empty before the first.
   DevicePaths Paths() const;

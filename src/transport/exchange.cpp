@@ -16,8 +16,10 @@ class Exchange {
  public:
   Exchange(Link& link, const CommandFrame& request) : link_(link), request_(request) {}
 
-  // One write, and the wait for its reply.
+  // One write, and the wait for its reply. The read is posted first, so that a reply that comes at
+  // once finds it.
   std::optional<ValidFrame> Try(uint32_t timeout_ms) {
+    link_.Listen();
     if (!link_.Write(request_)) return std::nullopt;
     std::optional<ValidFrame> without_address;
     const int64_t start_micros = MonotonicMicros();
@@ -26,9 +28,11 @@ class Exchange {
       if (arrival == Arrival::kFailure) return std::nullopt;
       if (arrival == Arrival::kReport) {
         const std::optional<ValidFrame> frame = link_.frame();
-        if (!frame || (*frame)->command != request_.command) return std::nullopt;
-        if (IsExact(**frame)) return frame;
-        if (FrameAddress(**frame) == 0) {
+        if (!frame || (*frame)->command != request_.command) {
+          if (!without_address) return std::nullopt;
+        } else if (IsExact(**frame)) {
+          return frame;
+        } else if (FrameAddress(**frame) == 0) {
           without_address = frame;
         } else {
           echoes_addresses_ = true;
@@ -57,8 +61,6 @@ bool ExchangeFrame(const std::wstring& path, const CommandFrame& request, Comman
   reply = CommandFrame{};
   Link link(sizeof(CommandFrame));
   if (!link.Open(path)) return false;
-  // Before the first write, so that a reply that comes at once is not lost.
-  link.Listen();
   Exchange exchange(link, request);
   for (int64_t tries = int64_t{retries} + 1; tries > 0; --tries) {
     if (const auto accepted = exchange.Try(static_cast<uint32_t>(timeout_ms))) {

@@ -18,9 +18,10 @@ inline constexpr int32_t kExchangeTimeoutMs = 100;
 // closes a link of its own. On false the reply is all zero. With retries below 0 nothing is
 // written.
 //
-// Reads of the device's memory share their command with all others, so here an answer that names
-// another address is passed over, without costing the try. One that names none (0) is taken if the
-// try ends without a better one.
+// All reads of the device's memory have one command. So an answer to one that names another address
+// is passed over and does not cost the try. An answer that names none (0), as a device gives that
+// echoes no address, is taken at the try's end, unless the device has been seen to name addresses;
+// until then every other report is passed over.
 bool ExchangeFrame(const std::wstring& path, const CommandFrame& request, CommandFrame& reply,
                    int32_t retries = kExchangeRetries, int32_t timeout_ms = kExchangeTimeoutMs);
 

@@ -14,11 +14,11 @@ struct BatterySteps {
     optimizer.PollStep();
     return Level();
   }
-  void Smooth(ServerReportCallback callback) {
+  void Smooth(BatteryOptimizer::CallbackSource callback) {
     optimizer.BeginStep();
     optimizer.SmoothingStep(callback);
   }
-  void Report(uint8_t level, ServerReportCallback callback, bool force) {
+  void Report(uint8_t level, BatteryOptimizer::CallbackSource callback, bool force) {
     SetLevel(level);
     optimizer.LevelReport(callback, force);
   }

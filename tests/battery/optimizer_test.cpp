@@ -28,6 +28,12 @@ void PERILINK_CALL Record(const uint8_t* frame, uint32_t frame_length, const uin
                      {frame, frame + frame_length},
                      {data, data + data_length}});
 }
+ServerReportCallback Recording() {
+  return &Record;
+}
+ServerReportCallback Nobody() {
+  return nullptr;
+}
 
 class OptimizerTest : public RegistryTest {
  protected:
@@ -41,7 +47,7 @@ class OptimizerTest : public RegistryTest {
   void RunFor(uint64_t duration_ms) {
     for (const uint64_t end = GetTickCount64() + duration_ms; GetTickCount64() < end;) {
       Sleep(kPassMs);
-      optimizer.Drive(&Record);
+      optimizer.Drive(&Recording);
     }
   }
 
@@ -134,7 +140,7 @@ TEST_F(OptimizerTest, LevelReportRules) {
   const auto report = [this](uint8_t level, uint8_t charging, bool force = false) {
     Poll(50, charging);
     reports.clear();
-    steps.Report(level, &Record, force);
+    steps.Report(level, &Recording, force);
     return reports.size();
   };
   EXPECT_EQ(report(40, 0), 1u);
@@ -153,8 +159,8 @@ TEST_F(OptimizerTest, LevelReportRules) {
   EXPECT_EQ(report(42, 1, true), 1u);
   EXPECT_EQ(RawRecord(), L"01700000000-42");
   reports.clear();
-  steps.Report(43, nullptr, false);  // remembered although nobody listens
-  steps.Report(43, &Record, false);
+  steps.Report(43, &Nobody, false);  // remembered although nobody listens
+  steps.Report(43, &Recording, false);
   EXPECT_TRUE(reports.empty());
   EXPECT_EQ(RawRecord(), L"01700000000-43");
 }
@@ -198,7 +204,7 @@ TEST_F(OptimizerTest, FullAfterTenFullReadingsInARow) {
   const auto step = [this](uint8_t level, uint8_t charging) {
     Poll(level, charging);
     Sleep(600 * 1000);
-    steps.Smooth(&Record);
+    steps.Smooth(&Recording);
   };
   Show(100, 1);
   StartAt(50);
@@ -294,7 +300,7 @@ TEST_F(OptimizerTest, ConnectionsSaveAtTheirEnd) {
 
   // With the host's own records in use the registry stays as it is, until the next connection.
   StartAt(70);
-  steps.Report(70, &Record, true);
+  steps.Report(70, &Recording, true);
   optimizer.EndConnection();
   EXPECT_EQ(RawRecord(), L"01700000000-44");
   for (int i = 0; i < 2; ++i) {

@@ -180,6 +180,29 @@ TEST_F(BatteryReports, ReadingsForceTheLevel) {
   }
 }
 
+// Neither the host that has gone nor the next one gets what the left device's battery was.
+TEST_F(BatteryReports, AStartDuringAPollEndsItsReport) {
+  static int calls_of_the_next = 0;
+  const ServerReportCallback next = [](const uint8_t*, uint32_t, const uint8_t*, uint32_t) {
+    ++calls_of_the_next;
+  };
+  Start();
+  Sleep(200);
+  callbacks.clear();
+  device.SetScript([this](ScriptedDevice& self, const Report& written) {
+    if (written[1] == kCommandBatteryLevel)
+      self.Deliver(Answer(written, {level, charging, 0, 0}), 50);
+    return DWORD{0};
+  });
+  level = 12;
+  device.Deliver(Event(0x41));
+  Sleep(10);
+  UsbServer_Start(L"", L"", next);
+  Sleep(1000);
+  EXPECT_EQ(CallbackCommands(), std::vector<int>{});
+  EXPECT_EQ(calls_of_the_next, 0);
+}
+
 TEST_F(BatteryReports, PollsEveryFiveSecondsAndAnswersForTheDevice) {
   Start();
   Sleep(200);

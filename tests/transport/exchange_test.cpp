@@ -117,6 +117,34 @@ TEST(ExchangeFrame, TriesAndReplies) {
   ExpectExchange("no device", {}, {false, {}, 0}, kExchangeRetries, "", 1, L"no such path");
 }
 
+// Answers to a read of address 4 from a device that may echo no address, or another read's late.
+TEST(ExchangeFrame, MemoryReadsTakeAnAnswerWithoutAddressWhenTheTryEnds) {
+  const CommandFrame request = BuildFrameWithLengthByte(kCommandReadMemory, 1, {}, 4);
+  const auto naming = [](uint8_t address, uint8_t value) {
+    return Closed({8, kCommandReadMemory, 0, 0, address, 1, value});
+  };
+  struct Case {
+    std::vector<Sent> plan;
+    int value;  // -1: no reply
+    uint64_t elapsed_ms;
+  };
+  const Case cases[] = {
+      {{{1, naming(0, 7), 5}}, 7, 100},
+      {{{1, naming(0, 7), 5}, {1, kOtherCommand, 50}}, 7, 100},
+      {{{1, naming(0, 7), 5}, {1, kOtherCommand, 20}, {1, naming(4, 9), 50}}, 9, 50},
+      {{{1, naming(0, 7), 5}, {1, naming(4, 9), 50}}, 9, 50},
+      {{{1, naming(0, 7), 5}, {1, naming(9, 8), 50}}, -1, 300},
+  };
+  for (const auto& [plan, value, elapsed_ms] : cases) {
+    ScriptedDevice device(kScriptedPath, Sending(plan));
+    const uint64_t start = platform::NowMicros();
+    CommandFrame reply;
+    EXPECT_EQ(ExchangeFrame(kScriptedPath, request, reply), value >= 0);
+    EXPECT_EQ(reply.data[0], value >= 0 ? value : 0);
+    EXPECT_EQ((platform::NowMicros() - start) / 1000, elapsed_ms);
+  }
+}
+
 // Around the end of the last try, at every microsecond: a reply either counts or comes too late,
 // and the system is done with the exchange's memory when the exchange is over.
 TEST(ExchangeFrame, ALateReplyFindsNoMemoryOfTheExchange) {

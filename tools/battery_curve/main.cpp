@@ -53,7 +53,7 @@ sim::DeviceOptions MouseOptions() {
 // The server loop's battery work, for one minute.
 void RunForAMinute(BatteryOptimizer& optimizer) {
   for (const uint64_t end = GetTickCount64() + 60'000; GetTickCount64() < end; Sleep(kPassMs))
-    optimizer.Drive(&OnReport);
+    optimizer.Drive([]() -> ServerReportCallback { return &OnReport; });
 }
 
 std::vector<Sample> Run() {
