@@ -1,4 +1,7 @@
-// What every call of the platform begins with.
+// What every call of the platform begins with, and how it fails.
+//
+// No exception leaves a call. One that needs memory is a function-try-block, whose handler fails
+// with ERROR_NOT_ENOUGH_MEMORY.
 #ifndef PERILINK_PLATFORM_SRC_CALL_H_
 #define PERILINK_PLATFORM_SRC_CALL_H_
 

@@ -62,6 +62,10 @@ void Cancel(EventId id) {
   Scheduler::Get().Cancel(id);
 }
 
+uint64_t KnownThreadCount() {
+  return Scheduler::Get().ThreadCount();
+}
+
 int64_t MonotonicMicros() {
   ReadClock("MonotonicMicros");
   return static_cast<int64_t>(NowMicros());

@@ -1,5 +1,7 @@
 #include "perilink_platform/file.h"
 
+#include <new>
+
 #include "call.h"
 #include "hid_file.h"
 #include "perilink_platform/handle.h"
@@ -59,7 +61,7 @@ using perilink::platform::FindFile;
 using perilink::platform::HidFile;
 
 HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share_mode, LPSECURITY_ATTRIBUTES attributes,
-                   DWORD creation, DWORD flags, HANDLE template_file) {
+                   DWORD creation, DWORD flags, HANDLE template_file) try {
   if (CallMustFail("CreateFileW")) return INVALID_HANDLE_VALUE;
   if (path == nullptr || *path == 0) return Fail(ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);
   constexpr DWORD kShares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
@@ -72,10 +74,12 @@ HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share_mode, LPSECURITY_ATTR
       HidFile::Open(path, {access, share_mode, (flags & FILE_FLAG_OVERLAPPED) != 0}, file);
   if (error != 0) return Fail(error, INVALID_HANDLE_VALUE);
   return perilink::platform::HandleTable::Get().Add(file);
+} catch (const std::bad_alloc&) {
+  return Fail(ERROR_NOT_ENOUGH_MEMORY, INVALID_HANDLE_VALUE);
 }
 
 BOOL ReadFile(HANDLE handle, LPVOID buffer, DWORD size, LPDWORD bytes_read,
-              LPOVERLAPPED overlapped) {
+              LPOVERLAPPED overlapped) try {
   namespace platform = perilink::platform;
   if (const DWORD error = platform::InjectedError("ReadFile"); error != 0)
     return platform::FailRead(error, overlapped);
@@ -90,10 +94,12 @@ BOOL ReadFile(HANDLE handle, LPVOID buffer, DWORD size, LPDWORD bytes_read,
   if (error != 0) return Fail(error, FALSE);
   if (bytes_read != nullptr) platform::IoResult(*overlapped, *bytes_read);
   return TRUE;
+} catch (const std::bad_alloc&) {
+  return perilink::platform::FailRead(ERROR_NOT_ENOUGH_MEMORY, overlapped);
 }
 
 BOOL WriteFile(HANDLE handle, LPCVOID buffer, DWORD size, LPDWORD bytes_written,
-               LPOVERLAPPED overlapped) {
+               LPOVERLAPPED overlapped) try {
   namespace platform = perilink::platform;
   if (CallMustFail("WriteFile")) return FALSE;
   const auto file = FindFile(handle);
@@ -116,13 +122,15 @@ BOOL WriteFile(HANDLE handle, LPCVOID buffer, DWORD size, LPDWORD bytes_written,
     platform::Scheduler::Get().Set(signal);
   }
   return TRUE;
+} catch (const std::bad_alloc&) {
+  return Fail(ERROR_NOT_ENOUGH_MEMORY, FALSE);
 }
 
 BOOL CancelIo(HANDLE handle) {
   if (CallMustFail("CancelIo")) return FALSE;
   const auto file = FindFile(handle);
   if (file == nullptr) return Fail(ERROR_INVALID_HANDLE, FALSE);
-  file->CancelReads(&perilink::platform::Scheduler::Get().Current("CancelIo"), nullptr);
+  file->CancelReads(GetCurrentThreadId(), nullptr);
   return TRUE;
 }
 
@@ -130,7 +138,7 @@ BOOL CancelIoEx(HANDLE handle, LPOVERLAPPED overlapped) {
   if (CallMustFail("CancelIoEx")) return FALSE;
   const auto file = FindFile(handle);
   if (file == nullptr) return Fail(ERROR_INVALID_HANDLE, FALSE);
-  return file->CancelReads(nullptr, overlapped) > 0 ? TRUE : Fail(ERROR_NOT_FOUND, FALSE);
+  return file->CancelReads(0, overlapped) > 0 ? TRUE : Fail(ERROR_NOT_FOUND, FALSE);
 }
 
 BOOL GetOverlappedResult(HANDLE handle, LPOVERLAPPED overlapped, LPDWORD bytes, BOOL wait) {

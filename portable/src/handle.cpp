@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <new>
 #include <span>
 
 #include "call.h"
@@ -64,11 +65,13 @@ BOOL CloseHandle(HANDLE handle) {
 }
 
 HANDLE CreateEventW(LPSECURITY_ATTRIBUTES attributes, BOOL manual_reset, BOOL initial_state,
-                    LPCWSTR name) {
+                    LPCWSTR name) try {
   if (CallMustFail("CreateEventW")) return nullptr;
   if (attributes != nullptr || name != nullptr) return Fail(ERROR_INVALID_PARAMETER, HANDLE{});
   return HandleTable::Get().Add(
       std::make_shared<Event>(manual_reset != FALSE, initial_state != FALSE));
+} catch (const std::bad_alloc&) {
+  return Fail(ERROR_NOT_ENOUGH_MEMORY, HANDLE{});
 }
 
 BOOL SetEvent(HANDLE event) {
@@ -112,7 +115,7 @@ DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
 }
 
 HANDLE CreateWaitableTimerExW(LPSECURITY_ATTRIBUTES attributes, LPCWSTR name, DWORD flags,
-                              DWORD access) {
+                              DWORD access) try {
   if (CallMustFail("CreateWaitableTimerExW")) return nullptr;
   constexpr DWORD kFlags =
       CREATE_WAITABLE_TIMER_MANUAL_RESET | CREATE_WAITABLE_TIMER_HIGH_RESOLUTION;
@@ -121,6 +124,8 @@ HANDLE CreateWaitableTimerExW(LPSECURITY_ATTRIBUTES attributes, LPCWSTR name, DW
     return Fail(ERROR_INVALID_PARAMETER, HANDLE{});
   return HandleTable::Get().Add(
       std::make_shared<WaitableTimer>((flags & CREATE_WAITABLE_TIMER_MANUAL_RESET) != 0));
+} catch (const std::bad_alloc&) {
+  return Fail(ERROR_NOT_ENOUGH_MEMORY, HANDLE{});
 }
 
 BOOL SetWaitableTimer(HANDLE timer, const LARGE_INTEGER* due_time, LONG period,
@@ -138,15 +143,20 @@ BOOL SetWaitableTimer(HANDLE timer, const LARGE_INTEGER* due_time, LONG period,
 
 HANDLE CreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stack_size,
                     LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD flags,
-                    LPDWORD thread_id) {
+                    LPDWORD thread_id) try {
   if (CallMustFail("CreateThread")) return nullptr;
   if (attributes != nullptr || start == nullptr || flags != 0)
     return Fail(ERROR_INVALID_PARAMETER, HANDLE{});
-  const std::shared_ptr<Thread> thread =
-      Scheduler::Get().StartThread(stack_size, [start, parameter] { start(parameter); });
-  if (thread == nullptr) return Fail(ERROR_NOT_ENOUGH_MEMORY, HANDLE{});
+  const std::shared_ptr<Thread> thread = Scheduler::Get().MakeThread();
+  const HANDLE handle = HandleTable::Get().Add(std::make_shared<ThreadObject>(thread));
+  if (!Scheduler::Get().StartThread(thread, stack_size, start, parameter)) {
+    HandleTable::Get().Close<ThreadObject>(handle);
+    return Fail(ERROR_NOT_ENOUGH_MEMORY, HANDLE{});
+  }
   if (thread_id != nullptr) *thread_id = thread->id;
-  return HandleTable::Get().Add(std::make_shared<ThreadObject>(thread));
+  return handle;
+} catch (const std::bad_alloc&) {
+  return Fail(ERROR_NOT_ENOUGH_MEMORY, HANDLE{});
 }
 
 DWORD GetCurrentThreadId() {

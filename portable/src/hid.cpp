@@ -1,5 +1,7 @@
 #include "perilink_platform/hid.h"
 
+#include <new>
+
 #include "call.h"
 #include "hid_file.h"
 #include "hid_guid.h"
@@ -28,11 +30,13 @@ BOOLEAN HidD_GetAttributes(HANDLE handle, PHIDD_ATTRIBUTES attributes) {
   return TRUE;
 }
 
-BOOLEAN HidD_SetFeature(HANDLE handle, PVOID report, ULONG size) {
+BOOLEAN HidD_SetFeature(HANDLE handle, PVOID report, ULONG size) try {
   if (CallMustFail("HidD_SetFeature")) return FALSE;
   const auto file = HandleTable::Get().Find<HidFile>(handle);
   if (file == nullptr) return Fail(ERROR_INVALID_HANDLE, BOOLEAN{FALSE});
   if (report == nullptr) return Fail(ERROR_NOACCESS, BOOLEAN{FALSE});
   const DWORD error = file->SetFeature({static_cast<const uint8_t*>(report), size});
   return error == 0 ? BOOLEAN{TRUE} : Fail(error, BOOLEAN{FALSE});
+} catch (const std::bad_alloc&) {
+  return Fail(ERROR_NOT_ENOUGH_MEMORY, BOOLEAN{FALSE});
 }

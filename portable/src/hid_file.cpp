@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "active_bus.h"
 #include "path.h"
@@ -81,7 +82,7 @@ void HidFile::OnHandleClosed() {
   closed = std::exchange(connection_, nullptr);
   opening_ = false;
   reports_.clear();
-  CancelReads(nullptr, nullptr);
+  CancelReads(0, nullptr);
 }
 
 DWORD HidFile::Connected(std::shared_ptr<HidConnection>& connection) {
@@ -99,11 +100,11 @@ DWORD HidFile::BeginRead(std::span<uint8_t> buffer, OVERLAPPED& overlapped,
   if (removed_) return ERROR_DEVICE_NOT_CONNECTED;
   if (connection_ == nullptr) return ERROR_INVALID_HANDLE;
   if (buffer.size() < input_length_) return ERROR_INVALID_USER_BUFFER;
-  overlapped.Internal = STATUS_PENDING;
-  overlapped.InternalHigh = 0;
-  Read read{++last_read_id_, buffer, &overlapped, std::move(event), &self, false};
+  Read read{++last_read_id_, buffer, &overlapped, std::move(event), self.id, false};
   if (reports_.empty()) {
     reads_.push_back(std::move(read));
+    overlapped.InternalHigh = 0;
+    overlapped.Internal = STATUS_PENDING;
     return ERROR_IO_PENDING;
   }
   const std::vector<uint8_t> report = std::move(reports_.front());
@@ -127,24 +128,37 @@ void HidFile::Complete(Read& read, DWORD status, std::span<const uint8_t> report
 }
 
 void HidFile::CompleteAll(DWORD status) {
-  for (std::deque<Read> reads = std::exchange(reads_, {}); Read & read : reads)
-    Complete(read, status, {});
+  while (!reads_.empty()) {
+    Complete(reads_.front(), status, {});
+    reads_.pop_front();
+  }
 }
 
-size_t HidFile::CancelReads(const Thread* issuer, const OVERLAPPED* overlapped) {
+size_t HidFile::CancelReads(uint32_t issuer, const OVERLAPPED* overlapped) {
   const DeviceGuard guard;
   size_t count = 0;
-  for (Read& read : reads_) {
-    if (issuer != nullptr && read.issuer != issuer) continue;
+  for (auto next = reads_.begin(); next != reads_.end();) {
+    Read& read = *next++;
+    if (issuer != 0 && read.issuer != issuer) continue;
     if (overlapped != nullptr && read.overlapped != overlapped) continue;
     ++count;
     if (std::exchange(read.cancelled, true)) continue;
     // Completes a little later, as on Windows, so that a host that frees the buffer without waiting
     // for the completion is found out.
-    ScheduleIn(1 + Scheduler::Get().Random(kCancelMicros),
-               [self = shared_from_this(), id = read.id] { self->Abort(id); });
+    if (!AbortSoon(read.id)) Abort(read.id);
   }
   return count;
+}
+
+// False when the system has no memory or no thread for that.
+bool HidFile::AbortSoon(uint64_t id) {
+  try {
+    ScheduleIn(1 + Scheduler::Get().Random(kCancelMicros),
+               [self = shared_from_this(), id] { self->Abort(id); });
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
 }
 
 void HidFile::Abort(uint64_t id) {
@@ -178,7 +192,11 @@ DWORD HidFile::GetAttributes(HidAttributes& attributes) {
 void HidFile::OnInputReport(std::span<const uint8_t> report) {
   if (reads_.empty()) {
     if (reports_.size() == kQueuedReports) reports_.pop_front();
-    reports_.emplace_back(report.begin(), report.end());
+    try {
+      reports_.emplace_back(report.begin(), report.end());
+    } catch (const std::bad_alloc&) {
+      // The report is lost, as the oldest is in a full queue.
+    }
     return;
   }
   Read read = std::move(reads_.front());
@@ -195,7 +213,7 @@ void HidFile::OnRemoved() {
 void CancelReadsOf(Thread& thread) {
   const DeviceGuard guard;
   for (HidFile* const file : OpenFiles())
-    file->CancelReads(&thread, nullptr);
+    file->CancelReads(thread.id, nullptr);
 }
 
 bool IsPending(const OVERLAPPED& overlapped) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <list>
 #include <memory>
 #include <span>
 #include <string>
@@ -40,9 +41,9 @@ class HidFile final : public Waitable,
   // Begins a read of the calling thread: 0 when a queued report has completed it, ERROR_IO_PENDING,
   // or why it failed. Its completion signals `event`, or with null the file itself.
   DWORD BeginRead(std::span<uint8_t> buffer, OVERLAPPED& overlapped, std::shared_ptr<Event> event);
-  // Cancels the pending reads of one thread (null: of all) on one OVERLAPPED (null: on all).
-  // Returns their number.
-  size_t CancelReads(const Thread* issuer, const OVERLAPPED* overlapped);
+  // Cancels the pending reads of one thread (0: of all) on one OVERLAPPED (null: on all). Returns
+  // their number. Never fails.
+  size_t CancelReads(uint32_t issuer, const OVERLAPPED* overlapped);
 
   DWORD Write(std::span<const uint8_t> report);
   DWORD SetFeature(std::span<const uint8_t> report);
@@ -61,12 +62,13 @@ class HidFile final : public Waitable,
     std::span<uint8_t> buffer;
     OVERLAPPED* overlapped;
     std::shared_ptr<Event> event;
-    const Thread* issuer;
+    uint32_t issuer;  // a thread's id
     bool cancelled;
   };
 
   void Complete(Read& read, DWORD status, std::span<const uint8_t> report);
   void CompleteAll(DWORD status);
+  bool AbortSoon(uint64_t id);
   void Abort(uint64_t id);
   bool ConflictsWith(const HidFile& other) const;
   // The connection, or why there is none. It stays while the caller uses it.
@@ -80,7 +82,7 @@ class HidFile final : public Waitable,
   size_t input_length_ = 0;
   bool removed_ = false;
   std::deque<std::vector<uint8_t>> reports_;
-  std::deque<Read> reads_;
+  std::list<Read> reads_;
   uint64_t last_read_id_ = 0;
 };
 

@@ -3,14 +3,15 @@
 #define PERILINK_PLATFORM_SRC_MESSAGE_QUEUE_H_
 
 #include <cstddef>
-#include <deque>
+#include <list>
 #include <memory>
 #include <vector>
 
 #include "perilink_platform/window.h"
-#include "scheduler.h"
 
 namespace perilink::platform {
+
+struct Thread;
 
 // A message that the receiving thread handles inside a pump. Its sender, if there is one, waits.
 struct SentMessage {
@@ -25,13 +26,12 @@ struct SentMessage {
   LRESULT result = 0;
 };
 
+// Every thread has one: it takes no memory while it is empty.
 struct MessageQueue {
-  std::deque<MSG> posted;
-  std::deque<std::shared_ptr<SentMessage>> sent;
+  std::list<MSG> posted;
+  std::list<std::shared_ptr<SentMessage>> sent;
   bool quit = false;
   int exit_code = 0;
-  // Set when anything is added, or when a message that this thread sent has been handled.
-  Signal wake{true};
 };
 
 }  // namespace perilink::platform

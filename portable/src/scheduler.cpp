@@ -8,9 +8,8 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <thread>
-
-#include "message_queue.h"
 
 namespace perilink::platform {
 namespace {
@@ -36,18 +35,28 @@ uint64_t Later(uint64_t now, uint64_t micros) {
   return micros >= kForever - now ? kForever : now + micros;
 }
 
-struct StartedThread {
-  std::function<void()> main;
-};
+// The record of a thread that the platform has not made lies in the thread's own memory, and goes
+// when the thread ends. That is after the thread-local objects of its code have gone; should it
+// call the platform later still, it gets another record, which goes in the same way.
+alignas(Thread) thread_local std::byte adopted_record[sizeof(Thread)];
 
-void* PthreadMain(void* argument) {
-  const std::unique_ptr<StartedThread> started(static_cast<StartedThread*>(argument));
-  started->main();
-  return nullptr;
+pthread_key_t AdoptedKey() {
+  static const pthread_key_t key = [] {
+    pthread_key_t made = 0;
+    const int error = pthread_key_create(&made, [](void* record) {
+      auto* const self = static_cast<Thread*>(record);
+      current_thread = self;
+      Scheduler::Get().LeaveThread(*self);
+      current_thread = nullptr;
+      self->~Thread();
+    });
+    if (error != 0) StopProcess("the process has too many thread-specific keys");
+    return made;
+  }();
+  return key;
 }
 
-bool StartPthread(size_t stack_size, std::function<void()> main) {
-  auto started = std::make_unique<StartedThread>(StartedThread{std::move(main)});
+bool StartPthread(size_t stack_size, void* (*main)(void*), void* argument) {
   pthread_attr_t attributes;
   if (pthread_attr_init(&attributes) != 0) return false;
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
@@ -58,8 +67,7 @@ bool StartPthread(size_t stack_size, std::function<void()> main) {
                               (std::max(stack_size, smallest) + page - 1) / page * page);
   }
   pthread_t thread;
-  const bool made = pthread_create(&thread, &attributes, PthreadMain, started.get()) == 0;
-  if (made) static_cast<void>(started.release());  // the thread has it
+  const bool made = pthread_create(&thread, &attributes, main, argument) == 0;
   pthread_attr_destroy(&attributes);
   return made;
 }
@@ -82,8 +90,19 @@ void UnlockDevices() {
   Scheduler::Get().DeviceLock().unlock();
 }
 
-Thread::Thread(uint32_t number, std::string made_by) : id(number), origin(std::move(made_by)) {}
-Thread::~Thread() = default;
+void ThreadList::Append(Thread& thread) {
+  thread.previous = last_;
+  thread.next = nullptr;
+  (last_ != nullptr ? last_->next : first_) = &thread;
+  last_ = &thread;
+  ++size_;
+}
+
+void ThreadList::Remove(Thread& thread) {
+  (thread.previous != nullptr ? thread.previous->next : first_) = thread.next;
+  (thread.next != nullptr ? thread.next->previous : last_) = thread.previous;
+  --size_;
+}
 
 bool Signal::TryTake() {
   if (!signalled_) return false;
@@ -96,17 +115,19 @@ Scheduler& Scheduler::Get() {
   return *scheduler;
 }
 
-Scheduler::Scheduler() = default;
+Scheduler::Scheduler() {
+  AdoptedKey();
+}
 
 void Scheduler::StartVirtual(uint64_t seed) {
   const Lock lock(mutex_);
-  if (IsVirtual() || !threads_.empty() || has_event_thread_)
+  if (IsVirtual() || next_thread_id_ != 1 || has_event_thread_)
     StopProcess("StartVirtual must come once, before every other platform call");
   virtual_now_ = kVirtualStartMicros;
   seed_ = seed;
   random_.seed(seed);
-  threads_.push_back(std::make_shared<Thread>(next_thread_id_++, "started the world"));
-  current_thread = threads_.back().get();
+  current_thread = new Thread(next_thread_id_++, "started the world");  // lives as long as that
+  thread_count_ = 1;
   holder_ = current_thread;
   virtual_ = true;
 }
@@ -134,43 +155,78 @@ Thread& Scheduler::Current(const char* function) {
                 " was called on a thread that the virtual world doesn't know; make threads with"
                 " CreateThread");
   }
-  // Kept for ever: the thread may call the platform again after its thread-local objects have gone.
+  return Adopt();
+}
+
+Thread& Scheduler::Adopt() {
   const Lock lock(mutex_);
-  threads_.push_back(std::make_shared<Thread>(next_thread_id_++, "not made by the platform"));
-  current_thread = threads_.back().get();
+  current_thread = new (adopted_record) Thread(next_thread_id_++, "not made by the platform");
+  ++thread_count_;
+  pthread_setspecific(AdoptedKey(), current_thread);
   return *current_thread;
 }
 
-std::shared_ptr<Thread> Scheduler::StartThread(size_t stack_size, std::function<void()> body) {
-  std::shared_ptr<Thread> thread;
-  {
-    const Lock lock(mutex_);
-    thread = std::make_shared<Thread>(next_thread_id_++, "CreateThread");
-    threads_.push_back(thread);
-    if (IsVirtual()) ready_.push_back(thread.get());
-  }
-  if (StartPthread(stack_size,
-                   [this, thread, body = std::move(body)] { ThreadMain(thread, body); }))
-    return thread;
+uint64_t Scheduler::ThreadCount() {
   const Lock lock(mutex_);
-  std::erase(ready_, thread.get());
-  std::erase(threads_, thread);
+  return thread_count_;
+}
+
+struct Scheduler::Start {
+  std::shared_ptr<Thread> self;
+  LPTHREAD_START_ROUTINE start;
+  LPVOID parameter;
+};
+
+std::shared_ptr<Thread> Scheduler::MakeThread() {
+  const Lock lock(mutex_);
+  return std::make_shared<Thread>(next_thread_id_++, "CreateThread");
+}
+
+bool Scheduler::StartThread(const std::shared_ptr<Thread>& thread, size_t stack_size,
+                            LPTHREAD_START_ROUTINE start, LPVOID parameter) {
+  auto* const started = new (std::nothrow) Start{thread, start, parameter};
+  if (started == nullptr) return false;
+  // With the lock held, so that the thread is counted before it ends.
+  const Lock lock(mutex_);
+  if (!StartPthread(stack_size, ThreadMain, started)) {
+    delete started;
+    return false;
+  }
+  ++thread_count_;
+  if (IsVirtual()) ready_.Append(*thread);
+  return true;
+}
+
+void* Scheduler::ThreadMain(void* start) {
+  const std::unique_ptr<Start> started(static_cast<Start*>(start));
+  Get().Run(*started);
   return nullptr;
 }
 
-void Scheduler::ThreadMain(const std::shared_ptr<Thread>& self, const std::function<void()>& body) {
-  current_thread = self.get();
+void Scheduler::Run(const Start& start) {
+  Thread& self = *start.self;
+  current_thread = &self;
   if (IsVirtual()) {
     Lock lock(mutex_);
-    AwaitBaton(lock, *self);
+    AwaitBaton(lock, self);
   }
-  body();
-  DestroyWindowsOf(*self);
-  CancelReadsOf(*self);
-  Set(self->ended);
-  Lock lock(mutex_);
-  std::erase(threads_, self);
-  if (IsVirtual()) GiveBaton(PickNext(lock));
+  start.start(start.parameter);
+  LeaveThread(self);
+  if (IsVirtual()) {
+    Lock lock(mutex_);
+    GiveBaton(PickNext(lock));
+  }
+  current_thread = nullptr;  // its thread-local objects still have their destructors to run
+}
+
+void Scheduler::LeaveThread(Thread& self) {
+  DestroyWindowsOf(self);
+  CancelReadsOf(self);
+  {
+    const Lock lock(mutex_);
+    --thread_count_;
+  }
+  Set(self.ended);
 }
 
 size_t Scheduler::WaitAny(std::span<Signal* const> signals, uint64_t timeout, WaitReason reason) {
@@ -194,13 +250,9 @@ size_t Scheduler::WaitAny(std::span<Signal* const> signals, uint64_t timeout, Wa
   self.signals = signals;
   self.reason = reason;
   self.deadline = Later(Now(), timeout);
-  for (Signal* const signal : signals)
-    signal->waiters_.push_back(&self);
   Block(lock, self);
-  if (self.taken != nullptr)
-    return static_cast<size_t>(std::ranges::find(signals, self.taken) - signals.begin());
-  StopWaiting(self);
-  return kNone;
+  if (self.taken == nullptr) return kNone;
+  return static_cast<size_t>(std::ranges::find(signals, self.taken) - signals.begin());
 }
 
 bool Scheduler::Wait(Signal& signal, uint64_t timeout, WaitReason reason) {
@@ -219,15 +271,13 @@ void Scheduler::SleepFor(uint64_t micros) {
 
 void Scheduler::Set(Signal& signal) {
   const Lock lock(mutex_);
-  if (signal.manual_reset_) {
-    signal.signalled_ = true;
-    while (!signal.waiters_.empty())
-      Wake(*signal.waiters_.front(), signal);
-  } else if (signal.waiters_.empty()) {
-    signal.signalled_ = true;
-  } else {
-    Wake(*signal.waiters_.front(), signal);
+  for (Thread* thread = blocked_.first(); thread != nullptr;) {
+    Thread& waiter = *std::exchange(thread, thread->next);
+    if (std::ranges::find(waiter.signals, &signal) == waiter.signals.end()) continue;
+    Wake(waiter, signal);
+    if (!signal.manual_reset_) return;
   }
+  signal.signalled_ = true;
 }
 
 void Scheduler::Reset(Signal& signal) {
@@ -238,28 +288,22 @@ void Scheduler::Reset(Signal& signal) {
 // Ends a wait by its signal. The waiter owns what it took even if the signal is reset before it
 // runs.
 void Scheduler::Wake(Thread& thread, const Signal& signal) {
-  StopWaiting(thread);
   thread.taken = &signal;
   thread.waiting = false;
+  blocked_.Remove(thread);
   if (IsVirtual()) {
-    std::erase(blocked_, &thread);
-    ready_.push_back(&thread);
+    ready_.Append(thread);
   } else {
     thread.wake.notify_one();
   }
-}
-
-void Scheduler::StopWaiting(Thread& thread) {
-  for (Signal* const signal : thread.signals)
-    std::erase(signal->waiters_, &thread);
 }
 
 void Scheduler::Block(Lock& lock, Thread& self) {
   self.waiting = true;
   self.taken = nullptr;
   self.since = Now();
+  blocked_.Append(self);
   if (IsVirtual()) {
-    blocked_.push_back(&self);
     SwitchFrom(lock, self);
     return;
   }
@@ -269,14 +313,14 @@ void Scheduler::Block(Lock& lock, Thread& self) {
   } else {
     self.wake.wait_until(lock, RealTime(self.deadline), done);
   }
-  self.waiting = false;
+  if (std::exchange(self.waiting, false)) blocked_.Remove(self);
 }
 
 // Offers the baton to the threads that are ready.
 void Scheduler::Yield(Lock& lock, Thread& self) {
   ExpireWaits();
   if (ready_.empty() || device_lock_depth > 0) return;
-  ready_.push_back(&self);
+  ready_.Append(self);
   SwitchFrom(lock, self);
 }
 
@@ -304,9 +348,10 @@ Thread& Scheduler::PickNext(Lock& lock) {
     lock.lock();
     ExpireWaits();
     if (!ready_.empty()) {
-      const size_t index = ready_.size() == 1 ? 0 : static_cast<size_t>(random_() % ready_.size());
-      Thread* const next = ready_[index];
-      ready_.erase(ready_.begin() + static_cast<std::ptrdiff_t>(index));
+      Thread* next = ready_.first();
+      for (uint64_t skip = ready_.size() == 1 ? 0 : random_() % ready_.size(); skip > 0; --skip)
+        next = next->next;
+      ready_.Remove(*next);
       return *next;
     }
     const uint64_t at = std::min(NextDeadline(), timeline_.NextAt());
@@ -317,38 +362,31 @@ Thread& Scheduler::PickNext(Lock& lock) {
 
 void Scheduler::ExpireWaits() {
   const uint64_t now = Now();
-  for (size_t i = 0; i < blocked_.size();) {
-    Thread* const thread = blocked_[i];
-    if (thread->deadline > now) {
-      ++i;
-      continue;
-    }
-    // Off the signals' lists at once: setting one must not count a wait that is over.
-    StopWaiting(*thread);
-    thread->waiting = false;
-    blocked_.erase(blocked_.begin() + static_cast<std::ptrdiff_t>(i));
-    ready_.push_back(thread);
+  for (Thread* thread = blocked_.first(); thread != nullptr;) {
+    Thread& waiter = *std::exchange(thread, thread->next);
+    if (waiter.deadline > now) continue;
+    waiter.waiting = false;
+    blocked_.Remove(waiter);
+    ready_.Append(waiter);
   }
 }
 
 uint64_t Scheduler::NextDeadline() const {
   uint64_t deadline = kForever;
-  for (const Thread* const thread : blocked_)
+  for (const Thread* thread = blocked_.first(); thread != nullptr; thread = thread->next)
     deadline = std::min(deadline, thread->deadline);
   return deadline;
 }
 
 EventId Scheduler::Schedule(uint64_t at, std::function<void()> action) {
   const Lock lock(mutex_);
+  if (!IsVirtual() && !has_event_thread_) {
+    std::thread([this] { EventThreadMain(); }).detach();
+    has_event_thread_ = true;
+  }
   const EventId id = timeline_.Add(at, std::move(action));
   next_event_ = timeline_.NextAt();
-  if (!IsVirtual()) {
-    if (!has_event_thread_) {
-      has_event_thread_ = true;
-      std::thread([this] { EventThreadMain(); }).detach();
-    }
-    event_added_.notify_one();
-  }
+  event_added_.notify_one();
   return id;
 }
 
@@ -403,9 +441,9 @@ void Scheduler::StopDeadWorld() {
                 "the world is dead: nothing can ever wake (seed %" PRIu64 ", %.3f ms)", seed_,
                 static_cast<double>(Now()) / 1000);
   std::string message = line;
-  for (const Thread* const thread : blocked_) {
+  for (const Thread* thread = blocked_.first(); thread != nullptr; thread = thread->next) {
     std::snprintf(line, sizeof(line), "\n  thread %" PRIu32 " (%s) waits for %s", thread->id,
-                  thread->origin.c_str(), thread->reason.what);
+                  thread->origin, thread->reason.what);
     message += line;
     if (thread->reason.subject != 0) {
       std::snprintf(line, sizeof(line), " 0x%" PRIx64, thread->reason.subject);

@@ -2,29 +2,26 @@
 //
 // In virtual time exactly one thread runs, the holder of the baton. All that this file declares is
 // used by the other files of the platform; nothing of it is public.
+//
+// Waiting, waking and the end of a thread take no memory: they can't fail.
 #ifndef PERILINK_PLATFORM_SRC_SCHEDULER_H_
 #define PERILINK_PLATFORM_SRC_SCHEDULER_H_
 
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <random>
 #include <span>
 #include <string>
-#include <vector>
 
-#include "perilink_platform/types.h"
+#include "message_queue.h"
+#include "perilink_platform/handle.h"
 #include "timeline.h"
 
 namespace perilink::platform {
-
-class Scheduler;
-struct Thread;
-struct MessageQueue;
 
 inline constexpr uint64_t kForever = UINT64_MAX;
 
@@ -46,7 +43,6 @@ class Signal {
 
   const bool manual_reset_;
   bool signalled_;
-  std::deque<Thread*> waiters_;
 };
 
 // What a thread waits for, in words, for the message of a dead world.
@@ -56,15 +52,18 @@ struct WaitReason {
 };
 
 struct Thread {
-  Thread(uint32_t number, std::string made_by);
-  ~Thread();
+  Thread(uint32_t number, const char* made_by) : id(number), origin(made_by) {}
 
-  const uint32_t id;
-  const std::string origin;
+  const uint32_t id;  // never used again
+  const char* const origin;
   Signal ended{true};
-  std::unique_ptr<MessageQueue> messages;  // the window system's
+  MessageQueue messages;  // the window system's
+  // Set when anything is added to them, or when a message that this thread sent has been handled.
+  Signal message_came{true};
 
   // The scheduler's.
+  Thread* previous = nullptr;  // in the ThreadList that it is in
+  Thread* next = nullptr;
   std::condition_variable wake;
   bool waiting = false;
   std::span<Signal* const> signals;  // what it waits on
@@ -72,6 +71,21 @@ struct Thread {
   uint64_t deadline = kForever;
   uint64_t since = 0;
   WaitReason reason{""};
+};
+
+// Threads in the order in which they came. A thread is in one list at most.
+class ThreadList {
+ public:
+  bool empty() const { return first_ == nullptr; }
+  size_t size() const { return size_; }
+  Thread* first() const { return first_; }
+  void Append(Thread& thread);
+  void Remove(Thread& thread);
+
+ private:
+  Thread* first_ = nullptr;
+  Thread* last_ = nullptr;
+  size_t size_ = 0;
 };
 
 class Scheduler {
@@ -93,8 +107,14 @@ class Scheduler {
   // The calling thread's record. Stops the process, naming `function`, if the virtual world doesn't
   // know the thread.
   Thread& Current(const char* function);
-  // Starts a thread that runs `body`; null if the system can't. Stack size 0 is the default.
-  std::shared_ptr<Thread> StartThread(size_t stack_size, std::function<void()> body);
+  // Makes the record of a thread to start, and starts it; false if the system can't. Stack size 0
+  // is the default.
+  std::shared_ptr<Thread> MakeThread();
+  bool StartThread(const std::shared_ptr<Thread>& thread, size_t stack_size,
+                   LPTHREAD_START_ROUTINE start, LPVOID parameter);
+  // Clears away what the calling thread, which ends, leaves behind.
+  void LeaveThread(Thread& self);
+  uint64_t ThreadCount();
 
   // Waits for at most `timeout` microseconds until one of the signals can be taken, and takes it:
   // its index, or kNone. A wait in device code stops the process.
@@ -105,6 +125,7 @@ class Scheduler {
   void Set(Signal& signal);
   void Reset(Signal& signal);
 
+  // Without memory, or a thread to run events on, throws and schedules nothing.
   EventId Schedule(uint64_t at, std::function<void()> action);
   void Cancel(EventId id);
 
@@ -113,11 +134,14 @@ class Scheduler {
  private:
   using Lock = std::unique_lock<std::mutex>;
 
+  struct Start;
+
   Scheduler();
-  void ThreadMain(const std::shared_ptr<Thread>& self, const std::function<void()>& body);
+  Thread& Adopt();
+  static void* ThreadMain(void* start);
+  void Run(const Start& start);
   void Block(Lock& lock, Thread& self);
   void Wake(Thread& thread, const Signal& signal);
-  static void StopWaiting(Thread& thread);
   void Yield(Lock& lock, Thread& self);
   void SwitchFrom(Lock& lock, Thread& self);
   void AwaitBaton(Lock& lock, Thread& self);
@@ -140,10 +164,10 @@ class Scheduler {
   std::mutex mutex_;
   std::mt19937_64 random_{1};
   uint32_t next_thread_id_ = 1;
-  std::vector<std::shared_ptr<Thread>> threads_;  // those alive
-  std::vector<Thread*> ready_;                    // virtual: may run, do not hold the baton
-  std::vector<Thread*> blocked_;                  // virtual: wait for a signal or a deadline
-  Thread* holder_ = nullptr;                      // virtual: who runs
+  uint64_t thread_count_ = 0;  // those alive that have a record
+  ThreadList ready_;           // virtual: may run, do not hold the baton
+  ThreadList blocked_;         // wait for a signal or a deadline, longest first
+  Thread* holder_ = nullptr;   // virtual: who runs
   Timeline timeline_;
   bool has_event_thread_ = false;
   std::condition_variable event_added_;

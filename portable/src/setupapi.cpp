@@ -1,6 +1,7 @@
 #include "perilink_platform/setupapi.h"
 
 #include <cstring>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -44,7 +45,7 @@ using perilink::platform::Fail;
 using perilink::platform::FindSet;
 using perilink::platform::HandleTable;
 
-HDEVINFO SetupDiGetClassDevsW(const GUID* guid, PCWSTR enumerator, HWND parent, DWORD flags) {
+HDEVINFO SetupDiGetClassDevsW(const GUID* guid, PCWSTR enumerator, HWND parent, DWORD flags) try {
   if (CallMustFail("SetupDiGetClassDevsW")) return INVALID_HANDLE_VALUE;
   if (guid == nullptr || !(*guid == perilink::platform::kHidGuid) || enumerator != nullptr ||
       parent != nullptr)
@@ -55,6 +56,8 @@ HDEVINFO SetupDiGetClassDevsW(const GUID* guid, PCWSTR enumerator, HWND parent, 
   if (bus == nullptr) return Fail(ERROR_NO_SYSTEM_RESOURCES, INVALID_HANDLE_VALUE);
   return HandleTable::Get().Add(
       std::make_shared<perilink::platform::DeviceInfoSet>(bus->PresentInterfaces()));
+} catch (const std::bad_alloc&) {
+  return Fail(ERROR_NOT_ENOUGH_MEMORY, INVALID_HANDLE_VALUE);
 }
 
 BOOL SetupDiEnumDeviceInterfaces(HDEVINFO set, PSP_DEVINFO_DATA device, const GUID* guid,

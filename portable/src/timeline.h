@@ -17,8 +17,10 @@ class Timeline {
  public:
   EventId Add(uint64_t at, std::function<void()> action) {
     const EventId id = ++last_id_;
-    events_.emplace(std::pair(at, id), std::move(action));
+    decltype(events_) event;
+    event.emplace(std::pair(at, id), std::move(action));
     times_.emplace(id, at);
+    events_.merge(event);  // needs no memory: either all has been added, or nothing
     return id;
   }
 

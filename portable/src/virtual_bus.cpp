@@ -35,13 +35,19 @@ class TheVirtualBus final : public VirtualBus {
 
 class Connection final : public HidConnection {
  public:
-  Connection(TheVirtualBus& bus, VirtualHidInterface& hid_interface, HidInputSink& sink)
-      : bus_(bus), interface_(&hid_interface), sink_(sink) {}
+  Connection(TheVirtualBus& bus, HidInputSink& sink) : bus_(bus), sink_(sink) {}
 
   ~Connection() override {
     const DeviceGuard guard;
     bus_.Disconnect(*this);
     if (interface_ != nullptr) interface_->OnClose();
+  }
+
+  // 0, or the error with which the device refuses.
+  DWORD Open(VirtualHidInterface& hid_interface) {
+    const DWORD error = hid_interface.OnOpen();
+    if (error == 0) interface_ = &hid_interface;
+    return error;
   }
 
   bool IsOf(const VirtualHidInterface& hid_interface) const { return interface_ == &hid_interface; }
@@ -94,7 +100,7 @@ class Connection final : public HidConnection {
   }
 
   TheVirtualBus& bus_;
-  VirtualHidInterface* interface_;  // null once it has been unplugged
+  VirtualHidInterface* interface_ = nullptr;  // null before the opening and once it was unplugged
   Signal unplugged_{true};
   HidInputSink& sink_;
 };
@@ -114,12 +120,11 @@ DWORD TheVirtualBus::Open(const std::wstring& path, DWORD /*access*/, HidInputSi
       plugged_.begin(), plugged_.end(),
       [&path](const VirtualHidInterface* plugged) { return SamePath(plugged->Path(), path); });
   if (found == plugged_.end()) return ERROR_FILE_NOT_FOUND;
-  const DWORD error = (*found)->OnOpen();
-  if (error != 0) return error;
-  auto opened = std::make_unique<Connection>(*this, **found, sink);
+  auto opened = std::make_unique<Connection>(*this, sink);
   connections_.push_back(opened.get());
-  connection = std::move(opened);
-  return 0;
+  const DWORD error = opened->Open(**found);
+  if (error == 0) connection = std::move(opened);
+  return error;
 }
 
 void TheVirtualBus::Plug(VirtualHidInterface& hid_interface) {
@@ -130,8 +135,9 @@ void TheVirtualBus::Plug(VirtualHidInterface& hid_interface) {
 
 void TheVirtualBus::Unplug(VirtualHidInterface& hid_interface) {
   const DeviceGuard guard;
+  const std::vector<Connection*> connections(connections_);
   if (std::erase(plugged_, &hid_interface) == 0) return;
-  for (Connection* const connection : std::vector(connections_)) {
+  for (Connection* const connection : connections) {
     if (connection->IsOf(hid_interface)) connection->OnUnplugged();
   }
 }

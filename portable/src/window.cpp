@@ -1,5 +1,7 @@
 #include "perilink_platform/window.h"
 
+#include <new>
+
 #include "active_bus.h"
 #include "call.h"
 #include "window_system.h"
@@ -32,7 +34,7 @@ HMODULE GetModuleHandleW(LPCWSTR name) {
   return reinterpret_cast<HMODULE>(&module);
 }
 
-ATOM RegisterClassW(const WNDCLASSW* window_class) {
+ATOM RegisterClassW(const WNDCLASSW* window_class) try {
   if (CallMustFail("RegisterClassW")) return 0;
   const WNDCLASSW& wanted = *window_class;
   if (wanted.lpfnWndProc == nullptr || wanted.lpszClassName == nullptr ||
@@ -44,11 +46,13 @@ ATOM RegisterClassW(const WNDCLASSW* window_class) {
   const DWORD error =
       WindowSystem::Get().RegisterClass(wanted.lpszClassName, wanted.lpfnWndProc, atom);
   return error == 0 ? atom : Fail(error, ATOM{0});
+} catch (const std::bad_alloc&) {
+  return Fail(ERROR_NOT_ENOUGH_MEMORY, ATOM{0});
 }
 
 HWND CreateWindowExW(DWORD extended_style, LPCWSTR class_name, LPCWSTR window_name, DWORD style,
                      int x, int y, int width, int height, HWND parent, HMENU menu,
-                     HINSTANCE instance, LPVOID parameter) {
+                     HINSTANCE instance, LPVOID parameter) try {
   if (CallMustFail("CreateWindowExW")) return nullptr;
   if (parent != nullptr || menu != nullptr) return Fail(ERROR_INVALID_PARAMETER, HWND{});
   if (class_name == nullptr) return Fail(ERROR_CANNOT_FIND_WND_CLASS, HWND{});
@@ -58,6 +62,8 @@ HWND CreateWindowExW(DWORD extended_style, LPCWSTR class_name, LPCWSTR window_na
   HWND window = nullptr;
   const DWORD error = WindowSystem::Get().Create(create, window);
   return error == 0 ? window : Fail(error, HWND{});
+} catch (const std::bad_alloc&) {
+  return Fail(ERROR_NOT_ENOUGH_MEMORY, HWND{});
 }
 
 BOOL DestroyWindow(HWND window) {
@@ -105,16 +111,20 @@ LRESULT DefWindowProcW(HWND window, UINT message, WPARAM, LPARAM) {
   }
 }
 
-BOOL PostMessageW(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+BOOL PostMessageW(HWND window, UINT message, WPARAM wparam, LPARAM lparam) try {
   if (CallMustFail("PostMessageW")) return FALSE;
   return Succeeded(WindowSystem::Get().Post(window, message, wparam, lparam));
+} catch (const std::bad_alloc&) {
+  return Fail(ERROR_NOT_ENOUGH_MEMORY, FALSE);
 }
 
-LRESULT SendMessageW(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+LRESULT SendMessageW(HWND window, UINT message, WPARAM wparam, LPARAM lparam) try {
   if (CallMustFail("SendMessageW")) return 0;
   LRESULT result = 0;
   const DWORD error = WindowSystem::Get().Send(window, message, wparam, lparam, result);
   return error == 0 ? result : Fail(error, LRESULT{0});
+} catch (const std::bad_alloc&) {
+  return Fail(ERROR_NOT_ENOUGH_MEMORY, LRESULT{0});
 }
 
 void PostQuitMessage(int exit_code) {
@@ -151,7 +161,7 @@ LRESULT DispatchMessageW(const MSG* message) {
   return WindowSystem::Get().Dispatch(*message);
 }
 
-HDEVNOTIFY RegisterDeviceNotificationW(HANDLE window, LPVOID filter, DWORD flags) {
+HDEVNOTIFY RegisterDeviceNotificationW(HANDLE window, LPVOID filter, DWORD flags) try {
   if (CallMustFail("RegisterDeviceNotificationW")) return nullptr;
   if (flags != DEVICE_NOTIFY_WINDOW_HANDLE) return Fail(ERROR_INVALID_FLAGS, HDEVNOTIFY{});
   if (filter == nullptr) return Fail(ERROR_INVALID_PARAMETER, HDEVNOTIFY{});
@@ -165,4 +175,6 @@ HDEVNOTIFY RegisterDeviceNotificationW(HANDLE window, LPVOID filter, DWORD flags
   const DWORD error = WindowSystem::Get().RegisterNotification(static_cast<HWND>(window));
   // The notification lives and dies with its window, whose handle serves for it.
   return error == 0 ? window : Fail(error, HDEVNOTIFY{});
+} catch (const std::bad_alloc&) {
+  return Fail(ERROR_NOT_ENOUGH_MEMORY, HDEVNOTIFY{});
 }

@@ -45,11 +45,6 @@ WindowSystem& WindowSystem::Get() {
   return *system;
 }
 
-MessageQueue& WindowSystem::QueueOf(Thread& thread) {
-  if (thread.messages == nullptr) thread.messages = std::make_unique<MessageQueue>();
-  return *thread.messages;
-}
-
 std::shared_ptr<Window> WindowSystem::FindWindow(HWND window) {
   const auto found = windows_.find(window);
   return found == windows_.end() ? nullptr : found->second;
@@ -118,7 +113,7 @@ DWORD WindowSystem::Destroy(HWND window) {
 
 // Takes a window out of the system together with the messages that wait for it.
 void WindowSystem::Forget(Window& window) {
-  MessageQueue& queue = QueueOf(*window.owner);
+  MessageQueue& queue = window.owner->messages;
   std::erase_if(queue.posted, [&window](const MSG& m) { return m.hwnd == window.handle; });
   for (const auto& sent : queue.sent) {
     if (sent->window == window.handle) Answer(sent, false, 0);
@@ -129,12 +124,10 @@ void WindowSystem::Forget(Window& window) {
 
 void WindowSystem::DestroyAllOf(Thread& thread) {
   const std::lock_guard lock(mutex_);
-  std::vector<std::shared_ptr<Window>> doomed;
-  for (const auto& [handle, window] : windows_) {
-    if (window->owner == &thread) doomed.push_back(window);
+  for (auto next = windows_.begin(); next != windows_.end();) {
+    const std::shared_ptr<Window> window = (next++)->second;
+    if (window->owner == &thread) Forget(*window);
   }
-  for (const auto& window : doomed)
-    Forget(*window);
 }
 
 WNDPROC WindowSystem::Procedure(HWND window) {
@@ -173,11 +166,11 @@ DWORD WindowSystem::Post(HWND window, UINT message, WPARAM wparam, LPARAM lparam
     if (target == nullptr) return ERROR_INVALID_WINDOW_HANDLE;
     owner = target->owner;
   }
-  MessageQueue& queue = QueueOf(*owner);
+  MessageQueue& queue = owner->messages;
   if (queue.posted.size() >= kMostPosted) return ERROR_NOT_ENOUGH_QUOTA;
   const auto time = static_cast<DWORD>(Scheduler::Get().Now() / 1000);
   queue.posted.push_back(MSG{window, message, wparam, lparam, time, {}});
-  Scheduler::Get().Set(queue.wake);
+  Scheduler::Get().Set(owner->message_came);
   return 0;
 }
 
@@ -197,18 +190,17 @@ DWORD WindowSystem::Send(HWND window, UINT message, WPARAM wparam, LPARAM lparam
   sent->wparam = wparam;
   sent->lparam = lparam;
   sent->sender = &self;
-  MessageQueue& queue = QueueOf(self);
-  QueueOf(*target->owner).sent.push_back(sent);
-  Scheduler::Get().Set(QueueOf(*target->owner).wake);
+  target->owner->messages.sent.push_back(sent);
+  Scheduler::Get().Set(target->owner->message_came);
   while (true) {
-    Scheduler::Get().Reset(queue.wake);
+    Scheduler::Get().Reset(self.message_came);
     if (sent->done) break;
     lock.unlock();
-    HandleSent(self, queue);
+    HandleSent(self);
     lock.lock();
     if (sent->done) break;
     lock.unlock();
-    Scheduler::Get().Wait(queue.wake, kForever,
+    Scheduler::Get().Wait(self.message_came, kForever,
                           {"the answer of window", reinterpret_cast<uintptr_t>(window)});
     lock.lock();
   }
@@ -220,18 +212,19 @@ void WindowSystem::Answer(const std::shared_ptr<SentMessage>& sent, bool handled
   sent->handled = handled;
   sent->result = result;
   sent->done = true;
-  if (sent->sender != nullptr) Scheduler::Get().Set(QueueOf(*sent->sender).wake);
+  if (sent->sender != nullptr) Scheduler::Get().Set(sent->sender->message_came);
 }
 
-void WindowSystem::HandleSent(Thread& self, MessageQueue& queue) {
+void WindowSystem::HandleSent(Thread& self) {
+  auto& waiting = self.messages.sent;
   while (true) {
     std::shared_ptr<SentMessage> sent;
     std::shared_ptr<Window> window;
     {
       const std::lock_guard lock(mutex_);
-      if (queue.sent.empty()) return;
-      sent = queue.sent.front();
-      queue.sent.pop_front();
+      if (waiting.empty()) return;
+      sent = waiting.front();
+      waiting.pop_front();
       window = FindWindow(sent->window);
       if (window == nullptr || window->owner != &self) {
         Answer(sent, false, 0);
@@ -247,22 +240,19 @@ void WindowSystem::HandleSent(Thread& self, MessageQueue& queue) {
 
 void WindowSystem::PostQuit(int exit_code) {
   const std::lock_guard lock(mutex_);
-  MessageQueue& queue = QueueOf(Self());
-  queue.quit = true;
-  queue.exit_code = exit_code;
-  Scheduler::Get().Set(queue.wake);
+  Thread& self = Self();
+  self.messages.quit = true;
+  self.messages.exit_code = exit_code;
+  Scheduler::Get().Set(self.message_came);
 }
 
 bool WindowSystem::Pump(HWND window, bool remove, MSG& message) {
   Thread& self = Self();
-  std::unique_lock lock(mutex_);
-  MessageQueue& queue = QueueOf(self);
   // Before the look, so that what comes after it sets it again.
-  Scheduler::Get().Reset(queue.wake);
-  lock.unlock();
-  HandleSent(self, queue);
-  lock.lock();
-  return TakePosted(queue, window, remove, message);
+  Scheduler::Get().Reset(self.message_came);
+  HandleSent(self);
+  const std::lock_guard lock(mutex_);
+  return TakePosted(self.messages, window, remove, message);
 }
 
 bool WindowSystem::TakePosted(MessageQueue& queue, HWND window, bool remove, MSG& message) {
@@ -283,11 +273,7 @@ bool WindowSystem::TakePosted(MessageQueue& queue, HWND window, bool remove, MSG
 }
 
 void WindowSystem::AwaitMessage(uint64_t timeout) {
-  Thread& self = Self();
-  std::unique_lock lock(mutex_);
-  Signal& wake = QueueOf(self).wake;
-  lock.unlock();
-  Scheduler::Get().Wait(wake, timeout, {"a message"});
+  Scheduler::Get().Wait(Self().message_came, timeout, {"a message"});
 }
 
 LRESULT WindowSystem::Dispatch(const MSG& message) {
@@ -308,17 +294,21 @@ DWORD WindowSystem::RegisterNotification(HWND window) {
 
 void WindowSystem::NotifyDeviceChange(const std::wstring& path, bool arrived) {
   const std::lock_guard lock(mutex_);
+  // All are made before the first is on its way: without memory nobody is told.
+  std::list<std::shared_ptr<SentMessage>> messages;
   for (const auto& [handle, window] : windows_) {
     if (!window->notified) continue;
-    const auto sent = std::make_shared<SentMessage>();
+    const auto& sent = messages.emplace_back(std::make_shared<SentMessage>());
     sent->window = handle;
     sent->message = WM_DEVICECHANGE;
     sent->wparam = arrived ? DBT_DEVICEARRIVAL : DBT_DEVICEREMOVECOMPLETE;
     sent->payload = DeviceBroadcast(path);
     sent->lparam = reinterpret_cast<LPARAM>(sent->payload.data());
-    MessageQueue& queue = QueueOf(*window->owner);
-    queue.sent.push_back(sent);
-    Scheduler::Get().Set(queue.wake);
+  }
+  while (!messages.empty()) {
+    Thread& owner = *windows_.at(messages.front()->window)->owner;
+    owner.messages.sent.splice(owner.messages.sent.end(), messages, messages.begin());
+    Scheduler::Get().Set(owner.message_came);
   }
 }
 

@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "message_queue.h"
 #include "perilink_platform/window.h"
 #include "scheduler.h"
 
@@ -61,13 +60,13 @@ class WindowSystem {
   LRESULT Dispatch(const MSG& message);
 
   DWORD RegisterNotification(HWND window);
+  // Throws without memory, and has told nobody then.
   void NotifyDeviceChange(const std::wstring& path, bool arrived);
 
  private:
-  MessageQueue& QueueOf(Thread& thread);
   std::shared_ptr<Window> FindWindow(HWND window);
   std::shared_ptr<const WindowClass> FindClass(const wchar_t* name);
-  void HandleSent(Thread& self, MessageQueue& queue);
+  void HandleSent(Thread& self);
   void Answer(const std::shared_ptr<SentMessage>& sent, bool handled, LRESULT result);
   bool TakePosted(MessageQueue& queue, HWND window, bool remove, MSG& message);
   void Forget(Window& window);

@@ -32,6 +32,7 @@ struct HidAttributes {
 
 // Where an open interface delivers what its device sends; implemented by the file object that
 // opened it. Each open of an interface has its own sink and its own queue of reports behind it.
+// Nothing is thrown: a report that there is no memory for is lost.
 class HidInputSink {
  public:
   virtual ~HidInputSink() = default;

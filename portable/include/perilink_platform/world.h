@@ -41,6 +41,8 @@ void SetCalendarTime(int64_t unix_seconds);
 // once if that is past). In virtual mode it runs inside whichever thread moves the clock; in real
 // mode on the platform's own event thread. Events at the same instant run in the order in which
 // they were scheduled. Returns an id for Cancel; cancelling an event that has run does nothing.
+// Without memory, or a thread to run events on, Schedule throws and nothing is scheduled; a later
+// call may succeed.
 using EventId = uint64_t;
 EventId Schedule(uint64_t at_micros, std::function<void()> action);
 inline EventId ScheduleIn(uint64_t delay_micros, std::function<void()> action) {
@@ -77,6 +79,10 @@ uint64_t PlatformCallCount();
 // Handles of the platform that are open now: files, events, threads, registry keys, device
 // information sets. For tests that check that everything was released.
 uint64_t OpenHandleCount();
+
+// Threads that the platform knows: those made with CreateThread that run now, and the others that
+// have waited, read or used windows and run still.
+uint64_t KnownThreadCount();
 
 // Where the registry keeps its file. Tests choose a folder of their own before the first registry
 // call; otherwise it is $XDG_STATE_HOME/perilink or ~/.local/state/perilink.

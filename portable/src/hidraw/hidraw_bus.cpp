@@ -170,7 +170,12 @@ DWORD HidrawBus::OpenFile(HidrawNode& node, std::shared_ptr<NodeFile>& file) {
     const DeviceGuard guard;
     id = ++last_file_id_;
   }
-  file = {new NodeFile(fd, id), [this](NodeFile* unused) { Discard(unused); }};
+  auto* const made = new (std::nothrow) NodeFile(fd, id);
+  if (made == nullptr) {
+    close(fd);
+    return ERROR_NOT_ENOUGH_MEMORY;
+  }
+  file = {made, [this](NodeFile* unused) { Discard(unused); }};
   // The number in a node's name is given to another device once it is free. As long as the node's
   // folder is there it has not been.
   return access(description.folder.c_str(), F_OK) == 0 ? 0 : ERROR_FILE_NOT_FOUND;
