@@ -1,6 +1,7 @@
 #include "perilink_platform/registry.h"
 
 #include <cstring>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -12,7 +13,6 @@
 namespace perilink::platform {
 namespace {
 
-constexpr size_t kLongestPart = 255;
 constexpr DWORD kLastType = 11;
 
 class OpenKey final : public Object {
@@ -41,14 +41,14 @@ bool JoinPath(const std::wstring& path, LPCWSTR sub_key, std::wstring& joined) {
   joined = path;
   const std::wstring below = sub_key != nullptr ? sub_key : L"";
   if (below.empty()) return true;
-  size_t begin = 0;
-  for (size_t i = 0; i <= below.size(); ++i) {
-    if (i < below.size() && below[i] != L'\\') continue;
-    if (i == begin || i - begin > kLongestPart) return false;
-    begin = i + 1;
-  }
+  if (!IsKeyPath(below)) return false;
   joined += (path.empty() ? L"" : L"\\") + below;
   return true;
+}
+
+DWORD FindPath(const std::wstring& path, bool& exists) {
+  return RegistryStore::Get().Read(
+      [&](const RegistryTree& tree) { exists = tree.Find(path) != nullptr; });
 }
 
 }  // namespace
@@ -68,7 +68,7 @@ LSTATUS Status(DWORD error) {
 
 }  // namespace
 
-LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR sub_key, DWORD options, REGSAM access, PHKEY result) {
+LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR sub_key, DWORD options, REGSAM access, PHKEY result) try {
   if (const DWORD error = InjectedError("RegOpenKeyExW"); error != 0) return Status(error);
   const auto parent = FindKey(key);
   if (parent == nullptr) return Status(ERROR_INVALID_HANDLE);
@@ -77,13 +77,16 @@ LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR sub_key, DWORD options, REGSAM access, P
       !perilink::platform::JoinPath(parent->path(), sub_key, path))
     return Status(ERROR_INVALID_PARAMETER);
   bool exists = false;
-  RegistryStore::Get().Read([&](const RegistryTree& tree) { exists = tree.Find(path) != nullptr; });
+  const DWORD error = perilink::platform::FindPath(path, exists);
+  if (error != 0) return Status(error);
   if (!exists) return Status(ERROR_FILE_NOT_FOUND);
   *result = perilink::platform::AddKey(path, access);
   return Status(ERROR_SUCCESS);
+} catch (const std::bad_alloc&) {
+  return Status(ERROR_NOT_ENOUGH_MEMORY);
 }
 
-LSTATUS RegCreateKeyW(HKEY key, LPCWSTR sub_key, PHKEY result) {
+LSTATUS RegCreateKeyW(HKEY key, LPCWSTR sub_key, PHKEY result) try {
   if (const DWORD error = InjectedError("RegCreateKeyW"); error != 0) return Status(error);
   const auto parent = FindKey(key);
   if (parent == nullptr) return Status(ERROR_INVALID_HANDLE);
@@ -91,18 +94,18 @@ LSTATUS RegCreateKeyW(HKEY key, LPCWSTR sub_key, PHKEY result) {
   if (result == nullptr || !perilink::platform::JoinPath(parent->path(), sub_key, path))
     return Status(ERROR_INVALID_PARAMETER);
   bool exists = false;
-  RegistryStore::Get().Read([&](const RegistryTree& tree) { exists = tree.Find(path) != nullptr; });
-  if (!exists) {
-    const DWORD error =
-        RegistryStore::Get().Update([&path](RegistryTree& tree) { tree.Ensure(path); });
-    if (error != 0) return Status(error);
-  }
+  DWORD error = perilink::platform::FindPath(path, exists);
+  if (error == 0 && !exists)
+    error = RegistryStore::Get().Update([&path](RegistryTree& tree) { tree.Ensure(path); });
+  if (error != 0) return Status(error);
   *result = perilink::platform::AddKey(path, KEY_ALL_ACCESS);
   return Status(ERROR_SUCCESS);
+} catch (const std::bad_alloc&) {
+  return Status(ERROR_NOT_ENOUGH_MEMORY);
 }
 
 LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data,
-                         LPDWORD size) {
+                         LPDWORD size) try {
   if (const DWORD error = InjectedError("RegQueryValueExW"); error != 0) return Status(error);
   const auto opened = FindKey(key);
   if (opened == nullptr) return Status(ERROR_INVALID_HANDLE);
@@ -113,13 +116,14 @@ LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type,
       perilink::platform::LowerAscii(std::wstring(name != nullptr ? name : L""));
   RegistryValue value;
   bool exists = false;
-  RegistryStore::Get().Read([&](const RegistryTree& tree) {
+  const DWORD error = RegistryStore::Get().Read([&](const RegistryTree& tree) {
     const auto* const node = tree.Find(opened->path());
     if (node == nullptr) return;
     const auto found = node->values.find(lower_name);
     exists = found != node->values.end();
     if (exists) value = found->second;
   });
+  if (error != 0) return Status(error);
   if (!exists) return Status(ERROR_FILE_NOT_FOUND);
   if (type != nullptr) *type = value.type;
   if (size == nullptr) return Status(ERROR_SUCCESS);
@@ -129,21 +133,26 @@ LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type,
   if (value.data.size() > room) return Status(ERROR_MORE_DATA);
   if (!value.data.empty()) std::memcpy(data, value.data.data(), value.data.size());
   return Status(ERROR_SUCCESS);
+} catch (const std::bad_alloc&) {
+  return Status(ERROR_NOT_ENOUGH_MEMORY);
 }
 
 LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data,
-                       DWORD size) {
+                       DWORD size) try {
   if (const DWORD error = InjectedError("RegSetValueExW"); error != 0) return Status(error);
   const auto opened = FindKey(key);
   if (opened == nullptr) return Status(ERROR_INVALID_HANDLE);
   if (reserved != 0 || type > perilink::platform::kLastType) return Status(ERROR_INVALID_PARAMETER);
   if (data == nullptr && size != 0) return Status(ERROR_NOACCESS);
   if (!opened->Allows(KEY_SET_VALUE)) return Status(ERROR_ACCESS_DENIED);
+  if (size > perilink::platform::kLargestRegistry) return Status(ERROR_FILE_TOO_LARGE);
   RegistryValue value{name != nullptr ? name : L"", type, {}};
   if (size != 0) value.data.assign(data, data + size);
   return Status(RegistryStore::Get().Update([&](RegistryTree& tree) {
     tree.Ensure(opened->path()).values[perilink::platform::LowerAscii(value.name)] = value;
   }));
+} catch (const std::bad_alloc&) {
+  return Status(ERROR_NOT_ENOUGH_MEMORY);
 }
 
 LSTATUS RegCloseKey(HKEY key) {

@@ -1,5 +1,6 @@
 #include "registry_tree.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -12,6 +13,7 @@ namespace perilink::platform {
 namespace {
 
 constexpr std::string_view kFirstLine = "perilink registry 1";
+constexpr size_t kLongestPart = 255;
 
 std::string Quoted(std::wstring_view text) {
   std::string quoted = "\"";
@@ -112,16 +114,28 @@ bool TakeValue(std::string_view line, RegistryValue& value) {
 
 }  // namespace
 
+bool IsKeyPath(std::wstring_view path) {
+  while (true) {
+    const size_t end = std::min(path.find(L'\\'), path.size());
+    if (end == 0 || end > kLongestPart) return false;
+    if (end == path.size()) return true;
+    path.remove_prefix(end + 1);
+  }
+}
+
 const RegistryNode* RegistryTree::Find(const std::wstring& path) const {
-  static const RegistryNode* const empty_root = new RegistryNode;
-  const auto found = nodes_.find(LowerAscii(path));
+  static const RegistryNode* const without_values = new RegistryNode;
+  const std::wstring lower_path = LowerAscii(path);
+  const auto found = nodes_.find(lower_path);
   if (found != nodes_.end()) return &found->second;
-  return path.empty() ? empty_root : nullptr;
+  // One below it begins with its path.
+  const std::wstring below = lower_path + L'\\';
+  const auto next = nodes_.lower_bound(below);
+  const bool exists = path.empty() || (next != nodes_.end() && next->first.starts_with(below));
+  return exists ? without_values : nullptr;
 }
 
 RegistryNode& RegistryTree::Ensure(const std::wstring& path) {
-  for (size_t end = path.find(L'\\'); end != std::wstring::npos; end = path.find(L'\\', end + 1))
-    nodes_.try_emplace(LowerAscii(path.substr(0, end)), RegistryNode{path.substr(0, end), {}});
   return nodes_.try_emplace(LowerAscii(path), RegistryNode{path, {}}).first->second;
 }
 
@@ -152,6 +166,7 @@ bool RegistryTree::TakeLine(std::string_view line, RegistryNode*& node) {
   if (TakeLiteral(line, "key ")) {
     std::wstring path;
     if (!TakeQuoted(line, path) || !line.empty()) return false;
+    if (!path.empty() && !IsKeyPath(path)) return false;
     node = &Ensure(path);
     return true;
   }

@@ -1,7 +1,6 @@
 // The registry's contents, and the text that they are kept as:
 //
 //   perilink registry 1
-//   key "Software"
 //   key "Software\\DeviceBatteryOptimize"
 //   value "BatteryValue_1a2b3c" text "01736240585-85"
 //   value "Other" 3 0102ff
@@ -33,11 +32,16 @@ struct RegistryNode {
   std::map<std::wstring, RegistryValue> values;  // by lower-case name
 };
 
+// Whether the parts of a path, which backslashes separate, are names of keys: 1 to 255 characters.
+bool IsKeyPath(std::wstring_view path);
+
+// Takes memory in proportion to its text: the keys above one that was created exist, but have no
+// nodes of their own.
 class RegistryTree {
  public:
   // Null if there is no such key. The root, "", always exists.
   const RegistryNode* Find(const std::wstring& path) const;
-  // Creates the key and those above it as needed.
+  // Creates the key, whose path is one, as needed.
   RegistryNode& Ensure(const std::wstring& path);
 
   std::string ToText() const;

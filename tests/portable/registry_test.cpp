@@ -1,15 +1,24 @@
-// The registry's file: shared by processes, killed processes and damage.
+// The registry's file: shared by processes, killed processes, damage and what stands in its place.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <signal.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
 
 #include "battery/registry_fixture.h"
+#include "registry_store.h"
 
 namespace perilink::platform {
 namespace {
@@ -26,6 +35,23 @@ class RegistryFile : public RegistryTest {
   void Replace(const std::string& text) const {
     std::ofstream(folder_ / "test") << text;
     fs::rename(folder_ / "test", file_);
+  }
+
+  // What a look at the value that SetRawRecord sets, and a write of another one, end with.
+  static DWORD Read() {
+    HKEY key = nullptr;
+    const LSTATUS status =
+        RegOpenKeyExW(HKEY_CURRENT_USER, L"Software\\DeviceBatteryOptimize", 0, KEY_READ, &key);
+    if (status != 0) return static_cast<DWORD>(status);
+    const auto error = static_cast<DWORD>(
+        RegQueryValueExW(key, L"BatteryValue_1a2b3c", nullptr, nullptr, nullptr, nullptr));
+    RegCloseKey(key);
+    return error;
+  }
+  static DWORD Write(size_t size = 1) {
+    const std::vector<BYTE> data(size, 0xAB);
+    return static_cast<DWORD>(RegSetValueExW(HKEY_CURRENT_USER, L"Other", 0, REG_BINARY,
+                                             data.data(), static_cast<DWORD>(size)));
   }
 
   const fs::path file_ = folder_ / "registry.txt";
@@ -76,6 +102,152 @@ TEST_F(RegistryFile, AKilledWriterLeavesTheOldOrTheNew) {
   }
   SetRawRecord(L"alive");
   EXPECT_EQ(RawRecord(), L"alive");
+}
+
+// Whatever stands in the place of a file is an error at once, and once it has gone all values are
+// there.
+TEST_F(RegistryFile, WhatIsNoFileOfTheUsersIsRefused) {
+  SetRawRecord(L"good");
+  const fs::path kept = folder_ / "kept";
+  const fs::path lock = folder_ / "registry.lock";
+  const auto limit_files = [](rlim_t most) {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = most == 0 ? limit.rlim_max : most;
+    setrlimit(RLIMIT_NOFILE, &limit);
+  };
+  const struct {
+    const char* name;
+    std::function<void(const fs::path&)> place;
+    DWORD error = ERROR_ACCESS_DENIED;
+    std::function<void()> mend = [] {};
+  } kObstacles[] = {
+      {"link", [&](const fs::path& path) { fs::create_symlink(kept, path); }},
+      {"link to nothing", [&](const fs::path& path) { fs::create_symlink("nothing", path); }},
+      {"FIFO", [](const fs::path& path) { mkfifo(path.c_str(), 0600); }},
+      {"folder", [](const fs::path& path) { fs::create_directory(path); }},
+      {"socket",
+       [](const fs::path& path) {
+         sockaddr_un address{AF_UNIX, {}};
+         path.string().copy(address.sun_path, sizeof(address.sun_path) - 1);
+         const int end = socket(AF_UNIX, SOCK_STREAM, 0);
+         EXPECT_EQ(bind(end, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+         close(end);
+       }},
+      {"no descriptors left",
+       [&](const fs::path& path) {
+         fs::copy_file(kept, path);
+         limit_files(3);
+       },
+       ERROR_TOO_MANY_OPEN_FILES, [&] { limit_files(0); }},
+  };
+  for (const auto& obstacle : kObstacles) {
+    SCOPED_TRACE(obstacle.name);
+    for (const fs::path& path : {file_, lock}) {
+      fs::rename(path, kept);
+      obstacle.place(path);
+      if (path == file_) {
+        EXPECT_EQ(Read(), obstacle.error);
+      }
+      EXPECT_EQ(Write(), obstacle.error);
+      obstacle.mend();
+      fs::remove(path);
+      fs::rename(kept, path);
+      EXPECT_EQ(RawRecord(), L"good");
+    }
+  }
+  // What lies where the new file is made is never written through.
+  Replace(Contents());
+  fs::create_symlink(lock, folder_ / "registry.new");
+  EXPECT_EQ(Write(), 0u);
+  EXPECT_EQ(fs::file_size(lock), 0u);
+}
+
+TEST_F(RegistryFile, ItsFolderIsPrivate) {
+  const fs::path folder = folder_ / "state" / "perilink";
+  const auto mode = [&] { return fs::status(folder).permissions(); };
+  SetRegistryFolder(folder);
+  EXPECT_EQ(Read(), ERROR_FILE_NOT_FOUND);
+  EXPECT_FALSE(fs::exists(folder));
+  SetRawRecord(L"good");
+  EXPECT_EQ(mode(), fs::perms::owner_all);
+  fs::permissions(folder, fs::perms{0755});
+  EXPECT_EQ(RawRecord(), L"good");
+  EXPECT_EQ(mode(), fs::perms::owner_all);
+  const auto refused = [] {
+    return Read() == ERROR_ACCESS_DENIED && Write() == ERROR_ACCESS_DENIED;
+  };
+  fs::permissions(folder, fs::perms{0770});
+  EXPECT_TRUE(refused());
+  fs::permissions(folder, fs::perms{0700});
+  if (chown(file_.c_str(), 1, 1) == 0 || chown(folder.c_str(), 1, 1) == 0) {  // root may
+    EXPECT_TRUE(refused());
+    EXPECT_EQ(chown(folder.c_str(), geteuid(), getegid()), 0);
+  }
+  fs::rename(folder, folder_ / "elsewhere");
+  fs::create_symlink(folder_ / "elsewhere", folder);
+  EXPECT_TRUE(refused());
+}
+
+TEST_F(RegistryFile, LiesWhereTheUserKeepsState) {
+  const passwd* const user = getpwuid(geteuid());
+  ASSERT_NE(user, nullptr);
+  const std::string at_home = user->pw_dir + std::string("/.local/state/perilink");
+  const struct {
+    const char* state;
+    const char* home;
+    std::string folder;
+  } kCases[] = {
+      {"/s", "/h", "/s/perilink"},
+      {nullptr, "/h", "/h/.local/state/perilink"},
+      {"relative", "/h", "/h/.local/state/perilink"},
+      {"", "relative", at_home},
+      {nullptr, nullptr, at_home},
+  };
+  const auto set = [](const char* name, const char* value) {
+    return value != nullptr ? setenv(name, value, 1) : unsetenv(name);
+  };
+  for (const auto& test : kCases) {
+    set("XDG_STATE_HOME", test.state);
+    set("HOME", test.home);
+    EXPECT_EQ(DefaultRegistryFolder(), test.folder);
+  }
+}
+
+TEST_F(RegistryFile, ReadsAllThatItWritesAndWritesNoMore) {
+  SetRawRecord(L"good");
+  ASSERT_EQ(Write(1000), 0u);
+  const size_t most = 1000 + (kLargestRegistry - Contents().size()) / 2;
+  EXPECT_EQ(Write(most), 0u);
+  const std::string largest = Contents();
+  EXPECT_EQ(Write(most + 1), ERROR_FILE_TOO_LARGE);
+  EXPECT_EQ(Contents(), largest);
+  EXPECT_EQ(RawRecord(), L"good");
+  Replace(largest + "    ");
+  EXPECT_EQ(Read(), ERROR_FILE_TOO_LARGE);
+  EXPECT_EQ(Write(), ERROR_FILE_TOO_LARGE);
+  Replace(largest);
+  // The disk may be full before that.
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit limit{};
+  getrlimit(RLIMIT_FSIZE, &limit);
+  const rlimit small{1000, limit.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &small);
+  EXPECT_EQ(Write(999), ERROR_FILE_TOO_LARGE);
+  setrlimit(RLIMIT_FSIZE, &limit);
+  EXPECT_EQ(Contents(), largest);
+  EXPECT_FALSE(fs::exists(folder_ / "registry.new"));
+}
+
+// A process that has been stopped with the lock keeps it.
+TEST_F(RegistryFile, ALockThatIsNotLetGoOfIsAnError) {
+  SetRawRecord(L"good");
+  const int lock = open((folder_ / "registry.lock").c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  EXPECT_EQ(Write(), ERROR_LOCK_VIOLATION);
+  EXPECT_EQ(RawRecord(), L"good");
+  close(lock);
+  EXPECT_EQ(Write(), 0u);
 }
 
 }  // namespace

@@ -1,9 +1,20 @@
 /* The user's registry: a file in the state folder that world.h names, replaced as a whole by every
- * write, and read again when another process has replaced it. A file that can't be understood
- * counts as empty, as do its damaged lines.
+ * write, and read again when another process has replaced it. Only a file that isn't there is an
+ * empty registry. One that can't be understood counts as empty, as do its damaged lines, and is put
+ * aside as registry.damaged by the next write.
  *
- * All functions return ERROR_SUCCESS or an error code and don't touch the last error. Names compare
- * without regard to case (ASCII letters). */
+ * All functions return ERROR_SUCCESS or an error code and don't touch the last error. On an error
+ * nothing has changed. What can go wrong with the file:
+ *
+ *   ERROR_ACCESS_DENIED        no permission; or the folder or a file in it is a link, no regular
+ *                              file, another user's, or the folder can be written by others
+ *   ERROR_PATH_NOT_FOUND       there is no folder to write to, or the user has no home
+ *   ERROR_TOO_MANY_OPEN_FILES, ERROR_NOT_ENOUGH_MEMORY, ERROR_DISK_FULL
+ *   ERROR_FILE_TOO_LARGE       it is, or would become, larger than 1 MiB
+ *   ERROR_LOCK_VIOLATION       another process has kept it locked for two seconds
+ *   ERROR_REGISTRY_IO_FAILED   any other failure to read or write it
+ *
+ * Names compare without regard to case (ASCII letters). */
 #ifndef PERILINK_PLATFORM_REGISTRY_H_
 #define PERILINK_PLATFORM_REGISTRY_H_
 

@@ -85,7 +85,9 @@ uint64_t OpenHandleCount();
 uint64_t KnownThreadCount();
 
 // Where the registry keeps its file. Tests choose a folder of their own before the first registry
-// call; otherwise it is $XDG_STATE_HOME/perilink or ~/.local/state/perilink.
+// call; otherwise (and again after an empty one) it is $XDG_STATE_HOME/perilink or
+// ~/.local/state/perilink, where only an absolute XDG_STATE_HOME or HOME counts and without HOME the
+// system is asked for the home of the user. The folder is private to the user.
 void SetRegistryFolder(const std::string& folder);
 
 }  // namespace perilink::platform
