@@ -192,6 +192,7 @@ TEST_F(Shortage, AFailedAllocationFailsTheCall) {
         EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
       }
       EXPECT_EQ(done, allocations < nth);
+      EXPECT_GT(allocations, 0u);
       EXPECT_EQ(OpenHandleCount(), handles);
       EXPECT_EQ(KnownThreadCount(), threads);
     }
