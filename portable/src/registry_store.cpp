@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "perilink_platform/error.h"
@@ -148,18 +147,6 @@ bool SameFile(const struct stat& a, const struct stat& b) {
 }
 
 }  // namespace
-
-FileDescriptor::FileDescriptor(FileDescriptor&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)) {}
-
-FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
-  std::swap(descriptor_, other.descriptor_);
-  return *this;
-}
-
-FileDescriptor::~FileDescriptor() {
-  if (valid()) close(descriptor_);
-}
 
 std::string DefaultRegistryFolder() {
   if (const std::string state = PathIn("XDG_STATE_HOME"); !state.empty())

@@ -14,6 +14,7 @@
 #include <optional>
 #include <string>
 
+#include "file_descriptor.h"
 #include "registry_tree.h"
 
 namespace perilink::platform {
@@ -23,21 +24,6 @@ inline constexpr size_t kLargestRegistry = 1 << 20;
 
 // The folder for the registry of this process's user; empty if the user has no home.
 std::string DefaultRegistryFolder();
-
-// An open file or folder.
-class FileDescriptor {
- public:
-  explicit FileDescriptor(int descriptor = -1) : descriptor_(descriptor) {}
-  FileDescriptor(FileDescriptor&& other) noexcept;
-  FileDescriptor& operator=(FileDescriptor&& other) noexcept;
-  ~FileDescriptor();
-
-  bool valid() const { return descriptor_ >= 0; }
-  int get() const { return descriptor_; }
-
- private:
-  int descriptor_;
-};
 
 // All functions return 0 or a Windows error code.
 class RegistryStore {

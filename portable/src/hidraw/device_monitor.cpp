@@ -48,7 +48,9 @@ int DeviceMonitor::fd() const {
 std::optional<DeviceEvent> DeviceMonitor::Next() {
   while (monitor_ != nullptr) {
     errno = 0;
-    udev_device* const device = udev_monitor_receive_device(monitor_.get());
+    const std::unique_ptr<udev_device, decltype(&udev_device_unref)> received(
+        udev_monitor_receive_device(monitor_.get()), udev_device_unref);
+    udev_device* const device = received.get();
     if (device == nullptr) {
       if (errno == ENOBUFS) return DeviceEvent{DeviceEvent::kMissed, "", ""};
       return std::nullopt;
@@ -57,7 +59,6 @@ std::optional<DeviceEvent> DeviceMonitor::Next() {
     const std::optional<DeviceEvent::Kind> kind = KindOf(Text(udev_device_get_action(device)), usb);
     DeviceEvent event{kind.value_or(DeviceEvent::kMissed), Text(udev_device_get_syspath(device)),
                       Text(udev_device_get_property_value(device, "PRODUCT"))};
-    udev_device_unref(device);
     if (kind) return event;
   }
   return std::nullopt;

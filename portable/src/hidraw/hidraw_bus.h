@@ -56,7 +56,8 @@ class HidrawBus final : public HidBus {
   void Rescan();
   std::vector<NodePtr> Nodes();
   NodePtr NodeIn(const std::string& folder);
-  void Insert(const NodePtr& node);
+  void Insert(const NodePtr& node, bool announce);
+  void Remove(const NodePtr& node, bool announce);
   void Remove(const NodePtr& node);
   void CheckLost();
   void CloseIdle();

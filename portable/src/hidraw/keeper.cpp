@@ -23,7 +23,12 @@ using std::chrono::milliseconds;
 constexpr milliseconds kStaysOpen{2000};
 // The kernel wakes readers a moment before a node leaves /sys.
 constexpr milliseconds kCheckLost{50};
+// After a lack of memory.
+constexpr milliseconds kTryAgain{100};
 
+// Throws without memory, and nobody has been told then. So who announces what he does himself does
+// it after that, holding the device lock over both: it can be tried again, and those who are told
+// look afterwards.
 void Announce(const DeviceNotice& device, bool arrived) {
   if (!device.name.empty()) WindowSystem::Get().NotifyDeviceChange(device.name, arrived);
 }
@@ -39,22 +44,26 @@ void HidrawBus::WakeKeeper() {
 void HidrawBus::Keep() {
   pthread_setname_np(pthread_self(), "hid-keeper");
   bool missed = false;
+  std::optional<DeviceEvent> event;
   for (;;) {
     pollfd waits[] = {{wake_fd_, POLLIN, 0}, {monitor_.fd(), POLLIN, 0}};
-    poll(waits, std::size(waits), KeeperTimeout());
+    // Behind with the events, it doesn't wait for more.
+    const bool behind = event || missed;
+    poll(waits, behind ? 1 : 2, behind ? static_cast<int>(kTryAgain.count()) : KeeperTimeout());
     uint64_t woken = 0;
     [[maybe_unused]] const ssize_t count = read(wake_fd_, &woken, sizeof woken);
     try {
-      while (const std::optional<DeviceEvent> event = monitor_.Next()) {
+      for (; event || (event = monitor_.Next()); event.reset()) {
         missed |= event->kind == DeviceEvent::kMissed;
         Handle(*event);
       }
       // Not before all are taken: until then more are lost, of which nobody tells again.
-      if (std::exchange(missed, false)) Rescan();
+      if (missed) Rescan();
+      missed = false;
       CheckLost();
     } catch (const std::exception&) {
-      // No memory: what was not done is made up for by a scan when there is something to do again.
-      missed = true;
+      // No memory. An event is handled again; one that could not be taken is found by a scan.
+      missed |= !event;
     }
     CloseIdle();
     CloseDiscarded();
@@ -103,10 +112,9 @@ void HidrawBus::Handle(const DeviceEvent& event) {
 void HidrawBus::OnNodeAdded(const std::string& folder) {
   std::optional<SysfsNode> description = DescribeNode(folder);
   if (!description || NodeIn(folder) != nullptr) return;
-  const DeviceNotice device = description->device;
-  Insert(std::make_shared<HidrawNode>(*std::move(description), true));
-  // Its device has been announced already, or will never be.
-  if (arriving_.count(device.folder) == 0) Announce(device, true);
+  // Otherwise its device is announced once it has all its nodes.
+  const bool announce = arriving_.count(description->device.folder) == 0;
+  Insert(std::make_shared<HidrawNode>(*std::move(description), true), announce);
 }
 
 // Both what came and what went while nobody told.
@@ -117,15 +125,11 @@ void HidrawBus::Rescan() {
     const bool stays = std::any_of(present.begin(), present.end(), [&](const SysfsNode& found) {
       return found.folder == node->description.folder;
     });
-    if (stays) continue;
-    if (!node->description.device.folder.empty()) Announce(node->description.device, false);
-    Remove(node);
+    if (!stays) Remove(node, true);
   }
   for (SysfsNode& found : present) {
-    if (NodeIn(found.folder) != nullptr) continue;
-    const DeviceNotice device = found.device;
-    Insert(std::make_shared<HidrawNode>(std::move(found), true));
-    Announce(device, true);
+    if (NodeIn(found.folder) == nullptr)
+      Insert(std::make_shared<HidrawNode>(std::move(found), true), true);
   }
 }
 
@@ -142,23 +146,27 @@ HidrawBus::NodePtr HidrawBus::NodeIn(const std::string& folder) {
   return found == nodes_.end() ? nullptr : *found;
 }
 
-void HidrawBus::Insert(const NodePtr& node) {
+void HidrawBus::Insert(const NodePtr& node, bool announce) {
   const DeviceGuard guard;
+  nodes_.reserve(nodes_.size() + 1);
+  if (announce) Announce(node->description.device, true);
   const auto after = [](const NodePtr& a, const NodePtr& b) {
     return a->description.place < b->description.place;
   };
   nodes_.insert(std::upper_bound(nodes_.begin(), nodes_.end(), node, after), node);
 }
 
+void HidrawBus::Remove(const NodePtr& node, bool announce) {
+  const DeviceGuard guard;
+  if (announce) Announce(node->description.device, false);
+  std::erase(nodes_, node);
+  StopReading(*node);
+  node->Remove();
+}
+
+// A USB device's going has an event of its own.
 void HidrawBus::Remove(const NodePtr& node) {
-  {
-    const DeviceGuard guard;
-    std::erase(nodes_, node);
-    StopReading(*node);
-    node->Remove();
-  }
-  // A USB device has an event of its own.
-  if (node->description.device.folder.empty()) Announce(node->description.device, false);
+  Remove(node, node->description.device.folder.empty());
 }
 
 void HidrawBus::CheckLost() {

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "file_descriptor.h"
+
 namespace perilink::platform {
 namespace {
 
@@ -21,16 +23,15 @@ constexpr size_t kLargestAttribute = 64 * 1024;
 // An attribute of a device, without the line's end; nothing if it can't be read. No stream is used:
 // reading an attribute of a device that goes fails in ways that make one throw.
 std::optional<std::string> ReadAttribute(const fs::path& file) {
-  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return std::nullopt;
+  const FileDescriptor attribute(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!attribute.valid()) return std::nullopt;
   std::string text;
   char part[4096];
   ssize_t count = 0;
   do {
-    count = read(fd, part, sizeof part);
+    count = read(attribute.get(), part, sizeof part);
     if (count > 0) text.append(part, static_cast<size_t>(count));
   } while (count == sizeof part && text.size() < kLargestAttribute);
-  close(fd);
   if (count < 0) return std::nullopt;
   return text;
 }
