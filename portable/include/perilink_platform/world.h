@@ -86,8 +86,8 @@ uint64_t KnownThreadCount();
 
 // Where the registry keeps its file. Tests choose a folder of their own before the first registry
 // call; otherwise (and again after an empty one) it is $XDG_STATE_HOME/perilink or
-// ~/.local/state/perilink, where only an absolute XDG_STATE_HOME or HOME counts and without HOME the
-// system is asked for the home of the user. The folder is private to the user.
+// ~/.local/state/perilink. Only an absolute XDG_STATE_HOME or HOME counts; without HOME the system
+// is asked for the user's home. The folder is private to the user.
 void SetRegistryFolder(const std::string& folder);
 
 }  // namespace perilink::platform
