@@ -108,6 +108,13 @@ TEST(Arrival, AWindowThatHasGoneIsMadeAnew) {
   EXPECT_EQ(Pump(), "AAA");
   DestroyWindow(FindWindowW(kWindowClass, nullptr));
   StopUsbChanged();  // nothing of ours is left to close
+  StartUsbChanged(nullptr, 0);
+  const HWND taken = FindWindowW(kWindowClass, nullptr);
+  SetWindowLongPtrW(taken, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&DefWindowProcW));
+  StopUsbChanged();  // the window is another's by now
+  Pump();
+  EXPECT_TRUE(IsWindow(taken));
+  DestroyWindow(taken);
   StartUsbChanged(kA, 0);
   Broadcast(false);
   EXPECT_EQ(Pump(), "Aa");

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "battery/optimizer.h"
 #include "perilink/finder.h"
 #include "perilink/protocol_data.h"
 #include "queueing_exports.h"
@@ -44,6 +45,35 @@ TEST_F(QueuedCommands, QueueTheirFrames) {
   UsbFinder_SetKeyboardMode();
   EXPECT_EQ(Queue([] { UsbServer_ReadOnLine(); })[0].back(), 0xCA);
   EXPECT_EQ(Queue([] { UsbServer_SetData(0x77, kRecord.bytes, 11); }).size(), 0u);
+}
+
+// A request has room for all its frames or is refused; only a full read, whose step this is, goes
+// on.
+TEST_F(QueuedCommands, TheLimitCutsNoRequest) {
+  auto queues = ServerState::Instance().LockQueues();
+  CommandQueue& queue = queues.commands;
+  const std::vector<QueueEntry> entries(kQueueLimit - 1);
+  const std::span<const QueueEntry> two = std::span(entries).first(2);
+  queue.Append(entries);
+  EXPECT_THROW(queue.Append(two), QueueFull);
+  EXPECT_EQ(queue.Size(), kQueueLimit - 1);
+  int someone;
+  const std::shared_ptr<perilink::FlashRead> reader(
+      std::shared_ptr<int>(), reinterpret_cast<perilink::FlashRead*>(&someone));
+  queue.Append(two, reader);
+  EXPECT_EQ(queue.Size(), kQueueLimit + 1);
+  EXPECT_THROW(queue.Append(two.first(1)), QueueFull);
+}
+
+// Of a queue that is full, too.
+TEST_F(QueuedCommands, TheDriversEndStopsThePolls) {
+  UsbServer_SetBatteryOptimizeEnable(1);
+  UsbServer_SetPCDriverStatus(1);
+  EXPECT_NE(BatteryOptimizer::Instance().NextDueMs(), UINT64_MAX);
+  const std::vector<QueueEntry> rest(kQueueLimit - QueuedEntries().size());
+  ServerState::Instance().Append(rest);
+  UsbServer_SetPCDriverStatus(0);
+  EXPECT_EQ(BatteryOptimizer::Instance().NextDueMs(), UINT64_MAX);
 }
 
 TEST_F(QueuedCommands, DeviceInfoCarriesAChallengeOfTheSecond) {

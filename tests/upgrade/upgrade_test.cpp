@@ -83,17 +83,18 @@ TEST_F(UpgradeTest, ACallbackThatThrowsEndsNothing) {
 TEST_F(UpgradeTest, AWriteThatNeverCompletesHoldsNoUpgrade) {
   sim::Mouse mouse;
   mouse.Plug();
-  const sim::Bytes file = FileFor(mouse);
   mouse.faults().HoldWrite(sim::Next());
-  ASSERT_TRUE(RunUpgrade(file));
+  ASSERT_TRUE(RunUpgrade(FileFor(mouse)));
   EXPECT_EQ(WithoutProgress(), (Events{{2, 8, 0, 1}}));
-  for (const bool start_packet : {true, false}) {
-    mouse.boot_faults().HoldWrite(sim::At(start_packet ? 1 : 3));
-    ASSERT_TRUE(RunUpgrade(file));
-    EXPECT_EQ(events.back(), (Event{2, 2, 3, 0}));
-    mouse.boot_faults().Heal();
+  for (const bool feature_report : {true, false}) {
+    for (const bool start_packet : {true, false}) {
+      mouse.boot_faults().HoldWrite(sim::At(start_packet ? 1 : 3));
+      ASSERT_TRUE(RunUpgrade(FileFor(mouse, feature_report)));
+      EXPECT_EQ(events.back(), (Event{2, 2, 3, 0}));
+      mouse.boot_faults().Heal();
+    }
   }
-  ASSERT_TRUE(RunUpgrade(file));
+  ASSERT_TRUE(RunUpgrade(FileFor(mouse)));
   EXPECT_EQ(events.back(), kSuccess.back());
   EXPECT_EQ(mouse.firmware().options().version, kNewVersion);
   mouse.Unplug();
@@ -323,6 +324,24 @@ TEST_F(SetTest, EndsThatHaveNoEvent) {
   ASSERT_TRUE(RunUpgrade(file_));
   EXPECT_EQ(ThreadLog(), kBoth);
   EXPECT_EQ(events, Events{});
+}
+
+TEST_F(SetTest, ASearchThatFailsIsRepeatedForASecond) {
+  main_.Plug();
+  slave_.Plug();
+  for (const char* search : {"SetupDiGetClassDevsW", "SetupDiEnumDeviceInterfaces"}) {
+    for (uint64_t nth = 1; nth <= 6; ++nth) {
+      platform::ArmFault(search, nth);
+      ASSERT_TRUE(RunUpgrade(file_));
+      platform::DisarmFault();
+      EXPECT_EQ(events.back(), kSuccess.back()) << search << nth;
+    }
+  }
+  platform::ArmFault("SetupDiGetClassDevsW", 1, true);
+  ASSERT_TRUE(RunUpgrade(file_));
+  platform::DisarmFault();
+  EXPECT_EQ(events, (Events{{2, 2, 4, 0}}));
+  EXPECT_EQ(ThreadLog().back(), "Upgrade broken off");
 }
 
 TEST_F(SetTest, ASecondStartChangesNothing) {
