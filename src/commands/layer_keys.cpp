@@ -77,9 +77,9 @@ class LayerRead {
   bool Answers(const CommandFrame& frame, uint16_t address, size_t at) {
     if (frame.command != kCommandReadMemory) return false;
     const uint16_t answered = FrameAddress(frame);
-    const AddressMatch match = echo_.Judge(address, answered);
+    const AddressMatch match = echo_.Judge({address, kPiece}, {answered, FrameDataLength(frame)});
     if (match == AddressMatch::kRight) return true;
-    if (match == AddressMatch::kForeign || answered != 0) return false;
+    if (match != AddressMatch::kUnproven || answered != 0) return false;
     if (!first_unproven_) first_unproven_ = at;
     return true;
   }
@@ -87,7 +87,7 @@ class LayerRead {
   const Range range_;
   std::vector<uint8_t> keys_;
   Link link_{sizeof(CommandFrame)};
-  AddressEcho echo_;
+  AddressEcho echo_{kTries - 1};
   std::optional<size_t> first_unproven_;
 };
 

@@ -17,6 +17,10 @@ bool AnswersHead(const CommandFrame& report, const QueueEntry& head) {
   return head.pending != 1 && head.frame.command == report.command;
 }
 
+ReadRange RangeOf(const CommandFrame& frame) {
+  return {.address = FrameAddress(frame), .length = FrameDataLength(frame)};
+}
+
 }  // namespace
 
 Meaning Dispatcher::DispatchReport(const ValidFrame& report) noexcept {
@@ -57,7 +61,7 @@ Dispatcher::Taken Dispatcher::TakeAnswer(const CommandFrame& report, Answer& ans
 
   bool unproven = false;
   if (report.command == kCommandReadMemory) {
-    const AddressMatch match = echo_.Judge(FrameAddress(head.frame), FrameAddress(report));
+    const AddressMatch match = echo_.Judge(RangeOf(head.frame), RangeOf(report));
     if (echo_.known()) {
       if (const auto requests = queues.replies.UnprovenRequests(); !requests.empty()) {
         // One of the answers so far was another read's, but which one can't be told.
@@ -67,7 +71,8 @@ Dispatcher::Taken Dispatcher::TakeAnswer(const CommandFrame& report, Answer& ans
         return Taken::kPart;
       }
     }
-    if (match == AddressMatch::kForeign) return Taken::kNothing;
+    if (match == AddressMatch::kShort) head.pending = 1;
+    if (match == AddressMatch::kForeign || match == AddressMatch::kShort) return Taken::kNothing;
     unproven = match == AddressMatch::kUnproven;
     if (!unproven && report.report_id == kReportId)
       StoredProtocolData::Instance().StoreReply(FrameAddress(report), report.data);

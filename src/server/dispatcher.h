@@ -28,7 +28,7 @@ class Dispatcher {
       : state_(state), optimizer_(BatteryOptimizer::Instance()), flash_reads_(state) {}
 
   // The device has been opened: nothing is known of its answers.
-  void OnReopen() { echo_ = AddressEcho(); }
+  void OnReopen() { echo_ = AddressEcho(kShortAnswers); }
 
   // Whatever a host's callback throws ends here.
   Meaning DispatchReport(const ValidFrame& report) noexcept;
@@ -41,6 +41,8 @@ class Dispatcher {
     FlashReads::Step step;
     ServerReportCallback callback;  // of the connection that the answer belongs to
   };
+  // To one read, before they are taken: late ones come in numbers.
+  static constexpr int kShortAnswers = 2;
   // What TakeAnswer finds.
   enum class Taken { kNothing, kPart, kWhole };
 
@@ -52,7 +54,7 @@ class Dispatcher {
   ServerState& state_;
   BatteryOptimizer& optimizer_;
   FlashReads flash_reads_;
-  AddressEcho echo_;
+  AddressEcho echo_{kShortAnswers};
   std::array<uint8_t, kReplyDataSize> reply_data_{};
 };
 

@@ -78,6 +78,11 @@ inline uint16_t FrameAddress(const CommandFrame& frame) {
   return static_cast<uint16_t>(frame.address_high << 8 | frame.address_low);
 }
 
+// The data length that the frame declares, without the keyboard's bit.
+inline uint8_t FrameDataLength(const CommandFrame& frame) {
+  return frame.length & uint8_t{0x7F};
+}
+
 // A report whose checksum holds. Only Check makes one, so code that is given one need not test it.
 class ValidFrame {
  public:

@@ -10,22 +10,42 @@ enum class AddressMatch {
   kRight,     // the answer names the address that was asked for
   kUnproven,  // it names another one, as a device that echoes none does
   kForeign,   // it names another one, and the device is known to echo addresses
+  kShort,  // it names the right one and carries less than was asked for: a shorter read's, perhaps
+};
+
+// Of a memory read or of its answer: the address, and how many bytes from there on.
+struct ReadRange {
+  uint16_t address;
+  uint8_t length;
 };
 
 // What is known of a device's answers while it is open: whether they echo the address of the read.
 // One that does can't be misunderstood: an answer that is late, comes twice or belongs to another
 // program's read names another address.
+//
+// What an answer carries too little of is asked for again. A device that keeps answering so is
+// taken at its word.
 class AddressEcho {
  public:
+  // `patience`: how many short answers to a read are not taken.
+  explicit AddressEcho(int patience) : patience_(patience) {}
+
   // Takes an answer to a read of `asked`, the read that was written last. An answer that names the
   // address of that read or of the one before, other than 0, proves the echo. 0 proves nothing: it
   // is what a device without an echo says.
-  AddressMatch Judge(uint16_t asked, uint16_t answered) {
-    if (asked != asked_) asked_before_ = asked_;
-    asked_ = asked;
-    if (answered != 0 && (answered == asked_ || answered == asked_before_)) known_ = true;
-    if (answered == asked) return AddressMatch::kRight;
-    return known_ ? AddressMatch::kForeign : AddressMatch::kUnproven;
+  AddressMatch Judge(const ReadRange& asked, const ReadRange& answered) {
+    if (asked.address != asked_) {
+      asked_before_ = asked_;
+      asked_ = asked.address;
+      shorts_ = 0;
+    }
+    if (answered.address != 0 && (answered.address == asked_ || answered.address == asked_before_))
+      known_ = true;
+    if (answered.address != asked_)
+      return known_ ? AddressMatch::kForeign : AddressMatch::kUnproven;
+    if (answered.length >= asked.length || answers_short_) return AddressMatch::kRight;
+    answers_short_ = ++shorts_ > patience_;
+    return answers_short_ ? AddressMatch::kRight : AddressMatch::kShort;
   }
 
   // Once true, an answer that was taken as unproven may have been foreign: its request is asked
@@ -36,6 +56,9 @@ class AddressEcho {
   uint16_t asked_ = 0;
   uint16_t asked_before_ = 0;
   bool known_ = false;
+  int patience_;
+  int shorts_ = 0;  // to the read that was written last
+  bool answers_short_ = false;
 };
 
 }  // namespace perilink
