@@ -120,15 +120,24 @@ Scheduler::Scheduler() {
 }
 
 void Scheduler::StartVirtual(uint64_t seed) {
+  Timeline left_over;  // destroyed without the lock
   const Lock lock(mutex_);
-  if (IsVirtual() || next_thread_id_ != 1 || has_event_thread_)
-    StopProcess("StartVirtual must come once, before every other platform call");
+  if (IsVirtual()) {
+    if (thread_count_ != 1 || holder_ != current_thread)
+      StopProcess("StartVirtual must not come again while other threads are there");
+    std::swap(timeline_, left_over);
+    next_event_ = kForever;
+    next_thread_id_ = current_thread->id + 1;
+  } else {
+    if (next_thread_id_ != 1 || has_event_thread_)
+      StopProcess("StartVirtual must come before every other platform call");
+    current_thread = new Thread(next_thread_id_++, "started the world");  // lives as long as that
+    thread_count_ = 1;
+    holder_ = current_thread;
+  }
   virtual_now_ = kVirtualStartMicros;
   seed_ = seed;
   random_.seed(seed);
-  current_thread = new Thread(next_thread_id_++, "started the world");  // lives as long as that
-  thread_count_ = 1;
-  holder_ = current_thread;
   virtual_ = true;
 }
 
@@ -206,15 +215,12 @@ void* Scheduler::ThreadMain(void* start) {
 void Scheduler::Run(const Start& start) {
   Thread& self = *start.self;
   current_thread = &self;
-  if (IsVirtual()) {
-    Lock lock(mutex_);
-    AwaitBaton(lock, self);
-  }
+  if (IsVirtual()) self.baton.Take();
   start.start(start.parameter);
   LeaveThread(self);
   if (IsVirtual()) {
     Lock lock(mutex_);
-    GiveBaton(PickNext(lock));
+    GiveBaton(lock, PickNext(lock));
   }
   current_thread = nullptr;  // its thread-local objects still have their destructors to run
 }
@@ -327,17 +333,16 @@ void Scheduler::Yield(Lock& lock, Thread& self) {
 void Scheduler::SwitchFrom(Lock& lock, Thread& self) {
   Thread& next = PickNext(lock);
   if (&next == &self) return;
-  GiveBaton(next);
-  AwaitBaton(lock, self);
+  GiveBaton(lock, next);
+  self.baton.Take();
+  lock.lock();
 }
 
-void Scheduler::GiveBaton(Thread& next) {
+// Unlocked first: who has the baton runs at once, and would wait for the lock.
+void Scheduler::GiveBaton(Lock& lock, Thread& next) {
   holder_ = &next;
-  next.wake.notify_one();
-}
-
-void Scheduler::AwaitBaton(Lock& lock, Thread& self) {
-  self.wake.wait(lock, [this, &self] { return holder_ == &self; });
+  lock.unlock();
+  next.baton.Give();
 }
 
 // Chooses who runs next, moving time on while nobody is ready.

@@ -7,6 +7,8 @@
 #ifndef PERILINK_PLATFORM_SRC_SCHEDULER_H_
 #define PERILINK_PLATFORM_SRC_SCHEDULER_H_
 
+#include <semaphore.h>
+
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -51,6 +53,24 @@ struct WaitReason {
   uint64_t subject = 0;  // its handle, 0 for none
 };
 
+// Whose turn it is in the virtual world. Given once for each time that it is taken.
+class Baton {
+ public:
+  Baton() { sem_init(&turn_, 0, 0); }
+  ~Baton() { sem_destroy(&turn_); }
+  Baton(const Baton&) = delete;
+  Baton& operator=(const Baton&) = delete;
+
+  void Give() { sem_post(&turn_); }
+  void Take() {
+    while (sem_wait(&turn_) != 0) {
+    }
+  }
+
+ private:
+  sem_t turn_;
+};
+
 struct Thread {
   Thread(uint32_t number, const char* made_by) : id(number), origin(made_by) {}
 
@@ -64,7 +84,8 @@ struct Thread {
   // The scheduler's.
   Thread* previous = nullptr;  // in the ThreadList that it is in
   Thread* next = nullptr;
-  std::condition_variable wake;
+  Baton baton;                   // virtual
+  std::condition_variable wake;  // real
   bool waiting = false;
   std::span<Signal* const> signals;  // what it waits on
   const Signal* taken = nullptr;     // the one that ended the wait
@@ -144,8 +165,7 @@ class Scheduler {
   void Wake(Thread& thread, const Signal& signal);
   void Yield(Lock& lock, Thread& self);
   void SwitchFrom(Lock& lock, Thread& self);
-  void AwaitBaton(Lock& lock, Thread& self);
-  void GiveBaton(Thread& next);
+  void GiveBaton(Lock& lock, Thread& next);
   Thread& PickNext(Lock& lock);
   void ExpireWaits();
   uint64_t NextDeadline() const;

@@ -20,9 +20,11 @@
 
 namespace perilink::platform {
 
-// Enters virtual mode; the calling thread holds the baton. At most once in a process, before its
-// first other platform call. Monotonic time starts at 1,000,000 ms and calendar time at
-// 2025-01-07 09:03:05 UTC; both can be set apart below.
+// Enters virtual mode; the calling thread holds the baton. Before the process's first other
+// platform call. Monotonic time starts at 1,000,000 ms and calendar time at 2025-01-07 09:03:05
+// UTC; both can be set apart below. Called again by the same thread, when no other is left, it
+// begins another world: clock, calendar and order of threads start over, and device events still to
+// come are dropped. What the process has open stays open.
 void StartVirtual(uint64_t seed);
 bool IsVirtual();
 
