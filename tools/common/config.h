@@ -1,69 +1,86 @@
-// Configuration records as people and files hold them: JSON, readable text, differences, and the
-// images that devices hand out.
+// Configuration records as files hold them: JSON, and the images that devices hand out.
 //
 // Fields are named as in perilink/records.h, with their place in a list: "dpi_levels[2].color".
 // Lists of single bytes stand for the records that hold nothing else ("led_bar", "key_functions").
 #ifndef PERILINK_TOOLS_COMMON_CONFIG_H_
 #define PERILINK_TOOLS_COMMON_CONFIG_H_
 
-#include <nlohmann/json.hpp>
+#include <bitset>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "common/json_text.h"
 #include "perilink/records.h"
 
 namespace perilink::tools {
 
-using Json = nlohmann::ordered_json;
-
-// What the JSON form calls itself. A reader refuses any other.
+// What the JSON form calls itself; a reader refuses any other. A file of another version is read
+// for what it has: what this one does not know, or misses, is named and left alone.
 inline constexpr const char* kConfigFormat = "perilink-configuration";
-inline constexpr int kConfigVersion = 1;
+inline constexpr int kConfigVersion = 2;
 
-// A file or document that is no configuration. One line of printable text; names the field when it
-// is about one.
-class ConfigError : public std::runtime_error {
+// Which bytes of a ProtocolData are known: of a field that failed its check, or that a file does
+// not have, none.
+using KnownBytes = std::bitset<sizeof(ProtocolData)>;
+inline KnownBytes AllBytes() {
+  return KnownBytes().set();
+}
+
+// Names that can be many: the first of them, and how many there are.
+class NameList {
  public:
-  using std::runtime_error::runtime_error;
+  static constexpr size_t kMostKept = 50;
+  void Add(std::string name);
+  bool empty() const { return size_ == 0; }
+  size_t size() const { return size_; }
+  const std::vector<std::string>& names() const { return names_; }  // at most kMostKept
+  std::string Text() const;                                        // "a, b and 3 more"
+
+ private:
+  std::vector<std::string> names_;
+  size_t size_ = 0;
 };
 
-// The record as JSON: an object with "format", "version" and every member of ProtocolData. Lists
-// of key events end with the last event that is counted or not zero. A macro's name is its
-// characters, with \\ for a backslash and \x00 to \xff for every byte that is no printable
-// character of UTF-8; zeros at its end are left out.
-Json ConfigToJson(const ProtocolData& record);
+// A configuration from a file.
+struct ConfigFile {
+  ProtocolData record{};
+  KnownBytes known;      // what of the record the file tells; the rest is 0
+  bool from_image = false;
+  NameList failed_checks;  // of an image
 
-// The record that the document describes, byte for byte. Throws ConfigError for a field that is
-// missing, unknown, of another type or beyond what a device can hold.
-ProtocolData ConfigFromJson(const Json& document);
-// The same from a file's text; also refuses a key that stands twice in its object.
-ProtocolData ConfigFromText(std::string_view text);
+  // Of the JSON form.
+  int version = kConfigVersion;
+  std::string model;  // the model it was saved from, or empty
+  NameList unknown;   // what stands in the file beside its fields
+  NameList missing;   // fields that it does not have
+};
+
+// The record as JSON: an object with "format", "version" and every member of ProtocolData of which
+// all bytes are known. Lists of key events and names are as long as their counts say, which do not
+// stand there themselves. A macro's name is its characters, with \\ for a backslash and \x00 to
+// \xff for every byte that is no printable character of UTF-8. An entry of a list that is not
+// known is null. `model` is left out when it is empty.
+Json ConfigToJson(const ProtocolData& record, const KnownBytes& known = AllBytes(),
+                  const std::string& model = "");
+
+// What the document describes. Throws ConfigError for a field of another type or beyond what the
+// record can hold.
+ConfigFile ConfigFromJson(const InputJson& document);
+
+// A configuration file's content: an image of 6960 bytes, or the JSON form. Throws ConfigError.
+// Parsing an image calls ProtocolDataParser, which arms ProtocolDataUpdate.
+ConfigFile LoadConfig(std::string_view content);
 
 // One field's value in the form that it has in the JSON document. Throws ConfigError when there is
-// no such field. `path` may name a number, a list or a record.
+// no such field. `path` may name a number, a list or a record. A name or a list of events takes its
+// count along.
 Json GetConfigField(const ProtocolData& record, std::string_view path);
-void SetConfigField(ProtocolData& record, std::string_view path, const Json& value);
+void SetConfigField(ProtocolData& record, std::string_view path, const InputJson& value);
 
-// A value as people type it: JSON or, when it is none, a text, so that names need no quotes. Throws
-// ConfigError as ConfigFromText does.
-Json ConfigValueFromText(const std::string& text);
-
-// Several at once, for fields that go together: only the result has to be a configuration. The
-// record is untouched when it is none.
-struct ConfigAssignment {
-  std::string path;
-  Json value;
-};
-void SetConfigFields(ProtocolData& record, std::span<const ConfigAssignment> assignments);
-
-// The record as lines for people; empty shortcuts and macros are left out.
-std::string ConfigText(const ProtocolData& record);
-
-// The record without what the device can't hold: bytes that nobody uses, events beyond the count
-// and name bytes beyond the length are zero.
+// The record without what the device can't hold: padding, events beyond the count and name bytes
+// beyond the length are zero.
 ProtocolData Canonical(const ProtocolData& record);
 
 struct Difference {
@@ -74,21 +91,6 @@ struct Difference {
 
 // The fields in which two records' canonical forms differ, in the record's order.
 std::vector<Difference> ConfigDifferences(const ProtocolData& before, const ProtocolData& after);
-
-// The fields of a device's image (6960 bytes) whose check byte is wrong, and the slots that are
-// neither valid nor empty, in the record's order. The parsers give such a field its default or
-// leave it alone.
-std::vector<std::string> FailedChecks(std::span<const uint8_t> image);
-
-struct LoadedConfig {
-  ProtocolData record{};
-  bool from_image = false;
-  std::vector<std::string> failed_checks;  // of an image
-};
-
-// A configuration file's content: an image of 6960 bytes, or the JSON form. Throws ConfigError.
-// Parsing an image calls ProtocolDataParser, which arms ProtocolDataUpdate.
-LoadedConfig LoadConfig(std::string_view content);
 
 }  // namespace perilink::tools
 

@@ -1,6 +1,5 @@
 // The JSON form of a configuration: written and read by a walk over the record's members.
 #include <algorithm>
-#include <set>
 
 #include "common/config.h"
 #include "common/config_members.h"
@@ -9,56 +8,83 @@
 namespace perilink::tools {
 namespace {
 
-bool IsZero(const uint8_t* bytes, size_t size) {
-  return std::all_of(bytes, bytes + size, [](uint8_t byte) { return byte == 0; });
-}
-
 // ---- Writing ----------------------------------------------------------------------------------
 
-Json RecordToJson(const std::vector<Member>& members, const uint8_t* record);
+class Writer {
+ public:
+  Writer(const ProtocolData& record, const KnownBytes& known)
+      : bytes_(BytesOf(record)), known_(known) {}
 
-// How many entries a list shows: all, or of events those up to the last in use.
-size_t ShownEntries(const Member& member, const uint8_t* entries, size_t counted) {
-  size_t shown = member.count;
-  if (member.kind != MemberKind::kEvents) return shown;
-  while (shown > counted && IsZero(entries + (shown - 1) * member.size, member.size))
-    --shown;
-  return shown;
-}
-
-Json MemberToJson(const Member& member, const uint8_t* value, size_t counted) {
-  if (member.members.empty()) return LeafToJson(member, value);
-  Json list = Json::array();
-  const size_t shown = ShownEntries(member, value, counted);
-  for (size_t i = 0; i < shown; ++i) {
-    list.push_back(RecordToJson(member.members, value + i * member.size));
+  // A record of one nameless member is that member; one of which nothing is known is null.
+  Json RecordJson(const std::vector<Member>& members, size_t offset) const {
+    if (members.front().name.empty()) return MemberJson(members, members.front(), offset);
+    Json object;
+    for (const Member& member : members) {
+      if (!member.measures.empty()) continue;
+      Json value = MemberJson(members, member, offset);
+      if (!value.is_null()) object[member.name] = std::move(value);
+    }
+    return object;
   }
-  return list;
-}
 
-// A record of one nameless member is that member.
-Json RecordToJson(const std::vector<Member>& members, const uint8_t* record) {
-  if (members.front().name.empty()) return MemberToJson(members.front(), record, 0);
-  Json object = Json::object();
-  size_t counted = 0;
-  for (const Member& member : members) {
-    if (member.counts_events) counted = ReadNumber(record + member.offset, member.size);
-    object[member.name] = MemberToJson(member, record + member.offset, counted);
+  Json MemberJson(const std::vector<Member>& siblings, const Member& member, size_t offset) const {
+    const size_t at = offset + member.offset;
+    if (!member.members.empty()) return ListJson(siblings, member, offset);
+    if (IsKnown(at, member.size * member.count)) {
+      return LeafToJson(member, bytes_ + at, LengthOf(siblings, member, offset));
+    }
+    if (member.kind != MemberKind::kBytes || !IsPartlyKnown(at, member.count)) return nullptr;
+    Json list = Json::array();
+    for (size_t i = 0; i < member.count; ++i)
+      list.push_back(known_[at + i] ? Json(bytes_[at + i]) : Json());
+    return list;
   }
-  return object;
-}
+
+ private:
+  Json ListJson(const std::vector<Member>& siblings, const Member& member, size_t offset) const {
+    const size_t at = offset + member.offset;
+    const size_t length = LengthOf(siblings, member, offset);
+    if (member.kind == MemberKind::kEvents && !IsKnown(at, length * member.size)) return nullptr;
+    if (!IsPartlyKnown(at, member.size * member.count)) return nullptr;
+    Json list = Json::array();
+    for (size_t i = 0; i < length; ++i)
+      list.push_back(RecordJson(member.members, at + i * member.size));
+    return list;
+  }
+
+  // How many entries are in use.
+  size_t LengthOf(const std::vector<Member>& siblings, const Member& member, size_t offset) const {
+    const Member* const measure = MeasureOf(siblings, member);
+    if (measure == nullptr) return member.count;
+    const uint32_t length = ReadNumber(bytes_ + offset + measure->offset, measure->size);
+    return std::min<size_t>(length, member.count);
+  }
+
+  bool IsKnown(size_t offset, size_t size) const {
+    for (size_t i = 0; i < size; ++i) {
+      if (!known_[offset + i]) return false;
+    }
+    return true;
+  }
+  bool IsPartlyKnown(size_t offset, size_t size) const {
+    for (size_t i = 0; i < size; ++i) {
+      if (known_[offset + i]) return true;
+    }
+    return false;
+  }
+
+  const uint8_t* const bytes_;
+  const KnownBytes& known_;
+};
 
 // ---- Reading ----------------------------------------------------------------------------------
 
 // A path may come out of the document, with anything in its names.
 [[noreturn]] void Refuse(std::string_view path, const std::string& why) {
-  throw ConfigError(EscapeText(path) + ": " + why);
+  throw ConfigError(Quotable(path) + ": " + why);
 }
 
-void RecordFromJson(const std::vector<Member>& members, const Json& value, const std::string& path,
-                    uint8_t* record);
-
-uint32_t NumberFromJson(const Json& value, uint32_t most, const std::string& path) {
+uint32_t NumberFromJson(const InputJson& value, uint32_t most, const std::string& path) {
   if (!value.is_number_integer()) Refuse(path, "a whole number is wanted");
   const bool negative = !value.is_number_unsigned() && value.get<int64_t>() < 0;
   if (negative || value.get<uint64_t>() > most) {
@@ -67,194 +93,228 @@ uint32_t NumberFromJson(const Json& value, uint32_t most, const std::string& pat
   return value.get<uint32_t>();
 }
 
-const Json& ListFromJson(const Json& value, size_t least, size_t most, const std::string& path) {
+void RequireEntries(const InputJson& value, size_t least, size_t most, const std::string& path) {
   if (!value.is_array()) Refuse(path, "a list is wanted");
-  if (value.size() < least || value.size() > most) {
-    const std::string wanted = least == most
-                                   ? std::to_string(most)
-                                   : std::to_string(least) + " to " + std::to_string(most);
-    Refuse(path, std::to_string(value.size()) + " entries, " + wanted + " are wanted");
-  }
-  return value;
+  if (value.size() >= least && value.size() <= most) return;
+  const std::string wanted = least == most ? std::to_string(most)
+                                           : std::to_string(least) + " to " + std::to_string(most);
+  Refuse(path, std::to_string(value.size()) + " entries, " + wanted + " are wanted");
 }
 
-void BytesFromJson(const Member& member, const Json& value, const std::string& path,
-                   uint8_t* target) {
-  size_t i = 0;
-  for (const Json& byte : ListFromJson(value, member.count, member.count, path)) {
-    target[i] = static_cast<uint8_t>(NumberFromJson(byte, member.most, Indexed(path, i)));
-    ++i;
-  }
-}
+class Reader {
+ public:
+  // What a document does not tell stays as it is.
+  enum class Strangers { kAreNamed, kAreRefused };
+  Reader(ConfigFile& file, Strangers strangers) : file_(file), strangers_(strangers) {}
 
-void TextFromJson(const Member& member, const Json& value, const std::string& path,
-                  uint8_t* target) {
-  if (!value.is_string()) Refuse(path, "a text is wanted");
-  const auto bytes = UnescapeText(value.get_ref<const std::string&>());
-  if (!bytes) Refuse(path, "a backslash must begin \\\\ or \\x and two of 0123456789abcdef");
-  if (bytes->size() > member.count) {
-    Refuse(path, std::to_string(bytes->size()) + " bytes, at most " + std::to_string(member.count) +
-                     " fit");
-  }
-  std::fill_n(std::copy(bytes->begin(), bytes->end(), target), member.count - bytes->size(), 0);
-}
-
-void MemberFromJson(const Member& member, const Json& value, const std::string& path,
-                    size_t counted, uint8_t* target) {
-  switch (member.kind) {
-    case MemberKind::kNumber: {
-      const uint32_t number = NumberFromJson(value, member.most, path);
-      if (member.counts_events && number == 1) Refuse(path, "1 is out of range, 0 or at least 2");
-      return WriteNumber(target, member.size, number);
+  void ReadRecord(const std::vector<Member>& members, const InputJson& value,
+                  const std::string& path, size_t offset) {
+    if (members.front().name.empty()) {
+      return ReadMember(members, members.front(), value, path, offset);
     }
-    case MemberKind::kBytes:
-      return BytesFromJson(member, value, path, target);
-    case MemberKind::kText:
-      return TextFromJson(member, value, path, target);
-    case MemberKind::kRecords:
-    case MemberKind::kEvents:
-      break;
-  }
-  const size_t least = member.kind == MemberKind::kEvents ? counted : member.count;
-  std::fill_n(target, member.count * member.size, uint8_t{0});
-  size_t i = 0;
-  for (const Json& entry : ListFromJson(value, least, member.count, path)) {
-    RecordFromJson(member.members, entry, Indexed(path, i), target + i * member.size);
-    ++i;
-  }
-}
-
-bool IsMember(const std::vector<Member>& members, const std::string& name) {
-  return std::any_of(members.begin(), members.end(),
-                     [&](const Member& member) { return member.name == name; });
-}
-
-void RecordFromJson(const std::vector<Member>& members, const Json& value, const std::string& path,
-                    uint8_t* record) {
-  if (members.front().name.empty()) {
-    return MemberFromJson(members.front(), value, path, 0, record);
-  }
-  if (!value.is_object()) Refuse(path, "an object is wanted");
-  for (const auto& item : value.items()) {
-    if (!IsMember(members, item.key())) Refuse(Joined(path, item.key()), "there is no such field");
-  }
-  size_t counted = 0;
-  for (const Member& member : members) {
-    const std::string member_path = Joined(path, member.name);
-    const auto found = value.find(member.name);
-    if (found == value.end()) Refuse(member_path, "the field is missing");
-    MemberFromJson(member, *found, member_path, counted, record + member.offset);
-    if (member.counts_events) counted = ReadNumber(record + member.offset, member.size);
-  }
-}
-
-// Far deeper than any configuration, and far from the depth at which a copy fills the stack.
-constexpr int kMostDepth = 100;
-
-// Parses with an eye on keys that stand twice, of which a plain parser silently drops one.
-Json Parse(std::string_view text) {
-  std::vector<std::set<std::string>> open;
-  const auto watch = [&](int depth, Json::parse_event_t event, Json& parsed) {
-    if (depth > kMostDepth) throw ConfigError("not a configuration: lists stand in lists");
-    if (event == Json::parse_event_t::object_start) open.emplace_back();
-    if (event == Json::parse_event_t::object_end) open.pop_back();
-    if (event == Json::parse_event_t::key &&
-        !open.back().insert(parsed.get_ref<const std::string&>()).second) {
-      Refuse(parsed.get_ref<const std::string&>(), "the field stands twice");
+    if (!value.is_object()) Refuse(path, "an object is wanted");
+    for (const auto& item : value.items()) {
+      if (FindMember(members, item.key()) == nullptr) AddStranger(Joined(path, item.key()));
     }
-    return true;
-  };
-  return Json::parse(text, watch);
-}
-
-Json ParseDocument(std::string_view text) {
-  try {
-    return Parse(text);
-  } catch (const Json::parse_error& error) {
-    const std::string_view what = error.what();
-    throw ConfigError("not JSON: " + EscapeText(what.substr(what.find("] ") + 2)));
-  }
-}
-
-// ---- Single fields ----------------------------------------------------------------------------
-
-// "dpi_levels[2].color" leads through the document as "/dpi_levels/2/color".
-Json::json_pointer PointerTo(std::string_view path) {
-  std::string pointer = "/";
-  for (const char c : path) {
-    if (c == '[' || c == '.') {
-      pointer += '/';
-    } else if (c != ']') {
-      pointer += c;
+    for (const Member& member : members) {
+      const auto found = value.find(member.name);
+      const bool is_there = found != value.end() && !found->is_null();
+      if (is_there) ReadMember(members, member, *found, Joined(path, member.name), offset);
+      if (!is_there && member.measures.empty()) file_.missing.Add(Joined(path, member.name));
+    }
+    for (const Member& member : members) {
+      const bool is_told = value.contains(member.name) && value.contains(member.measures);
+      if (!member.measures.empty() && is_told) {
+        ReadLength(members, member, value[member.name], Joined(path, member.name), offset);
+      }
     }
   }
-  return Json::json_pointer(pointer);
-}
 
-// The place in the document.
-Json& Find(Json& document, std::string_view path) {
-  const std::string name(path);
-  const bool spelt = !path.empty() && path.find_first_of("/~") == std::string_view::npos &&
-                     name != "format" && name != "version";
-  try {
-    if (spelt) return document.at(PointerTo(path));
-  } catch (const Json::exception&) {
-    // Not a number where an index is wanted, beyond a list, or no such member.
+  // A text or a list of events sets its length, too.
+  void ReadMember(const std::vector<Member>& siblings, const Member& member, const InputJson& value,
+                  const std::string& path, size_t offset) {
+    const size_t at = offset + member.offset;
+    switch (member.kind) {
+      case MemberKind::kNumber:
+        return WriteNumber(Bytes(at, member.size), member.size,
+                           NumberFromJson(value, member.most, path));
+      case MemberKind::kBytes:
+        RequireEntries(value, member.count, member.count, path);
+        for (size_t i = 0; i < member.count; ++i)
+          ReadByte(member, value[i], Indexed(path, i), at + i);
+        return;
+      case MemberKind::kText:
+        return SetLength(siblings, member, offset, ReadText(member, value, path, at));
+      case MemberKind::kEvents:
+        return SetLength(siblings, member, offset, ReadEvents(member, value, path, at));
+      case MemberKind::kRecords:
+        return ReadRecords(member, value, path, at);
+    }
   }
-  Refuse(name, "there is no such field");
+
+  void ReadByte(const Member& member, const InputJson& value, const std::string& path,
+                size_t offset) {
+    if (value.is_null()) return file_.missing.Add(path);
+    *Bytes(offset, 1) = static_cast<uint8_t>(NumberFromJson(value, member.most, path));
+  }
+
+ private:
+  size_t ReadText(const Member& member, const InputJson& value, const std::string& path,
+                  size_t at) {
+    if (!value.is_string()) Refuse(path, "a text is wanted");
+    const auto bytes = UnescapeText(value.get_ref<const std::string&>());
+    if (!bytes) Refuse(path, "a backslash must begin \\\\ or \\x and two of 0123456789abcdef");
+    if (bytes->size() > member.count) {
+      Refuse(path, std::to_string(bytes->size()) + " bytes, at most " +
+                       std::to_string(member.count) + " fit");
+    }
+    std::fill_n(std::copy(bytes->begin(), bytes->end(), Bytes(at, member.count)),
+                member.count - bytes->size(), uint8_t{0});
+    return bytes->size();
+  }
+
+  size_t ReadEvents(const Member& member, const InputJson& value, const std::string& path,
+                    size_t at) {
+    RequireEntries(value, 0, member.count, path);
+    if (value.size() == 1) Refuse(path, "1 event; none or at least 2 are wanted");
+    std::fill_n(Bytes(at, member.count * member.size), member.count * member.size, uint8_t{0});
+    for (size_t i = 0; i < value.size(); ++i)
+      ReadRecord(member.members, value[i], Indexed(path, i), at + i * member.size);
+    return value.size();
+  }
+
+  void ReadRecords(const Member& member, const InputJson& value, const std::string& path,
+                   size_t at) {
+    if (!value.is_array()) Refuse(path, "a list is wanted");
+    for (size_t i = 0; i < member.count; ++i) {
+      const bool is_there = i < value.size() && !value[i].is_null();
+      if (is_there) ReadRecord(member.members, value[i], Indexed(path, i), at + i * member.size);
+      if (!is_there) file_.missing.Add(Indexed(path, i));
+    }
+    for (size_t i = member.count; i < value.size(); ++i)
+      AddStranger(Indexed(path, i));
+  }
+
+  void SetLength(const std::vector<Member>& siblings, const Member& member, size_t offset,
+                 size_t length) {
+    const Member& measure = *MeasureOf(siblings, member);
+    WriteNumber(Bytes(offset + measure.offset, measure.size), measure.size,
+                static_cast<uint32_t>(length));
+  }
+
+  // A length that the document tells besides: no longer than its list of events, but a text may be
+  // cut where zeros follow.
+  void ReadLength(const std::vector<Member>& siblings, const Member& measure,
+                  const InputJson& value, const std::string& path, size_t offset) {
+    const uint32_t told = NumberFromJson(value, measure.most, path);
+    const bool counts_events = FindMember(siblings, measure.measures)->kind == MemberKind::kEvents;
+    if (counts_events && told == 1) Refuse(path, "1 is out of range, 0 or at least 2");
+    uint8_t* const target = Bytes(offset + measure.offset, measure.size);
+    if (counts_events && told > ReadNumber(target, measure.size)) {
+      Refuse(path, std::to_string(told) + ", but the list of events is shorter");
+    }
+    WriteNumber(target, measure.size, told);
+  }
+
+  void AddStranger(const std::string& name) {
+    if (strangers_ == Strangers::kAreRefused) Refuse(name, "there is no such field");
+    file_.unknown.Add(Quotable(name));
+  }
+
+  uint8_t* Bytes(size_t offset, size_t size) {
+    for (size_t i = 0; i < size; ++i)
+      file_.known.set(offset + i);
+    return BytesOf(file_.record) + offset;
+  }
+
+  ConfigFile& file_;
+  const Strangers strangers_;
+};
+
+int VersionOf(const InputJson& document) {
+  const auto found = document.find("version");
+  if (found == document.end() || !found->is_number_integer() || *found < 1 || *found > 1'000'000) {
+    Refuse("version", "a whole number from 1 is wanted");
+  }
+  return found->get<int>();
 }
 
 }  // namespace
 
-Json ConfigToJson(const ProtocolData& record) {
+void NameList::Add(std::string name) {
+  if (++size_ <= kMostKept) names_.push_back(std::move(name));
+}
+
+std::string NameList::Text() const {
+  constexpr size_t kMostShown = 8;
+  std::string text;
+  for (size_t i = 0; i < std::min(kMostShown, names_.size()); ++i)
+    text += (i == 0 ? "" : ", ") + names_[i];
+  if (size_ > kMostShown) text += " and " + std::to_string(size_ - kMostShown) + " more";
+  return text;
+}
+
+Json ConfigToJson(const ProtocolData& record, const KnownBytes& known, const std::string& model) {
   Json document = {{"format", kConfigFormat}, {"version", kConfigVersion}};
-  document.update(RecordToJson(RecordMembers(), &record.report_rate));
+  if (!model.empty()) document["model"] = model;
+  const Json fields = Writer(record, known).RecordJson(RecordMembers(), 0);
+  if (!fields.is_null()) document.update(fields);
   return document;
 }
 
-ProtocolData ConfigFromJson(const Json& document) {
+ConfigFile ConfigFromJson(const InputJson& document) {
   if (!document.is_object()) throw ConfigError("not a configuration: an object is wanted");
-  Json fields = document;
-  if (fields.value("format", Json()) != kConfigFormat) {
+  if (document.value("format", InputJson()) != kConfigFormat) {
     Refuse("format", std::string("\"") + kConfigFormat + "\" is wanted");
   }
-  if (fields.value("version", Json()) != kConfigVersion) {
-    Refuse("version", "only version " + std::to_string(kConfigVersion) + " is understood");
+  ConfigFile file;
+  file.version = VersionOf(document);
+  const InputJson model = document.value("model", InputJson());
+  if (model.is_string()) file.model = model.get<std::string>();
+  InputJson fields = document;
+  for (const char* name : {"format", "version", "model"})
+    fields.erase(name);
+  // The first version stored the padding too.
+  if (file.version == 1) {
+    for (const char* name : {"unused18", "unused46", "unused203"})
+      fields.erase(name);
+    for (const char* list : {"dpi_levels", "shortcuts"}) {
+      if (!fields.contains(list) || !fields[list].is_array()) continue;
+      for (InputJson& entry : fields[list]) {
+        if (entry.is_object()) entry.erase("unused");
+      }
+    }
   }
-  fields.erase("format");
-  fields.erase("version");
-  ProtocolData record{};
-  RecordFromJson(RecordMembers(), fields, "", &record.report_rate);
-  return record;
-}
-
-ProtocolData ConfigFromText(std::string_view text) {
-  return ConfigFromJson(ParseDocument(text));
-}
-
-Json ConfigValueFromText(const std::string& text) {
-  try {
-    return Parse(text);
-  } catch (const Json::parse_error&) {
-    return text;
-  }
+  Reader(file, Reader::Strangers::kAreNamed).ReadRecord(RecordMembers(), fields, "", 0);
+  return file;
 }
 
 Json GetConfigField(const ProtocolData& record, std::string_view path) {
-  Json document = ConfigToJson(record);
-  return Find(document, path);
+  const Place place = FindPlace(path);
+  const KnownBytes known = AllBytes();
+  const Writer writer(record, known);
+  if (!place.is_entry) {
+    return writer.MemberJson(*place.siblings, *place.member, place.siblings_offset);
+  }
+  if (place.member->members.empty()) return *(BytesOf(record) + place.offset);
+  return writer.RecordJson(place.member->members, place.offset);
 }
 
-void SetConfigField(ProtocolData& record, std::string_view path, const Json& value) {
-  const ConfigAssignment assignment{std::string(path), value};
-  SetConfigFields(record, {&assignment, 1});
-}
-
-void SetConfigFields(ProtocolData& record, std::span<const ConfigAssignment> assignments) {
-  Json document = ConfigToJson(record);
-  for (const ConfigAssignment& it : assignments)
-    Find(document, it.path) = it.value;
-  record = ConfigFromJson(document);
+void SetConfigField(ProtocolData& record, std::string_view path, const InputJson& value) {
+  const Place place = FindPlace(path);
+  const std::string name(path);
+  if (value.is_null()) Refuse(name, "a value is wanted");
+  ConfigFile file;
+  file.record = record;
+  Reader reader(file, Reader::Strangers::kAreRefused);
+  if (!place.is_entry) {
+    reader.ReadMember(*place.siblings, *place.member, value, name, place.siblings_offset);
+  } else if (place.member->members.empty()) {
+    reader.ReadByte(*place.member, value, name, place.offset);
+  } else {
+    reader.ReadRecord(place.member->members, value, name, place.offset);
+  }
+  record = file.record;
 }
 
 }  // namespace perilink::tools

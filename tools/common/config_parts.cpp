@@ -2,12 +2,9 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
-#include <numeric>
 
-#include "common/config.h"
 #include "common/config_members.h"
-#include "common/escaped_text.h"
+#include "common/protocol.h"
 #include "perilink/protocol_data.h"
 
 namespace perilink::tools {
@@ -60,17 +57,17 @@ std::vector<ConfigPart> BuildParts() {
 std::vector<uint8_t> EncodedField(const uint8_t* value, const ConfigPart& part) {
   std::vector<uint8_t> bytes(value, value + part.size);
   if (part.rule == FieldRule::kNormalizedSwitch) bytes[0] = bytes[0] != 0 ? 1 : 0;
-  bytes.push_back(static_cast<uint8_t>(0x55 - std::accumulate(bytes.begin(), bytes.end(), 0)));
+  bytes.push_back(CheckByte(bytes));
   return bytes;
 }
 
 // ---- Updates -----------------------------------------------------------------------------------
 
-uint8_t* BytesOf(ProtocolData& record) {
-  return &record.report_rate;
-}
-const uint8_t* BytesOf(const ProtocolData& record) {
-  return &record.report_rate;
+KnownBytes KnownPart(const ConfigPart& part) {
+  KnownBytes bytes;
+  for (size_t i = 0; i < part.size; ++i)
+    bytes.set(part.offset + i);
+  return bytes;
 }
 
 bool IsEmptyCount(uint8_t count) {
@@ -83,7 +80,7 @@ bool ImageHolds(const DeviceConfig& device, const ConfigPart& part, const Protoc
   const bool is_switch =
       part.rule == FieldRule::kSwitch || part.rule == FieldRule::kNormalizedSwitch;
   if (is_switch && bytes[0] != 0 && stored != 0) {
-    bytes = {stored, static_cast<uint8_t>(0x55 - stored)};  // on is on, whatever stands for it
+    bytes = {stored, CheckByte({&stored, 1})};  // on is on, whatever stands for it
   }
   return std::equal(bytes.begin(), bytes.end(),
                     device.image.begin() + static_cast<ptrdiff_t>(part.address));
@@ -94,9 +91,12 @@ bool IsSound(const DeviceConfig& device, const ConfigPart& part) {
     case PartKind::kShortcut:
       return device.record.shortcuts[part.slot].count != 0 ||
              IsEmptyCount(device.shortcut_counts[part.slot]);
-    case PartKind::kMacro:
+    case PartKind::kMacro: {
+      const uint8_t name_length = device.image[part.address];
+      if (name_length > sizeof(MacroKey::name) && name_length != kErased) return false;
       return device.record.macros[part.slot].count != 0 ||
              IsEmptyCount(device.macro_counts[part.slot]);
+    }
     case PartKind::kField:
       break;
   }
@@ -138,33 +138,23 @@ std::vector<uint8_t> ReadBackImage(const ProtocolData& record) {
   return image;
 }
 
-[[noreturn]] void RefusePath(std::string_view path) {
-  throw ConfigError(EscapeText(path) + ": there is no such field");
-}
-
-// One step of a path: a name or an index, and what follows it.
-struct PathStep {
-  std::string_view name;  // or
-  size_t index = 0;
-  std::string_view rest;
-};
-
-PathStep FirstStep(std::string_view path, std::string_view whole) {
-  PathStep step;
-  if (path.front() == '[') {
-    const size_t close = path.find(']');
-    if (close == std::string_view::npos) RefusePath(whole);
-    const char* const end = path.data() + close;
-    const auto [stop, error] = std::from_chars(path.data() + 1, end, step.index);
-    if (error != std::errc() || stop != end) RefusePath(whole);
-    step.rest = path.substr(close + 1);
-  } else {
-    if (path.front() == '.') path.remove_prefix(1);
-    step.name = path.substr(0, path.find_first_of(".["));
-    if (step.name.empty()) RefusePath(whole);
-    step.rest = path.substr(step.name.size());
+// The bytes that members cover, which are all but the padding.
+KnownBytes MemberBytes() {
+  KnownBytes bytes;
+  for (const Member& member : RecordMembers()) {
+    for (size_t entry = 0; entry < member.count; ++entry) {
+      const size_t at = member.offset + entry * member.size;
+      if (member.members.empty()) {
+        for (size_t i = 0; i < member.size; ++i)
+          bytes.set(at + i);
+      }
+      for (const Member& part : member.members) {
+        for (size_t i = 0; i < part.size * part.count; ++i)
+          bytes.set(at + part.offset + i);
+      }
+    }
   }
-  return step;
+  return bytes;
 }
 
 }  // namespace
@@ -172,34 +162,6 @@ PathStep FirstStep(std::string_view path, std::string_view whole) {
 const std::vector<ConfigPart>& ConfigParts() {
   static const std::vector<ConfigPart> parts = BuildParts();
   return parts;
-}
-
-Extent FindExtent(std::string_view path) {
-  Extent extent{0, sizeof(ProtocolData)};
-  const Member* list = nullptr;  // whose entries an index would choose among
-  const std::vector<Member>* members = &RecordMembers();
-  for (std::string_view rest = path; !rest.empty();) {
-    const PathStep step = FirstStep(rest, path);
-    rest = step.rest;
-    if (!step.name.empty()) {
-      if (members == nullptr) RefusePath(path);
-      const auto found = std::find_if(members->begin(), members->end(),
-                                      [&](const Member& it) { return it.name == step.name; });
-      if (found == members->end()) RefusePath(path);
-      list = &*found;
-      extent = {extent.offset + list->offset, list->size * list->count};
-      members = nullptr;
-      continue;
-    }
-    if (list == nullptr || list->kind == MemberKind::kNumber || step.index >= list->count) {
-      RefusePath(path);
-    }
-    extent = {extent.offset + step.index * list->size, list->size};
-    members = list->members.empty() ? nullptr : &list->members;
-    // A record of one nameless member is that member.
-    list = members != nullptr && members->front().name.empty() ? &members->front() : nullptr;
-  }
-  return extent;
 }
 
 std::vector<uint8_t> EncodedPart(const ProtocolData& record, const ConfigPart& part) {
@@ -227,7 +189,7 @@ void RequireHoldable(const ProtocolData& record) {
   const bool unnamed = first.field.rfind("macros[", 0) == 0;
   throw ConfigError(first.field + ": " + first.before.dump() + " would be read back as " +
                     first.after.dump() +
-                    (unnamed ? ": a macro with events needs a name and its name_length"
+                    (unnamed ? ": a macro with events needs a name"
                              : ": it does not go with the other values"));
 }
 
@@ -245,12 +207,20 @@ DeviceConfig DeviceConfigFromImage(std::span<const uint8_t> image) {
   return device;
 }
 
-std::vector<std::string> UnsoundParts(const DeviceConfig& device) {
-  std::vector<std::string> names;
+NameList UnsoundParts(const DeviceConfig& device) {
+  NameList names;
   for (const ConfigPart& part : ConfigParts()) {
-    if (!IsSound(device, part)) names.push_back(part.name);
+    if (!IsSound(device, part)) names.Add(part.name);
   }
   return names;
+}
+
+KnownBytes SoundBytes(const DeviceConfig& device) {
+  KnownBytes known = AllBytes();
+  for (const ConfigPart& part : ConfigParts()) {
+    if (!IsSound(device, part)) known &= ~KnownPart(part);
+  }
+  return known;
 }
 
 bool LooksLikeConfig(const DeviceConfig& device) {
@@ -276,6 +246,33 @@ ConfigUpdate PlanUpdate(const DeviceConfig& device, const ProtocolData& record,
     update.writes.push_back(part);
   }
   return update;
+}
+
+ConfigUpdate PlanLoad(const DeviceConfig& device, const ConfigFile& file) {
+  const KnownBytes known = file.known | SoundBytes(device) | ~MemberBytes();
+  ProtocolData record = device.record;
+  for (size_t i = 0; i < sizeof record; ++i) {
+    if (file.known[i]) BytesOf(record)[i] = BytesOf(file.record)[i];
+  }
+  return PlanUpdate(device, record, [&](const ConfigPart& part) {
+    const KnownBytes bytes = KnownPart(part);
+    return (bytes & file.known).any() && (bytes & ~known).none();
+  });
+}
+
+void RequireKept(const ConfigUpdate& update) {
+  RequireHoldable(update.record);
+  for (const Member& member : RecordMembers()) {
+    if (member.kind != MemberKind::kNumber) continue;
+    const uint32_t value = ReadNumber(BytesOf(update.record) + member.offset, member.size);
+    if (value >= member.kept_least && value <= member.kept_most) continue;
+    for (const ConfigPart& part : update.writes) {
+      if (part.offset != member.offset) continue;
+      throw ConfigError(member.name + ": no device keeps " + std::to_string(value) + "; " +
+                        std::to_string(member.kept_least) + " to " +
+                        std::to_string(member.kept_most) + " are possible");
+    }
+  }
 }
 
 }  // namespace perilink::tools

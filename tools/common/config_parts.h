@@ -8,16 +8,13 @@
 #include <functional>
 #include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
+#include "common/config.h"
 #include "perilink/config_layout.h"
 #include "perilink/records.h"
 
 namespace perilink::tools {
-
-// What a byte of the memory holds before it is written; as a count it stands for none.
-inline constexpr uint8_t kErased = 0xFF;
 
 enum class PartKind { kField, kShortcut, kMacro };
 
@@ -34,17 +31,9 @@ struct ConfigPart {
 // All parts, in the order in which the library writes them. Each is one write.
 const std::vector<ConfigPart>& ConfigParts();
 
-// A run of bytes in ProtocolData.
-struct Extent {
-  size_t offset;
-  size_t size;
-};
-inline bool Overlap(const ConfigPart& part, const Extent& extent) {
-  return part.offset < extent.offset + extent.size && extent.offset < part.offset + part.size;
+inline bool Overlap(const ConfigPart& part, size_t offset, size_t size) {
+  return part.offset < offset + size && offset < part.offset + part.size;
 }
-// The bytes that a field has, named as in "dpi_levels[2].color". Throws ConfigError when there is
-// no such field.
-Extent FindExtent(std::string_view path);
 
 // What the library writes for a part: values and check byte.
 std::vector<uint8_t> EncodedPart(const ProtocolData& record, const ConfigPart& part);
@@ -67,8 +56,10 @@ struct DeviceConfig {
 DeviceConfig DeviceConfigFromImage(std::span<const uint8_t> image);
 
 // The parts whose bytes in the device are not those of the parsed record: their check failed, or
-// the value was not taken.
-std::vector<std::string> UnsoundParts(const DeviceConfig& device);
+// the value was not taken. What the record holds there is a substitute, not the device's value.
+NameList UnsoundParts(const DeviceConfig& device);
+// The bytes of all other parts.
+KnownBytes SoundBytes(const DeviceConfig& device);
 
 // Whether most of the settings are as a device writes them, or erased. Otherwise the memory holds
 // something else, as a keyboard's does.
@@ -83,6 +74,12 @@ struct ConfigUpdate {
 // What of `record` has to be written, among the parts that may be.
 ConfigUpdate PlanUpdate(const DeviceConfig& device, const ProtocolData& record,
                         const std::function<bool(const ConfigPart&)>& may_write);
+
+// What of a file has to be written: every part that the file tells, or that it completes.
+ConfigUpdate PlanLoad(const DeviceConfig& device, const ConfigFile& file);
+
+// Throws ConfigError, which names the field, for an update that a device would not keep as it is.
+void RequireKept(const ConfigUpdate& update);
 
 }  // namespace perilink::tools
 
