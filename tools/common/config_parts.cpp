@@ -63,13 +63,6 @@ std::vector<uint8_t> EncodedField(const uint8_t* value, const ConfigPart& part) 
 
 // ---- Updates -----------------------------------------------------------------------------------
 
-KnownBytes KnownPart(const ConfigPart& part) {
-  KnownBytes bytes;
-  for (size_t i = 0; i < part.size; ++i)
-    bytes.set(part.offset + i);
-  return bytes;
-}
-
 bool IsEmptyCount(uint8_t count) {
   return count == 0 || count == kErased;
 }
@@ -164,6 +157,13 @@ const std::vector<ConfigPart>& ConfigParts() {
   return parts;
 }
 
+KnownBytes PartBytes(const ConfigPart& part) {
+  KnownBytes bytes;
+  for (size_t i = 0; i < part.size; ++i)
+    bytes.set(part.offset + i);
+  return bytes;
+}
+
 std::vector<uint8_t> EncodedPart(const ProtocolData& record, const ConfigPart& part) {
   if (part.kind == PartKind::kField) return EncodedField(BytesOf(record) + part.offset, part);
   std::vector<uint8_t> slot(PERILINK_MACRO_SLOT_SIZE, kErased);
@@ -218,7 +218,7 @@ NameList UnsoundParts(const DeviceConfig& device) {
 KnownBytes SoundBytes(const DeviceConfig& device) {
   KnownBytes known = AllBytes();
   for (const ConfigPart& part : ConfigParts()) {
-    if (!IsSound(device, part)) known &= ~KnownPart(part);
+    if (!IsSound(device, part)) known &= ~PartBytes(part);
   }
   return known;
 }
@@ -255,7 +255,7 @@ ConfigUpdate PlanLoad(const DeviceConfig& device, const ConfigFile& file) {
     if (file.known[i]) BytesOf(record)[i] = BytesOf(file.record)[i];
   }
   return PlanUpdate(device, record, [&](const ConfigPart& part) {
-    const KnownBytes bytes = KnownPart(part);
+    const KnownBytes bytes = PartBytes(part);
     return (bytes & file.known).any() && (bytes & ~known).none();
   });
 }

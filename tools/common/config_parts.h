@@ -31,6 +31,8 @@ struct ConfigPart {
 // All parts, in the order in which the library writes them. Each is one write.
 const std::vector<ConfigPart>& ConfigParts();
 
+// The bytes of the record that the part is made of.
+KnownBytes PartBytes(const ConfigPart& part);
 inline bool Overlap(const ConfigPart& part, size_t offset, size_t size) {
   return part.offset < offset + size && offset < part.offset + part.size;
 }

@@ -3,54 +3,50 @@
 #define PERILINK_TOOLS_PERICTL_CONTEXT_H_
 
 #include <functional>
+#include <memory>
 #include <string>
 
+#include "common/files.h"
 #include "exit_codes.h"
-#include "report.h"
-
-namespace CLI {
-class App;
-}
+#include "selection/devices.h"
+#include "selection/model_catalog.h"
+#include "selection/virtual_devices.h"
+#include "terminal/report.h"
 
 namespace perictl {
 
-// Which device is meant. At most one of `path`, `key` and the ids is given; with none of them it is
-// the first interface with the number and collection that the devices keep for their commands.
-struct Selection {
-  std::string vendor_id;  // four hexadecimal digits, or empty
-  std::string product_id;
-  std::string path;
-  std::string key;
-  bool keyboard = false;  // speak to a keyboard: its frames carry a mark
-};
-
-// A device that is simulated in this process, instead of the real ones.
-struct VirtualChoice {
-  std::string model;   // "mouse", "keyboard", or empty for the real devices
-  std::string fault;   // what happens to it, as --virtual-fault takes it, or empty
-  std::string memory;  // the file that holds its configuration's image, or empty
-  bool virtual_time = false;
-};
+class CommandLine;
 
 struct Context {
   explicit Context(std::ostream& out) : report(out) {}
 
   Selection selection;
   VirtualChoice virtual_device;
+  std::string model;  // what --model says
   Report report;
   // What the chosen command does; set while the command line is read.
   std::function<void()> run;
   // What the process returns when that has not failed.
   ExitCode exit_code = ExitCode::kSuccess;
+
+  // The descriptions, read when they are first asked for. Files that are none are told of then.
+  const ModelCatalog& Models() const;
+
+  // Held while this process has --virtual-memory's file in its hands.
+  std::unique_ptr<perilink::tools::FileLock> memory_lock;
+  std::string memory_before;
+
+ private:
+  mutable std::unique_ptr<ModelCatalog> models_;
 };
 
 // Adds the options that all commands share.
-void AddCommonOptions(CLI::App& app, Context& context);
+void AddCommonOptions(CommandLine& line, Context& context);
 
-// Plugs the virtual device in, if one is meant, and sets the target of the frames.
+// Plugs the virtual devices in, if any are meant.
 void PrepareDevices(Context& context);
-// Keeps of the virtual device what shall be there again. Throws Failure(kFile).
-void FinishDevices(const Context& context);
+// Keeps of the virtual device what shall be there again. Throws FileError.
+void FinishDevices(Context& context);
 
 }  // namespace perictl
 

@@ -3,13 +3,7 @@
 namespace perictl {
 namespace {
 
-struct Row {
-  ExitCode code;
-  const char* name;
-  const char* meaning;
-};
-
-constexpr Row kRows[] = {
+constexpr ExitCodeRow kRows[] = {
     {ExitCode::kSuccess, "success", "success"},
     {ExitCode::kInternal, "internal", "perictl itself failed"},
     {ExitCode::kUsage, "usage", "the command line makes no sense"},
@@ -23,25 +17,22 @@ constexpr Row kRows[] = {
     {ExitCode::kDiffers, "differs", "configurations differ (config diff)"},
     {ExitCode::kDamagedFile, "damaged-file", "an upgrade file is damaged; nothing was sent"},
     {ExitCode::kTimedOut, "timed-out", "the device stopped answering during an upgrade"},
+    {ExitCode::kInterrupted, "interrupted", "Ctrl-C ended it before it was through"},
+    {ExitCode::kSeveral, "several-devices", "several devices match; choose one"},
+    {ExitCode::kDeclined, "declined", "not done without --force, or not wanted"},
 };
 
 }  // namespace
 
 const char* ExitCodeName(ExitCode code) {
-  for (const Row& row : kRows) {
+  for (const ExitCodeRow& row : kRows) {
     if (row.code == code) return row.name;
   }
   return "unknown";
 }
 
-std::string ExitCodeHelp() {
-  std::string text = "Exit codes:\n";
-  for (const Row& row : kRows) {
-    const std::string number = std::to_string(static_cast<int>(row.code));
-    text += std::string(3 - number.size(), ' ') + number + "  " + row.meaning + "\n";
-  }
-  text.pop_back();
-  return text;
+std::span<const ExitCodeRow> ExitCodes() {
+  return kRows;
 }
 
 }  // namespace perictl

@@ -2,6 +2,7 @@
 #ifndef PERILINK_TOOLS_PERICTL_EXIT_CODES_H_
 #define PERILINK_TOOLS_PERICTL_EXIT_CODES_H_
 
+#include <span>
 #include <stdexcept>
 #include <string>
 
@@ -21,13 +22,21 @@ enum class ExitCode : int {
   kDiffers = 10,  // no failure: two configurations that were compared differ
   kDamagedFile = 11,  // an upgrade file is damaged, truncated or none; nothing was sent
   kTimedOut = 12,     // a firmware upgrade ended because the device stopped answering
+  kInterrupted = 13,  // Ctrl-C ended the command before it was through
+  kSeveral = 14,      // several devices match, and the command changes one
+  kDeclined = 15,     // perictl would not do it without --force, or was told not to
 };
 
 // Short name of a code, for --json.
 const char* ExitCodeName(ExitCode code);
 
-// All codes with their meanings, for --help.
-std::string ExitCodeHelp();
+// All codes with their meanings, in their order.
+struct ExitCodeRow {
+  ExitCode code;
+  const char* name;
+  const char* meaning;
+};
+std::span<const ExitCodeRow> ExitCodes();
 
 // Ends a command: one line for a person, and the code. Thrown by commands, reported by main.
 class Failure : public std::runtime_error {

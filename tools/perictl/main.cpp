@@ -3,9 +3,9 @@
 #include <exception>
 #include <iostream>
 
+#include "cli/page.h"
 #include "commands/commands.h"
 #include "context.h"
-#include "exit_codes.h"
 
 namespace perictl {
 namespace {
@@ -14,12 +14,13 @@ namespace {
 // whatever was found out before.
 int Fail(Context& context, ExitCode code, const std::string& message) {
   std::cout.flush();
-  std::cerr << "perictl: " << message << '\n';
+  std::cerr << Styled(ErrorTerminal(), Style::kError, "perictl:") << ' ' << Printable(message)
+            << '\n';
   if (context.report.json()) {
     context.report.Section("", "");
-    context.report.Fact(
-        "error", "", "",
-        {{"code", static_cast<int>(code)}, {"name", ExitCodeName(code)}, {"message", message}});
+    context.report.Data("error", {{"code", static_cast<int>(code)},
+                                  {"name", ExitCodeName(code)},
+                                  {"message", message}});
     context.report.Finish();
   }
   return static_cast<int>(code);
@@ -36,6 +37,14 @@ void RunCommand(Context& context) {
   FinishDevices(context);
 }
 
+// The code, unless the output is lost.
+int End(Context& context) {
+  std::cout.flush();
+  if (std::cout) return static_cast<int>(context.exit_code);
+  Tell("the output can't be written");
+  return static_cast<int>(ExitCode::kInternal);
+}
+
 int Run(Context& context) {
   try {
     PrepareDevices(context);
@@ -43,35 +52,34 @@ int Run(Context& context) {
     context.report.Finish();
   } catch (const Failure& failure) {
     return Fail(context, failure.code(), failure.what());
+  } catch (const perilink::tools::FileError& error) {
+    return Fail(context, ExitCode::kFile, error.what());
   } catch (const std::exception& error) {
     return Fail(context, ExitCode::kInternal, error.what());
   }
-  if (!std::cout) {
-    std::cerr << "perictl: the output can't be written\n";
-    return static_cast<int>(ExitCode::kInternal);
-  }
-  return static_cast<int>(context.exit_code);
+  return End(context);
 }
 
 int Main(int argc, char** argv) {
   Context context(std::cout);
-  CLI::App app("Talks to wireless gaming mice and keyboards and their USB receivers.", "perictl");
-  app.require_subcommand(1);
-  app.fallthrough();
-  app.footer(ExitCodeHelp());
-  AddCommonOptions(app, context);
+  CommandLine line({"perictl",
+                    "Talks to wireless gaming mice and keyboards and their USB receivers",
+                    {},
+                    {{"perictl list", "the devices that are plugged in"},
+                     {"perictl set dpi=800", "change a setting"}}});
+  AddCommonOptions(line, context);
   for (const auto add : kAddCommands)
-    add(app, context);
+    add(line, context);
   try {
-    app.parse(argc, argv);
-  } catch (const CLI::Success& success) {
-    return app.exit(success);
+    line.root().parse(argc, argv);
+  } catch (const CLI::CallForHelp&) {
+    std::cout << HelpText(PageOf(line, line.Chosen()), OutputTerminal().width);
+    return End(context);
+  } catch (const CLI::CallForVersion& version) {
+    std::cout << version.what() << '\n';
+    return End(context);
   } catch (const CLI::ParseError& error) {
-    // The parser misses a command before it tells of a word that is none.
-    const std::vector<std::string> unknown = app.remaining();
-    const std::string message =
-        unknown.empty() ? error.what() : "there is no command or option '" + unknown.front() + "'";
-    return Fail(context, ExitCode::kUsage, message + " ('perictl --help' helps)");
+    return Fail(context, ExitCode::kUsage, line.Explain(error));
   }
   return Run(context);
 }

@@ -220,7 +220,7 @@ struct FileLock::State {
 FileLock::FileLock(const std::string& name) {
   const auto end = std::chrono::steady_clock::now() + kLockPatience;
   while (std::chrono::steady_clock::now() < end) {
-    const int file = open(name.c_str(), O_RDONLY | O_CLOEXEC);
+    const int file = open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (file < 0) throw FileError(name, "the file can't be read: " + FileReason(errno, false));
     state_.reset(new State{file});
     // It may have been replaced by the one who had it.

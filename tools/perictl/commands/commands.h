@@ -1,28 +1,39 @@
-// The commands. Each has a file of its own, which adds it to the command line: its options, its
-// help, and what Context::run does when it is chosen.
+// The commands. Each has a file of its own, which adds it to the command line: its text, its
+// options, and what Context::run does when it is chosen.
 #ifndef PERILINK_TOOLS_PERICTL_COMMANDS_COMMANDS_H_
 #define PERILINK_TOOLS_PERICTL_COMMANDS_COMMANDS_H_
 
-#include <CLI/CLI.hpp>
-
+#include "cli/command_line.h"
 #include "context.h"
 
 namespace perictl {
 
-void AddListCommand(CLI::App& app, Context& context);
-void AddInfoCommand(CLI::App& app, Context& context);
-void AddBatteryCommand(CLI::App& app, Context& context);
-void AddEventsCommand(CLI::App& app, Context& context);
-void AddConfigCommand(CLI::App& app, Context& context);
-void AddMacroCommand(CLI::App& app, Context& context);
-void AddUpgradeCommand(CLI::App& app, Context& context);
-void AddDemoCommand(CLI::App& app, Context& context);
-void AddUdevRuleCommand(CLI::App& app, Context& context);  // where the system has such rules
+void AddListCommand(CommandLine& line, Context& context);
+void AddInfoCommand(CommandLine& line, Context& context);
+void AddBatteryCommand(CommandLine& line, Context& context);
+void AddEventsCommand(CommandLine& line, Context& context);
+void AddGetAndSetCommands(CommandLine& line, Context& context);
+void AddConfigCommands(CommandLine& line, Context& context);
+void AddMacroCommands(CommandLine& line, Context& context);
+void AddModelCommands(CommandLine& line, Context& context);
+void AddUpgradeCommands(CommandLine& line, Context& context);
+void AddDemoCommand(CommandLine& line, Context& context);
+void AddUdevRuleCommand(CommandLine& line, Context& context);  // where the system has such rules
+void AddHelpCommand(CommandLine& line, Context& context);
+void AddGenerateCommand(CommandLine& line, Context& context);
 
-inline constexpr void (*kAddCommands[])(CLI::App&, Context&) = {
-    AddListCommand,  AddInfoCommand,    AddBatteryCommand, AddEventsCommand,   AddConfigCommand,
-    AddMacroCommand, AddUpgradeCommand, AddDemoCommand,    AddUdevRuleCommand,
+inline constexpr void (*kAddCommands[])(CommandLine&, Context&) = {
+    AddListCommand,       AddInfoCommand,     AddBatteryCommand, AddEventsCommand,
+    AddGetAndSetCommands, AddConfigCommands,  AddMacroCommands,  AddModelCommands,
+    AddUpgradeCommands,   AddUdevRuleCommand, AddDemoCommand,    AddHelpCommand,
+    AddGenerateCommand,
 };
+
+// Makes `run` what is done when the command is chosen.
+template <typename Run>
+void SetRun(CLI::App& command, Context& context, Run run) {
+  command.callback([&context, run] { context.run = run; });
+}
 
 }  // namespace perictl
 

@@ -1,92 +1,131 @@
-// perictl config: a device's configuration, field by field, and in files.
-#include <array>
+// perictl get, set and config: a device's configuration, field by field, and in files.
+#include <algorithm>
 #include <memory>
 
 #include "commands/commands.h"
-#include "config_report.h"
-#include "files.h"
+#include "common/files.h"
+#include "config/backup.h"
+#include "config/config_report.h"
 
 namespace perictl {
 namespace {
 
-using perilink::tools::ConfigAssignment;
-using perilink::tools::ConfigPart;
-using perilink::tools::ConfigUpdate;
-using perilink::tools::DeviceConfig;
-using perilink::tools::Difference;
-using perilink::tools::Extent;
+namespace tools = perilink::tools;
+using tools::ConfigFile;
+using tools::ConfigPart;
+using tools::ConfigUpdate;
+using tools::DeviceConfig;
+using tools::Extent;
+using tools::Vocabulary;
+
+struct ConfigOptions {
+  std::string file;
+  std::string second_file;
+  std::string format;
+  std::vector<std::string> fields;
+  std::vector<std::string> assignments;
+  BackupOptions backup;
+  bool force = false;
+  bool raw = false;
+  bool dry_run = false;
+};
+using Options = std::shared_ptr<ConfigOptions>;
+
+Vocabulary WordsFor(const DeviceEntry& device, bool raw) {
+  return Vocabulary(raw ? nullptr : device.model);
+}
+
+// A file says which model it was saved from; --model says it better.
+const Model* ModelOf(const Context& context, const ConfigFile& file, bool raw) {
+  if (raw) return nullptr;
+  const ModelCatalog& models = context.Models();
+  return models.Chosen() != nullptr ? models.Chosen() : models.Named(file.model);
+}
 
 // ---- show, get, set ----------------------------------------------------------------------------
 
-void Show(Context& context, const std::string& name) {
-  const ConfigFile file = ReadConfigFile(name);
-  context.report.Section("", name + ":");
-  AddConfig(context.report, file.loaded.record);
-  AddFailedChecks(context.report, file.loaded.failed_checks);
-}
-
-void Get(Context& context, const std::string& field) {
+void Show(Context& context, const ConfigOptions& options) {
+  const ConfigFile file = ReadConfigFile(options.file);
   Report& report = context.report;
-  if (!field.empty()) WithCode(ExitCode::kUsage, "", [&] { perilink::tools::FindExtent(field); });
-  ConfigDevice device = OpenConfigDevice(context);
-  const DeviceConfig config = device.Read();
-  if (field.empty()) {
-    report.Section("", "Configuration:");
-    AddConfig(report, config.record);
-    AddFailedChecks(report, UnsoundParts(config));
-    return;
-  }
-  const Json value = WithCode(
-      ExitCode::kUsage, "", [&] { return perilink::tools::GetConfigField(config.record, field); });
-  if (report.json()) report.Fact("field", "", "", field);
-  report.Fact("value", field, value.dump(), value);
+  report.Section("", options.file + ":");
+  AddConfig(report, Vocabulary(ModelOf(context, file, options.raw)), file.record, file.known,
+            file.model);
+  AddFileNotes(report, file);
 }
 
-ConfigAssignment ParseAssignment(const std::string& text) {
+void Get(Context& context, const ConfigOptions& options) {
+  Report& report = context.report;
+  const DeviceEntry entry = DeviceToRead(context);
+  const Vocabulary words = WordsFor(entry, options.raw);
+  WithCode(ExitCode::kUsage, "", [&] {  // what is wrong in itself is told at once
+    for (const std::string& field : options.fields)
+      words.Find(field, ProtocolData{}, tools::AllBytes());
+  });
+  ConfigDevice device(entry);
+  const DeviceConfig config = device.Read();
+  RequireConfig(config);
+  const tools::KnownBytes known = SoundBytes(config);
+  report.Section("", "Configuration of " + entry.Title() + ":");
+  report.Data("device", ToJson(entry));
+  if (options.fields.empty()) {
+    AddConfig(report, words, config.record, known, entry.model == nullptr ? "" : entry.model->id);
+    return AddNames(report, "failed_checks", "failed their check", UnsoundParts(config));
+  }
+  std::vector<tools::Value> values;
+  for (const std::string& field : options.fields) {
+    const auto found =
+        WithCode(ExitCode::kUsage, "", [&] { return words.Find(field, config.record, known); });
+    values.insert(values.end(), found.begin(), found.end());
+  }
+  AddValues(report, values);
+}
+
+struct Assignment {
+  std::string name;
+  std::string value;
+};
+
+Assignment ParseAssignment(const std::string& text) {
   const size_t equals = text.find('=');
   if (equals == std::string::npos) {
-    throw Failure(ExitCode::kUsage, "'" + text + "' is not FIELD=VALUE, as in report_rate=4");
+    throw tools::ConfigError("'" + text + "' is not FIELD=VALUE, as in report_rate=4");
   }
-  return {text.substr(0, equals), perilink::tools::ConfigValueFromText(text.substr(equals + 1))};
+  if (equals == 0) {
+    throw tools::ConfigError("a field's name is missing in '" + text + "', as in report_rate=4");
+  }
+  return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
-// A name or an event beyond its length or count would be dropped without a word.
-void RequireKept(const ProtocolData& record, const std::string& path, const Extent& extent) {
-  const ProtocolData kept = perilink::tools::Canonical(record);
-  const auto* const bytes = reinterpret_cast<const uint8_t*>(&record) + extent.offset;
-  if (!std::equal(bytes, bytes + extent.size,
-                  reinterpret_cast<const uint8_t*>(&kept) + extent.offset)) {
-    throw perilink::tools::ConfigError(
-        path + ": a device keeps no more of it than the length or count beside it says: set both");
-  }
-}
-
-void Set(Context& context, const std::vector<std::string>& texts) {
-  std::vector<ConfigAssignment> assignments;
-  std::vector<Extent> extents;
-  WithCode(ExitCode::kUsage, "", [&] {
-    for (const std::string& text : texts) {
+void Set(Context& context, const ConfigOptions& options) {
+  const DeviceEntry entry = DeviceToWrite(context);
+  const Vocabulary words = WordsFor(entry, options.raw);
+  std::vector<Assignment> assignments;
+  WithCode(ExitCode::kUsage, "", [&] {  // what is wrong in itself is told without the device
+    ProtocolData scratch{};
+    for (const std::string& text : options.assignments) {
       assignments.push_back(ParseAssignment(text));
-      extents.push_back(perilink::tools::FindExtent(assignments.back().path));
+      words.Assign(scratch, assignments.back().name, assignments.back().value);
     }
   });
-  ConfigDevice device = OpenConfigDevice(context);
+  ConfigDevice device(entry);
   const DeviceConfig before = device.Read();
-  RequireConfig(before);
+  RequireConfig(before, "; nothing was written");
   ProtocolData record = before.record;
-  WithCode(ExitCode::kUsage, "", [&] {
-    SetConfigFields(record, assignments);
-    for (size_t i = 0; i < extents.size(); ++i)
-      RequireKept(record, assignments[i].path, extents[i]);
-    perilink::tools::RequireHoldable(record);
+  const ConfigUpdate update = WithCode(ExitCode::kUsage, "", [&] {
+    std::vector<Extent> touched;
+    for (const Assignment& it : assignments)
+      touched.push_back(words.Assign(record, it.name, it.value));
+    const ConfigUpdate planned = PlanUpdate(before, record, [&](const ConfigPart& part) {
+      return std::any_of(touched.begin(), touched.end(), [&](const Extent& extent) {
+        return Overlap(part, extent.offset, extent.size);
+      });
+    });
+    RequireKept(planned);
+    return planned;
   });
-  const ConfigUpdate update = PlanUpdate(before, record, [&](const ConfigPart& part) {
-    return std::any_of(extents.begin(), extents.end(),
-                       [&](const Extent& extent) { return Overlap(part, extent); });
-  });
-  device.Write(update);
-  context.report.Section("", "Configuration:");
-  AddWritten(context.report, update);
+  context.report.Section("", "Configuration of " + entry.Title() + ":");
+  context.report.Data("device", ToJson(entry));
+  Apply(context.report, device, words, before, update, options.dry_run);
 }
 
 // ---- save, load, diff --------------------------------------------------------------------------
@@ -100,130 +139,213 @@ std::string FormatFor(const std::string& name, const std::string& format) {
                 name + ": end it in .json, .bin or .img, or give --format json or --format image");
 }
 
-void Save(Context& context, const std::string& name, const std::string& wanted) {
-  const std::string format = FormatFor(name, wanted);
-  ConfigDevice device = OpenConfigDevice(context);
+void Save(Context& context, const ConfigOptions& options) {
+  const std::string format = FormatFor(options.file, options.format);
+  tools::RequireWritable(options.file);
+  const DeviceEntry entry = DeviceToRead(context);
+  ConfigDevice device(entry);
   const DeviceConfig config = device.Read();
-  WriteFile(name, format == "json" ? perilink::tools::ConfigToJson(config.record).dump(2) + "\n"
-                                   : std::string(config.image.begin(), config.image.end()));
-  context.report.Section("", "Configuration:");
-  context.report.Fact("file", "saved in", name, name);
-  context.report.Fact("format", "format", format, format);
-  AddFailedChecks(context.report, UnsoundParts(config));
-}
-
-// The fields whose check failed in the file are the device's business.
-void KeepFromDevice(const ConfigPart& part, const ProtocolData& device, ProtocolData& record) {
-  const uint8_t* const source = &device.report_rate + part.offset;
-  std::copy(source, source + part.size, &record.report_rate + part.offset);
-}
-
-void Load(Context& context, const std::string& name, bool force) {
-  const ConfigFile file = ReadConfigFile(name);
-  ProtocolData record = file.loaded.record;
-  std::vector<std::string> left_alone;
-  if (file.loaded.from_image) left_alone = UnsoundParts(file.image);
-  const auto is_left_alone = [&](const ConfigPart& part) {
-    return std::find(left_alone.begin(), left_alone.end(), part.name) != left_alone.end();
-  };
-  WithCode(ExitCode::kFile, name, [&] { perilink::tools::RequireHoldable(record); });
-
-  ConfigDevice device = OpenConfigDevice(context);
-  const DeviceConfig before = device.Read();
-  if (!force) RequireConfig(before);
-  for (const ConfigPart& part : perilink::tools::ConfigParts()) {
-    if (is_left_alone(part)) KeepFromDevice(part, before.record, record);
-  }
-  WithCode(ExitCode::kFile, name, [&] { perilink::tools::RequireHoldable(record); });
-  const ConfigUpdate update =
-      PlanUpdate(before, record, [&](const ConfigPart& part) { return !is_left_alone(part); });
-  device.Write(update);
-  context.report.Section("", "Configuration:");
-  AddFailedChecks(context.report, left_alone);
-  AddWritten(context.report, update);
-}
-
-void Diff(Context& context, const std::string& first, const std::string& second) {
-  const ProtocolData after = ReadConfigFile(second.empty() ? first : second).loaded.record;
-  const ProtocolData before = second.empty() ? OpenConfigDevice(context).Read().record
-                                             : ReadConfigFile(first).loaded.record;
-  Report& report = context.report;
-  report.Section(
-      "", (second.empty() ? "Device" : first) + " -> " + (second.empty() ? first : second) + ":");
-  if (report.json()) report.Fact("differences", "", "", Json::array());
-  const std::vector<Difference> differences = perilink::tools::ConfigDifferences(before, after);
-  for (const Difference& it : differences) {
-    report.Item("differences", it.field + ": " + it.before.dump() + " -> " + it.after.dump(),
-                {{"field", it.field}, {"before", it.before}, {"after", it.after}});
-  }
-  if (differences.empty()) {
-    report.Remark("no difference");
+  if (format == "json") {
+    RequireConfig(config, "; --format image saves the memory as it is");
+    const std::string model = entry.model == nullptr ? "" : entry.model->id;
+    tools::WriteWholeFile(options.file,
+                          tools::ConfigToJson(config.record, SoundBytes(config), model).dump(2) + "\n");
   } else {
-    context.exit_code = ExitCode::kDiffers;
+    tools::WriteWholeFile(options.file, std::string(config.image.begin(), config.image.end()));
   }
+  Report& report = context.report;
+  report.Section("", "Configuration of " + entry.Title() + ":");
+  report.Data("device", ToJson(entry));
+  report.Fact("file", "saved in", options.file, options.file);
+  report.Fact("format", "format", format, format);
+  if (LooksLikeConfig(config)) {
+    AddNames(report, "failed_checks", "failed their check", UnsoundParts(config));
+  }
+}
+
+void Load(Context& context, const ConfigOptions& options) {
+  const ConfigFile file = ReadConfigFile(options.file);
+  const DeviceEntry entry = DeviceToWrite(context);
+  ConfigDevice device(entry);
+  const DeviceConfig before = device.Read();
+  if (!options.force) {
+    RequireConfig(before, "; nothing was written ('config load --force' writes all the same)");
+  }
+  const ConfigUpdate update = WithCode(ExitCode::kFile, options.file, [&] {
+    const ConfigUpdate planned = PlanLoad(before, file);
+    RequireKept(planned);
+    return planned;
+  });
+  Report& report = context.report;
+  report.Section("", "Configuration of " + entry.Title() + ":");
+  report.Data("device", ToJson(entry));
+  AddFileNotes(report, file);
+  const std::string model = entry.model == nullptr ? "" : entry.model->id;
+  if (!file.model.empty() && file.model != model) {
+    report.Fact("saved_from", "saved from", "another model, " + file.model, file.model);
+  }
+  if (!options.dry_run && !update.writes.empty()) {
+    const std::string backup = KeepBackup(options.backup, entry, before);
+    if (!backup.empty()) report.Fact("backup", "backup", backup, backup);
+  }
+  Apply(report, device, WordsFor(entry, options.raw), before, update, options.dry_run);
+}
+
+void Diff(Context& context, const ConfigOptions& options) {
+  const bool with_device = options.second_file.empty();
+  const ConfigFile after = ReadConfigFile(with_device ? options.file : options.second_file);
+  ConfigFile before;
+  const Model* model = ModelOf(context, after, options.raw);
+  if (with_device) {
+    const DeviceEntry entry = DeviceToRead(context);
+    const DeviceConfig config = ConfigDevice(entry).Read();
+    RequireConfig(config);
+    before.record = config.record;
+    before.known = SoundBytes(config);
+    if (!options.raw) model = entry.model;
+  } else {
+    before = ReadConfigFile(options.file);
+  }
+  Report& report = context.report;
+  report.Section("", with_device ? "Device -> " + options.file + ":"
+                                 : options.file + " -> " + options.second_file + ":");
+  const tools::KnownBytes both = before.known & after.known;
+  const auto changes = Vocabulary(model).Changes(before.record, both, after.record, both);
+  AddChanges(report, "differences", changes);
+  if (changes.empty()) report.Remark("no difference");
+  AddFileNotes(report, after);
+  if (!changes.empty()) context.exit_code = ExitCode::kDiffers;
 }
 
 // ---- Command line ------------------------------------------------------------------------------
 
-struct ConfigOptions {
-  std::string file;
-  std::string second_file;
-  std::string format;
-  std::string field;
-  std::vector<std::string> assignments;
-  bool force = false;
-};
+const char* const kFields =
+    "A field has the name that the device's description gives it, or the library's: report_rate, "
+    "dpi, dpi_levels[2].color, macros[1].name. 'perictl get' shows all.";
+const char* const kValues =
+    "A value is what people say, where a description knows the field: 800, 1000Hz, #ff0000 or red, "
+    "on or off, ctrl+c; or a number, as 12 or 0x12, bytes, as '20 40 c0', or JSON.";
 
-template <typename Run>
-void SetRun(CLI::App& command, Context& context, Run run) {
-  command.callback([&context, run] { context.run = run; });
+CLI::Option* AddFile(CLI::App& command, ConfigOptions& options, const char* description) {
+  return command.add_option("FILE", options.file, description)->required()->type_name("FILE");
+}
+
+void AddRaw(CLI::App& command, ConfigOptions& options) {
+  command.add_flag("--raw", options.raw, "numbers and bytes, without the words of a description");
+}
+
+void AddDryRun(CLI::App& command, ConfigOptions& options) {
+  command.add_flag("--dry-run", options.dry_run, "show what would change, and write nothing");
+}
+
+void AddGet(CommandLine& line, CLI::App& parent, Context& context, const std::string& prefix) {
+  const auto options = std::make_shared<ConfigOptions>();
+  CLI::App& command = line.Add(
+      parent, {"get",
+               "read a device's configuration, or some fields of it",
+               {kFields},
+               {{prefix + "get", "everything"},
+                {prefix + "get report_rate 'dpi_levels[2]'", "a field, and all of a level"}}});
+  command.add_option("FIELD", options->fields, "what to read; everything, if none is given")
+      ->type_name("FIELD");
+  AddRaw(command, *options);
+  SetRun(command, context, [&context, options] { Get(context, *options); });
+}
+
+void AddSet(CommandLine& line, CLI::App& parent, Context& context, const std::string& prefix) {
+  const auto options = std::make_shared<ConfigOptions>();
+  CLI::App& command = line.Add(
+      parent,
+      {"set",
+       "change fields of a device's configuration",
+       {kFields, kValues, "Each change is shown, written, acknowledged and read back."},
+       {{prefix + "set dpi=800", "the resolution of the current level"},
+        {prefix + "set report_rate=1000Hz 'dpi_levels[2].color=#ff0000'", "two fields"},
+        {prefix + "set --dry-run report_rate=500Hz", "only show what would change"}}});
+  command.add_option("FIELD=VALUE", options->assignments, "a field and its new value")
+      ->required()
+      ->type_name("FIELD=VALUE");
+  AddRaw(command, *options);
+  AddDryRun(command, *options);
+  SetRun(command, context, [&context, options] { Set(context, *options); });
+}
+
+void AddSave(CommandLine& line, CLI::App& group, Context& context) {
+  const auto options = std::make_shared<ConfigOptions>();
+  CLI::App& command = line.Add(
+      group, {"save",
+              "save a device's configuration in a file",
+              {"Fields whose check failed are left out of the JSON, and named."},
+              {{"perictl config save mine.json", "as JSON, to read and to change"},
+               {"perictl config save mine.img", "as the device's image of 6960 bytes"}}});
+  AddFile(command, *options, "where to save it; .json, .bin and .img say in which form");
+  command.add_option("--format", options->format, "the form, where the file's name does not say it")
+      ->check(OneOf({"json", "image"}))
+      ->type_name("json|image");
+  SetRun(command, context, [&context, options] { Save(context, *options); });
+}
+
+void AddLoad(CommandLine& line, CLI::App& group, Context& context) {
+  const auto options = std::make_shared<ConfigOptions>();
+  CLI::App& command = line.Add(
+      group,
+      {"load",
+       "write to a device what differs in a file",
+       {"A backup of what the device holds is kept first, and its file named. Each change is "
+        "shown, written, acknowledged and read back. What the file does not have, or not soundly, "
+        "the device keeps. Ctrl-C ends it behind a write and says what was written."},
+       {{"perictl config load mine.json", "write it"},
+        {"perictl config load --dry-run mine.json", "only show what would change"}}});
+  AddFile(command, *options, "JSON, or an image of 6960 bytes");
+  AddRaw(command, *options);
+  AddDryRun(command, *options);
+  AddBackupOptions(command, options->backup);
+  command.add_flag("--force", options->force,
+                   "also over a memory that holds something else than a configuration");
+  SetRun(command, context, [&context, options] { Load(context, *options); });
+}
+
+void AddShowAndDiff(CommandLine& line, CLI::App& group, Context& context) {
+  const auto options = std::make_shared<ConfigOptions>();
+  CLI::App& show = line.Add(group, {"show",
+                                    "print the configuration in a file",
+                                    {},
+                                    {{"perictl config show mine.json", "what it holds"}}});
+  AddFile(show, *options, "JSON, or an image of 6960 bytes");
+  AddRaw(show, *options);
+  SetRun(show, context, [&context, options] { Show(context, *options); });
+
+  CLI::App& diff = line.Add(
+      group, {"diff",
+              "name the fields that differ: of device and file, or of two files",
+              {"The exit code is 10 when any do."},
+              {{"perictl config diff mine.json", "what loading it would change"},
+               {"perictl config diff old.json new.json", "two files"}}});
+  AddFile(diff, *options, "JSON, or an image of 6960 bytes");
+  diff.add_option("FILE2", options->second_file, "a second file, to compare with the first")
+      ->type_name("FILE");
+  AddRaw(diff, *options);
+  SetRun(diff, context, [&context, options] { Diff(context, *options); });
 }
 
 }  // namespace
 
-void AddConfigCommand(CLI::App& app, Context& context) {
-  CLI::App* const config =
-      app.add_subcommand("config", "read, change, save, load and compare configurations");
-  config->require_subcommand(1);
-  config->footer(
-      "A field is named as in the library's records: report_rate, dpi_levels[2].color[0],\n"
-      "macros[1].name; VALUE is JSON: 4, [255,0,0], {\"count\":0,...}, or a plain text.\n"
-      "FILE is an image of 6960 bytes or JSON.\n\n" +
-      ExitCodeHelp());
-  const auto options = std::make_shared<ConfigOptions>();
-  const auto add = [&](const char* name, const char* help) {
-    return config->add_subcommand(name, help);
-  };
+void AddGetAndSetCommands(CommandLine& line, Context& context) {
+  AddGet(line, line.root(), context, "perictl ");
+  AddSet(line, line.root(), context, "perictl ");
+}
 
-  CLI::App* command = add("show", "print a file, and which of its fields fail their check");
-  command->add_option("FILE", options->file)->required();
-  SetRun(*command, context, [&context, options] { Show(context, options->file); });
-
-  command = add("get", "read the device's configuration, or one field of it");
-  command->add_option("FIELD", options->field);
-  SetRun(*command, context, [&context, options] { Get(context, options->field); });
-
-  command = add("set", "change fields, which are written, acknowledged and read back");
-  command->add_option("FIELD=VALUE", options->assignments)->required();
-  SetRun(*command, context, [&context, options] { Set(context, options->assignments); });
-
-  command = add("save", "save the device's configuration in a file");
-  command->add_option("FILE", options->file)->required();
-  command->add_option("--format", options->format, "json or image (default: by the file's ending)")
-      ->check(CLI::IsMember({"json", "image"}));
-  SetRun(*command, context, [&context, options] { Save(context, options->file, options->format); });
-
-  command = add("load", "write to the device what differs in a file, and read it back");
-  command->add_option("FILE", options->file)->required();
-  command->add_flag("--force", options->force,
-                    "also over a memory that holds something else than a configuration");
-  SetRun(*command, context, [&context, options] { Load(context, options->file, options->force); });
-
-  command = add("diff", "name the fields that differ: device and file, or two files");
-  command->add_option("FILE", options->file)->required();
-  command->add_option("FILE2", options->second_file);
-  SetRun(*command, context,
-         [&context, options] { Diff(context, options->file, options->second_file); });
+void AddConfigCommands(CommandLine& line, Context& context) {
+  CLI::App& group =
+      line.AddGroup(line.root(), {"config",
+                                  "read, change, save, load and compare configurations",
+                                  {kFields},
+                                  {{"perictl config get", "what the device holds"}}});
+  AddGet(line, group, context, "perictl config ");
+  AddSet(line, group, context, "perictl config ");
+  AddSave(line, group, context);
+  AddLoad(line, group, context);
+  AddShowAndDiff(line, group, context);
 }
 
 }  // namespace perictl

@@ -1,7 +1,7 @@
 // The demo's step that watches: what the device reports by itself, and how it goes and comes back.
 #include "commands/demo_steps.h"
-#include "virtual_devices.h"
-#include "watch.h"
+#include "selection/virtual_devices.h"
+#include "server/watch.h"
 
 namespace perictl {
 

@@ -7,13 +7,14 @@
 #include "commands/demo_steps.h"
 #include "common/config.h"
 #include "common/config_parts.h"
-#include "device.h"
+#include "common/protocol.h"
+#include "device/online.h"
 #include "exit_codes.h"
 #include "perilink/protocol_data.h"
 #include "perilink/server.h"
-#include "server_session.h"
+#include "server/server_session.h"
 #include "system.h"
-#include "text.h"
+#include "terminal/text.h"
 
 namespace perictl {
 namespace {
@@ -32,11 +33,11 @@ bool Same(const ProtocolData& a, const ProtocolData& b) {
 class Editor {
  public:
   explicit Editor(const DemoState& state)
-      : path_(state.path), session_(state.path, state.context.selection.keyboard) {}
+      : path_(state.device.path), session_(state.device.path, state.device.keyboard) {}
 
   ProtocolData Read(std::vector<uint8_t>& image) {
     UsbServer_ReadAllFlashData();
-    image = Await(kReadMemory, kReadTimeoutMs, "its configuration").data;
+    image = Await(perilink::tools::kReadMemory, kReadTimeoutMs, "its configuration").data;
     if (image.size() != PERILINK_FLASH_IMAGE_SIZE) FailUnanswered(path_, "its configuration");
     ProtocolData record{};
     ProtocolDataParser(image.data(), &record);
@@ -58,7 +59,7 @@ class Editor {
   // Writes what differs from the configuration that was read or written last: one field.
   void Write(ProtocolData record) {
     ProtocolDataUpdate(&record);
-    Await(kWriteMemory, kWriteTimeoutMs, "taking its new configuration");
+    Await(perilink::tools::kWriteMemory, kWriteTimeoutMs, "taking its new configuration");
   }
 
  private:

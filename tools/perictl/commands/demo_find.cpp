@@ -1,10 +1,9 @@
 // The demo's first step: the HID interfaces, and the roads that lead to the device's.
 #include "commands/demo_steps.h"
-#include "device.h"
 #include "exit_codes.h"
-#include "facts.h"
 #include "perilink/finder.h"
-#include "text.h"
+#include "selection/interfaces.h"
+#include "terminal/text.h"
 
 namespace perictl {
 namespace {
@@ -21,12 +20,17 @@ void AddFound(Report& report, const std::string& key, const std::string& label,
 
 void DemoFind(DemoState& state) {
   Report& report = state.context.report;
-  state.path = SelectDevice(state.context);
-  for (const std::string& path : AllInterfaces())
-    AddInterface(report, path, path == state.path);
+  AddDevice(report, state.device);
+  for (const std::string& path : state.device.interfaces) {
+    const bool takes_commands = path == state.device.path;
+    report.Item("interfaces", (takes_commands ? "* " : "  ") + path,
+                {{"path", path}, {"takes_commands", takes_commands}});
+  }
 
-  const std::optional<DeviceIds> ids = ReadIds(state.path);
-  if (!ids) throw Failure(ExitCode::kNoDevice, "the device can't be opened: " + state.path);
+  const std::optional<DeviceIds> ids = ReadIds(state.device.path);
+  if (!ids) {
+    throw Failure(ExitCode::kNoDevice, WhyLocked(state.device.path));
+  }
   const std::string vendor = Hex16(ids->vendor);
   const std::string product = Hex16(ids->product);
   const std::string key = "vid_" + vendor + "&pid_" + product + "&mi_01";

@@ -2,10 +2,10 @@
 #include <cstring>
 
 #include "commands/demo_steps.h"
-#include "device.h"
+#include "device/online.h"
 #include "exit_codes.h"
 #include "perilink/finder.h"
-#include "text.h"
+#include "terminal/text.h"
 
 namespace perictl {
 namespace {
@@ -37,17 +37,17 @@ std::string Bytes(const Record& record) {
 
 template <typename Record>
 void Demonstrate(DemoState& state, const Setting<Record>& setting) {
-  const char* path = state.path.c_str();
+  const char* path = state.device.path.c_str();
   Record before{};
   if (!setting.get(path, &before)) {
-    RequireOnline(state.path);
+    RequireOnline(state.device.path);
     state.context.report.Fact(setting.key, setting.label, "not told", nullptr);
     return;
   }
   Record after{};
   const bool set = setting.set(path, &setting.demonstrated) && setting.get(path, &after);
   const bool restored = setting.set(path, &before);
-  if (!set || !restored) FailUnanswered(state.path, setting.label);
+  if (!set || !restored) FailUnanswered(state.device.path, setting.label);
   if (std::memcmp(&after, &setting.demonstrated, sizeof after) != 0) {
     throw Failure(ExitCode::kRefused, std::string(setting.label) + " was set to " +
                                           Bytes(setting.demonstrated) + " and reads " +

@@ -11,7 +11,7 @@ namespace perictl {
 // What the steps hand on.
 struct DemoState {
   Context& context;
-  std::string path;  // the interface that takes the device's commands
+  DeviceEntry device;
 };
 
 void DemoFind(DemoState& state);

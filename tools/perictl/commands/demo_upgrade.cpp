@@ -1,13 +1,13 @@
 // The demo's last step: gives the virtual device new firmware, with which it comes back.
 #include "commands/demo_steps.h"
-#include "device.h"
+#include "device/online.h"
 #include "exit_codes.h"
+#include "firmware/upgrade_file.h"
+#include "firmware/upgrade_run.h"
 #include "perilink/finder.h"
+#include "selection/virtual_devices.h"
 #include "system.h"
-#include "text.h"
-#include "upgrade_file.h"
-#include "upgrade_run.h"
-#include "virtual_devices.h"
+#include "terminal/text.h"
 
 namespace perictl {
 namespace {
@@ -23,11 +23,11 @@ int32_t ReadVersion(const std::string& path) {
 }
 
 // The device restarts with its new firmware, and its interfaces come back somewhat later.
-std::string AwaitReturn(const Context& context) {
+DeviceEntry AwaitReturn(const Context& context) {
   const uint64_t start_ms = GetTickCount64();
-  while (MatchingInterfaces(context.selection).empty() && GetTickCount64() - start_ms < kReturnMs)
+  while (SelectedDevices(context).empty() && GetTickCount64() - start_ms < kReturnMs)
     Sleep(kPollMs);
-  return SelectDevice(context);
+  return DeviceToWrite(context);
 }
 
 }  // namespace
@@ -41,15 +41,15 @@ void DemoUpgrade(DemoState& state) {
     return;
   }
   RequireSound(file, "the demo's file");
-  const int32_t before = ReadVersion(state.path);
+  const int32_t before = ReadVersion(state.device.path);
   const UpgradeImage& image = file.images.front();
   report.Fact("packets", "packets", std::to_string(image.PacketCount()), image.PacketCount());
   const UpgradeBar bar = report.json() ? UpgradeBar::kNone : UpgradeBar::kOnTerminal;
   RunUpgrade(file, kTimeoutMs, bar, [&report](const std::string& text, const Json& value) {
     if (!text.empty()) report.Item("events", text, value);
   });
-  state.path = AwaitReturn(state.context);
-  const int32_t after = ReadVersion(state.path);
+  state.device = AwaitReturn(state.context);
+  const int32_t after = ReadVersion(state.device.path);
   if (after == before) {
     throw Failure(ExitCode::kUpgrade,
                   "the device still has version " + VersionText(after) + " after its upgrade");

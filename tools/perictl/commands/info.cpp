@@ -1,31 +1,52 @@
-// perictl info: everything that the direct commands can read of one device.
+// perictl info: everything that the direct commands can read of a device.
+#include <memory>
+
 #include "commands/commands.h"
-#include "device.h"
-#include "facts.h"
-#include "text.h"
+#include "device/facts.h"
+#include "device/online.h"
 
 namespace perictl {
 namespace {
 
-void Info(Context& context) {
+struct InfoOptions {
+  bool all = false;
+  bool raw = false;
+};
+
+void AddFacts(Report& report, const DeviceEntry& device, bool raw) {
+  Address(device);
+  AddDevice(report, device);
+  const CommandFrame online = RequireOnline(device.path);
+  AddDeviceFacts(report, device, online, raw);
+  AddReceiverFacts(report, device, raw);
+}
+
+void Info(Context& context, const InfoOptions& options) {
   Report& report = context.report;
-  const std::string path = SelectDevice(context);
-  report.Section("", "Device:");
-  report.Fact("path", "path", path, path);
-  if (const std::optional<DeviceIds> ids = ReadIds(path)) {
-    const std::string text = Hex16(ids->vendor) + ":" + Hex16(ids->product);
-    report.Fact("id", "id", text, text);
+  if (!options.all) {
+    const DeviceEntry device = DeviceToRead(context);
+    report.Section("", "Device:");
+    return AddFacts(report, device, options.raw);
   }
-  const CommandFrame online = RequireOnline(path);
-  AddDeviceFacts(report, path, context.selection, online);
-  AddReceiverFacts(report, path);
+  for (const DeviceEntry& device : RequireDevices(context)) {
+    report.Entry("devices", "Device " + std::to_string(device.number) + ":");
+    AddFacts(report, device, options.raw);
+  }
 }
 
 }  // namespace
 
-void AddInfoCommand(CLI::App& app, Context& context) {
-  app.add_subcommand("info", "read everything that a device tells about itself")
-      ->callback([&context] { context.run = [&context] { Info(context); }; });
+void AddInfoCommand(CommandLine& line, Context& context) {
+  CLI::App& command =
+      line.Add(line.root(), {"info",
+                             "read everything that a device tells about itself",
+                             {},
+                             {{"perictl info", "of the only device, or the first"},
+                              {"perictl info --device 2", "of the second in the list"}}});
+  const auto options = std::make_shared<InfoOptions>();
+  command.add_flag("--all", options->all, "of all devices that match, one after another");
+  command.add_flag("--raw", options->raw, "as bytes, without the words of a description");
+  SetRun(command, context, [&context, options] { Info(context, *options); });
 }
 
 }  // namespace perictl

@@ -3,133 +3,150 @@
 #include <optional>
 
 #include "commands/commands.h"
-#include "common/escaped_text.h"
-#include "common/events_text.h"
-#include "config_report.h"
+#include "config/config_report.h"
+#include "words/events_text.h"
 
 namespace perictl {
 namespace {
 
-using perilink::tools::ConfigError;
-using perilink::tools::ConfigPart;
-using perilink::tools::ConfigUpdate;
-using perilink::tools::DeviceConfig;
-using perilink::tools::PartKind;
+namespace tools = perilink::tools;
+using tools::ConfigPart;
+using tools::ConfigUpdate;
+using tools::DeviceConfig;
+using tools::Vocabulary;
 
 constexpr size_t kSlots = std::size(ProtocolData{}.macros);
-constexpr size_t kMostEvents = std::size(MacroKey{}.events);
 
 struct MacroOptions {
   size_t slot = kSlots;  // none
   std::optional<std::string> name;
   std::optional<std::string> events;
   bool clear = false;
+  bool raw = false;
+  bool dry_run = false;
 };
 
-void AddMacro(Report& report, size_t slot, const MacroKey& macro) {
-  const std::string name = perilink::tools::EscapeText({macro.name, macro.name_length});
-  const std::string events = perilink::tools::EventsToText({macro.events, macro.count});
-  report.Item("macros",
-              std::to_string(slot) + ": \"" + name + "\"  " + (events.empty() ? "none" : events),
-              {{"slot", slot}, {"name", name}, {"events", events}});
+// A slot's field: "macros[3].events"
+std::string FieldOf(size_t slot, const char* field) {
+  return tools::Indexed("macros", slot) + "." + field;
 }
 
-void Show(Context& context, size_t wanted) {
-  const DeviceConfig config = OpenConfigDevice(context).Read();
+void AddMacro(Report& report, const Vocabulary& words, const ProtocolData& record,
+              const tools::KnownBytes& known, size_t slot) {
+  const tools::Value name = words.Find(FieldOf(slot, "name"), record, known).front();
+  const tools::Value events = words.Find(FieldOf(slot, "events"), record, known).front();
+  report.Item("macros",
+              std::to_string(slot) + ": " + name.text + "  " +
+                  (events.text.empty() ? "none" : events.text),
+              {{"slot", slot}, {"name", ToJson(name)}, {"events", ToJson(events)}});
+}
+
+void Show(Context& context, const MacroOptions& options) {
+  const DeviceEntry entry = DeviceToRead(context);
+  const Vocabulary words(options.raw ? nullptr : entry.model);
+  const DeviceConfig config = ConfigDevice(entry).Read();
+  RequireConfig(config);
+  const tools::KnownBytes known = SoundBytes(config);
   Report& report = context.report;
-  report.Section("", "Macros:");
-  if (report.json()) report.Fact("macros", "", "", Json::array());
+  report.Section("", "Macros of " + entry.Title() + ":");
+  report.Data("device", ToJson(entry));
+  report.Data("macros", Json::array());
   bool any = false;
   for (size_t slot = 0; slot < kSlots; ++slot) {
     const MacroKey& macro = config.record.macros[slot];
-    const bool used = macro.count != 0 || macro.name_length != 0;
-    if (slot != wanted && (wanted != kSlots || !used)) continue;
-    AddMacro(report, slot, macro);
+    const bool sound = known[offsetof(ProtocolData, macros) + slot * sizeof(MacroKey)];
+    const bool used = macro.count != 0 || macro.name_length != 0 || !sound;
+    if (slot != options.slot && (options.slot != kSlots || !used)) continue;
+    AddMacro(report, words, config.record, known, slot);
     any = true;
   }
   if (!any) report.Remark("none");
 }
 
-void SetName(MacroKey& macro, const std::string& text) {
-  const auto bytes = perilink::tools::UnescapeText(text);
-  if (!bytes)
-    throw ConfigError("--name: a backslash must begin \\\\ or \\x and two digits, as \\x1f");
-  if (bytes->size() > sizeof macro.name) {
-    throw ConfigError("--name: " + std::to_string(bytes->size()) + " bytes, at most 30 fit");
-  }
-  macro.name_length = static_cast<uint8_t>(bytes->size());
-  std::fill(std::begin(macro.name), std::end(macro.name), uint8_t{0});
-  std::copy(bytes->begin(), bytes->end(), macro.name);
-}
-
-void SetEvents(MacroKey& macro, const std::string& text) {
-  const std::vector<KeyEvent> events = perilink::tools::EventsFromText(text);
-  if (events.size() == 1 || events.size() > kMostEvents) {
-    throw ConfigError("--events: " + std::to_string(events.size()) + " events, 2 to " +
-                      std::to_string(kMostEvents) + " or none are wanted");
-  }
-  macro.count = static_cast<uint8_t>(events.size());
-  std::fill(std::begin(macro.events), std::end(macro.events), KeyEvent{});
-  std::copy(events.begin(), events.end(), macro.events);
-}
-
-void Change(MacroKey& macro, const MacroOptions& options) {
-  if (options.clear) macro = {};
-  if (options.name) SetName(macro, *options.name);
-  if (options.events) SetEvents(macro, *options.events);
+void Change(const Vocabulary& words, ProtocolData& record, const MacroOptions& options) {
+  if (options.clear) record.macros[options.slot] = {};
+  if (options.name) words.Assign(record, FieldOf(options.slot, "name"), *options.name);
+  if (options.events) words.Assign(record, FieldOf(options.slot, "events"), *options.events);
 }
 
 void Set(Context& context, const MacroOptions& options) {
   if (!options.clear && !options.name && !options.events) {
-    throw Failure(ExitCode::kUsage, "macro set needs --name, --events or --clear");
+    throw Failure(ExitCode::kUsage,
+                  "macro set needs --name, --events or --clear, as in --events 'ctrl+c'");
   }
-  MacroKey ignored{};  // what is wrong in itself is told without a device
-  WithCode(ExitCode::kUsage, "", [&] { Change(ignored, options); });
-  ConfigDevice device = OpenConfigDevice(context);
+  const DeviceEntry entry = DeviceToWrite(context);
+  const Vocabulary words(options.raw ? nullptr : entry.model);
+  WithCode(ExitCode::kUsage, "", [&] {  // what is wrong in itself is told without the device
+    ProtocolData scratch{};
+    Change(words, scratch, options);
+  });
+  ConfigDevice device(entry);
   const DeviceConfig before = device.Read();
-  RequireConfig(before);
+  RequireConfig(before, "; nothing was written");
   ProtocolData record = before.record;
-  WithCode(ExitCode::kUsage, "", [&] {
-    Change(record.macros[options.slot], options);
-    perilink::tools::RequireHoldable(record);
+  const ConfigUpdate update = WithCode(ExitCode::kUsage, "", [&] {
+    Change(words, record, options);
+    const ConfigUpdate planned = PlanUpdate(before, record, [&](const ConfigPart& part) {
+      return part.kind == tools::PartKind::kMacro && part.slot == options.slot;
+    });
+    RequireKept(planned);
+    return planned;
   });
-  const ConfigUpdate update = PlanUpdate(before, record, [&](const ConfigPart& part) {
-    return part.kind == PartKind::kMacro && part.slot == options.slot;
-  });
-  device.Write(update);
-  context.report.Section("", "Macros:");
-  AddMacro(context.report, options.slot, record.macros[options.slot]);
-  AddWritten(context.report, update);
+  context.report.Section("", "Macros of " + entry.Title() + ":");
+  context.report.Data("device", ToJson(entry));
+  Apply(context.report, device, words, before, update, options.dry_run);
 }
+
+const char* const kNotation =
+    "Events stand with spaces or commas between them, each as KIND:KEY+DELAY, as in press:a+10, or "
+    "KIND:CODE:KEYS+DELAY, as in press:1:0400+10; or as keys that are pressed together, as in "
+    "ctrl+c.";
+const char* const kNotationDetails =
+    "KIND is press, release or other (0, 1, 2 in the record), KEY a key's name as the HID usage "
+    "tables have it, CODE 0 to 15, KEYS the two key bytes as four hexadecimal digits, DELAY 0 to "
+    "65535; without +DELAY it is 0. Keys have names where the device's description says which code "
+    "means what.";
 
 }  // namespace
 
-void AddMacroCommand(CLI::App& app, Context& context) {
-  CLI::App* const macro = app.add_subcommand("macro", "show and set macros");
-  macro->require_subcommand(1);
-  const std::string notation =
-      "Events stand with spaces or commas between them, each as KIND:CODE:KEYS+DELAY, as in\n"
-      "  press:1:0400+10 release:1:0400+300\n"
-      "KIND is press, release or other (0, 1, 2 in the record), CODE 0 to 15, KEYS the two key\n"
-      "bytes as four hexadecimal digits, DELAY 0 to 65535; without +DELAY it is 0.";
-  macro->footer(notation + "\n\n" + ExitCodeHelp());
+void AddMacroCommands(CommandLine& line, Context& context) {
+  CLI::App& group = line.AddGroup(line.root(), {"macro",
+                                                "show and set macros",
+                                                {kNotation, kNotationDetails},
+                                                {{"perictl macro show", "those in use"}}});
   const auto options = std::make_shared<MacroOptions>();
-  const CLI::Range slots(size_t{0}, kSlots - 1);
+  const auto slot = [&](CLI::App& command) {
+    return command.add_option("SLOT", options->slot, "the macro's slot, 0 to 15")
+        ->check(WholeNumber(0, kSlots - 1, "perictl macro show 3"))
+        ->type_name("SLOT");
+  };
+  const auto raw = [&](CLI::App& command) {
+    command.add_flag("--raw", options->raw, "codes and key bytes, without the names of keys");
+  };
 
-  CLI::App* command = macro->add_subcommand("show", "read the device's macros, or one slot");
-  command->add_option("SLOT", options->slot, "0 to 15")->check(slots);
-  command->footer(notation);
-  command->callback(
-      [&context, options] { context.run = [&context, options] { Show(context, options->slot); }; });
+  CLI::App& show = line.Add(group, {"show",
+                                    "read a device's macros, or one slot",
+                                    {kNotation, kNotationDetails},
+                                    {{"perictl macro show 3", "the one in slot 3"}}});
+  slot(show);
+  raw(show);
+  SetRun(show, context, [&context, options] { Show(context, *options); });
 
-  command = macro->add_subcommand("set", "change a slot's name, its events, or both");
-  command->add_option("SLOT", options->slot, "0 to 15")->required()->check(slots);
-  command->add_option("--name", options->name, "up to 30 bytes; \\x1f stands for byte 0x1f");
-  command->add_option("--events", options->events, "2 to 70 events");
-  command->add_flag("--clear", options->clear, "first empty the slot");
-  command->footer(notation);
-  command->callback(
-      [&context, options] { context.run = [&context, options] { Set(context, *options); }; });
+  CLI::App& set = line.Add(
+      group, {"set",
+              "change a slot's name, its events, or both",
+              {kNotation, kNotationDetails, "Each change is shown, written, acknowledged and read "
+                                            "back."},
+              {{"perictl macro set 3 --name Copy --events ctrl+c", "a name and four events"},
+               {"perictl macro set 3 --clear", "empty the slot"}}});
+  slot(set)->required();
+  set.add_option("--name", options->name, "up to 30 bytes; \\x1f stands for byte 0x1f")
+      ->type_name("TEXT");
+  set.add_option("--events", options->events, "2 to 70 events")->type_name("EVENTS");
+  set.add_flag("--clear", options->clear, "first empty the slot");
+  raw(set);
+  set.add_flag("--dry-run", options->dry_run, "show what would change, and write nothing");
+  SetRun(set, context, [&context, options] { Set(context, *options); });
 }
 
 }  // namespace perictl

@@ -34,8 +34,8 @@ void PrintRule(Context& context, const std::string& group) {
       group.empty() ? "TAG+=\"uaccess\"" : "MODE=\"0660\", GROUP=\"" + group + "\"";
   const std::string rule = "SUBSYSTEM==\"hidraw\", KERNELS==\"*:" + vendor + ":*\", " + grant;
   if (context.report.json()) {
-    context.report.Fact("file", "", "", kFile);
-    context.report.Fact("rule", "", "", rule);
+    context.report.Data("file", kFile);
+    context.report.Data("rule", rule);
     return;
   }
   std::cout << "# " << (group.empty() ? "Who sits at this machine" : "The group " + group)
@@ -54,14 +54,20 @@ void PrintRule(Context& context, const std::string& group) {
 
 }  // namespace
 
-void AddUdevRuleCommand(CLI::App& app, Context& context) {
+void AddUdevRuleCommand(CommandLine& line, Context& context) {
   if (!kHasUdev) return;
-  CLI::App* const command = app.add_subcommand(
-      "udev-rule", "print the rule that lets you open the devices of a vendor (--vid)");
+  CLI::App& command =
+      line.Add(line.root(),
+               {"udev-rule",
+                "print the rule that lets you open the devices of a vendor (--vid)",
+                {"Devices belong to the system's administrator until a rule permits more. The rule's "
+                 "comments say how to install it."},
+                {{"perictl udev-rule --vid 1234", "for whoever sits at the machine"},
+                 {"perictl udev-rule --vid 1234 --group plugdev", "for a group's members"}}});
   const auto group = std::make_shared<std::string>();
-  command->add_option("--group", *group, "for a group's members, not for who sits at the machine");
-  command->callback(
-      [&context, group] { context.run = [&context, group] { PrintRule(context, *group); }; });
+  command.add_option("--group", *group, "for a group's members, not for who sits at the machine")
+      ->type_name("GROUP");
+  SetRun(command, context, [&context, group] { PrintRule(context, *group); });
 }
 
 }  // namespace perictl

@@ -1,17 +1,21 @@
 // perictl upgrade: shows what an upgrade file holds, and upgrades the device that it is for.
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <optional>
 
 #include "commands/commands.h"
-#include "device.h"
-#include "exit_codes.h"
+#include "common/files.h"
+#include "config/backup.h"
+#include "config/config_device.h"
+#include "device/facts.h"
+#include "firmware/digest.h"
+#include "firmware/target.h"
+#include "firmware/upgrade_file.h"
+#include "firmware/upgrade_run.h"
 #include "perilink/upgrade.h"
-#include "text.h"
-#include "upgrade_file.h"
-#include "upgrade_run.h"
+#include "selection/interfaces.h"
+#include "terminal/text.h"
 
 namespace perictl {
 namespace {
@@ -20,6 +24,10 @@ struct UpgradeOptions {
   std::string file;
   std::string log;
   uint32_t timeout_ms = 10'000;
+  BackupOptions backup;
+  bool force = false;
+  bool yes = false;
+  bool dry_run = false;
 };
 
 const char* TransportText(const UpgradeCommand& command) {
@@ -52,7 +60,21 @@ void AddChecksum(Report& report, const UpgradeImage& image) {
                {"checked_length", checked}});
 }
 
-void AddImage(Report& report, const UpgradeImage& image) {
+// What the file's checksum says nothing about. A payload that was exchanged goes unnoticed.
+void AddProof(Report& report, const UpgradeFile& file, const UpgradeImage& image) {
+  const std::string digest = Sha256(PayloadOf(file, image));
+  report.Fact("payload_digest", "payload's SHA-256", digest, digest);
+  const uint32_t checked = image.header.checked_length;
+  const bool header = image.ChecksumIsRight() && checked >= sizeof(UpgradeHeader);
+  report.Fact("proven", "proven",
+              header ? "the header is as its maker wrote it" : "nothing: the checksum covers " +
+                       std::string("less than the header"),
+              {{"header", header}, {"payload", false}});
+  report.Line("not proven", "the payload: no checksum covers it; compare its digest with the "
+                            "maker's");
+}
+
+void AddImage(Report& report, const UpgradeFile& file, const UpgradeImage& image) {
   const UpgradeHeader& header = image.header;
   report.Section(image.name, image.name == "main" ? "Main image" : "Slave image");
   report.Fact("offset", "offset in the file", std::to_string(image.offset), image.offset);
@@ -78,6 +100,7 @@ void AddImage(Report& report, const UpgradeImage& image) {
   AddText(report, "normal_output", "normal output", header.normal_output);
   AddText(report, "boot_input", "boot-mode input", header.boot_input);
   AddText(report, "boot_output", "boot-mode output", header.boot_output);
+  AddProof(report, file, image);
 }
 
 void Inspect(Context& context, const UpgradeOptions& options) {
@@ -88,93 +111,159 @@ void Inspect(Context& context, const UpgradeOptions& options) {
   report.Fact("size", "size", std::to_string(file.bytes.size()) + " bytes", file.bytes.size());
   report.Fact("sound", "sound", file.problem.empty() ? "yes" : "no", file.problem.empty());
   for (const UpgradeImage& image : file.images)
-    AddImage(report, image);
+    AddImage(report, file, image);
   RequireSound(file, options.file);
 }
 
-// Keeps the library's upgrade log. It is opened at once: that it can't be written must not turn out
-// when the upgrade is over.
-class LogFile {
- public:
-  explicit LogFile(std::string name) : name_(std::move(name)) {
-    if (name_.empty()) return;
-    file_.open(name_, std::ios::binary);
-    if (!file_) throw Failure(ExitCode::kFile, name_ + " can't be written");
-  }
+// ---- Running -----------------------------------------------------------------------------------
 
-  // False when that failed.
-  bool Write() {
-    if (name_.empty()) return true;
-    uint32_t count = 0;
-    char** const lines = UsbUpgradeC_GetLogs(&count);
-    for (const std::string& line : TakeList(lines, count))
-      file_ << line << '\n';
-    file_.close();
-    return !file_.fail();
-  }
-
- private:
-  const std::string name_;
-  std::ofstream file_;
-};
-
-void Upgrade(Context& context, const UpgradeOptions& options) {
-  const UpgradeFile file = ReadUpgradeFile(options.file);
-  RequireSound(file, options.file);
-  Report& report = context.report;
-  report.Section("", "Upgrading " + SafeText(TextOf(file.images[0].header.product_name)) +
-                         " with " + options.file);
-  const UpgradeBar bar = report.json() ? UpgradeBar::kNone : UpgradeBar::kOnTerminal;
-  RunUpgrade(file, options.timeout_ms, bar, [&report](const std::string& text, const Json& value) {
-    if (report.json() || !text.empty()) report.Event(text, value);
-  });
+// Keeps the library's upgrade log. That it can't be written must not turn out when the upgrade is
+// over. A text from the file can neither end a line nor steer a terminal.
+void KeepLog(const std::string& name) {
+  if (name.empty()) return;
+  uint32_t count = 0;
+  char** const lines = UsbUpgradeC_GetLogs(&count);
+  std::string log;
+  for (const std::string& line : TakeList(lines, count))
+    log += Printable(line) + "\n";
+  perilink::tools::WriteWholeFile(name, log, perilink::tools::Links::kNone);
 }
 
-void Run(Context& context, const UpgradeOptions& options) {
-  context.report.BeginEvents();
+void RequireLog(const UpgradeOptions& options) {
+  if (options.log.empty()) return;
   std::error_code no_such_file;
   if (std::filesystem::equivalent(options.file, options.log, no_such_file)) {
     throw Failure(ExitCode::kUsage, "the log would take the place of the upgrade file");
   }
-  LogFile log(options.log);
+  perilink::tools::RequireWritable(options.log, perilink::tools::Links::kNone);
+}
+
+// The backup's file, or why there is none.
+std::string KeepBackupOf(const UpgradeTarget& target, const UpgradeOptions& options) {
+  if (!target.device || options.backup.none) return "";
+  return KeepBackup(options.backup, *target.device,
+                    ConfigDevice(*target.device).Read("backing up"));
+}
+
+// What is going to happen: lines, or the first event.
+void TellPlan(Report& report, const UpgradeTarget& target, const UpgradeFile& file,
+              const UpgradeOptions& options, const std::string& backup) {
+  const UpgradeImage& image = file.images.front();
+  const std::string product = SafeText(TextOf(image.header.product_name));
+  const std::string digest = Sha256(PayloadOf(file, image));
+  if (report.json()) {
+    Json plan = {{"at_ms", 0}, {"event", "plan"}, {"dry_run", options.dry_run}};
+    plan["device"] = target.device ? ToJson(*target.device) : Json(nullptr);
+    plan["boot_path"] = target.device ? Json(nullptr) : Json(target.boot_path);
+    plan["version"] = target.device ? Json(target.version) : Json(nullptr);
+    plan["battery"] = target.battery ? BatteryJson(*target.battery) : Json(nullptr);
+    plan["file"] = options.file;
+    plan["product"] = product;
+    plan["packets"] = image.PacketCount();
+    plan["payload_digest"] = digest;
+    plan["backup"] = backup.empty() ? Json(nullptr) : Json(backup);
+    return report.Event("", plan);
+  }
+  report.Section("", "Upgrade:");
+  report.Line("device", target.Title());
+  if (target.device) {
+    report.Line("firmware", target.version + " now");
+    report.Line("battery", target.battery ? BatteryText(*target.battery) : "not told");
+  }
+  report.Line("file", options.file + (product.empty() ? "" : ", for '" + product + "'"));
+  report.Line("payload", std::to_string(image.header.payload_length) + " bytes in " +
+                             std::to_string(image.PacketCount()) + " packets");
+  report.Line("payload's SHA-256", digest);
+  if (target.forced) report.Line("forced", "the file is for devices with other ids");
+  report.Line("backup", !backup.empty()   ? backup
+                        : !target.device  ? "none: in boot mode nothing can be read"
+                        : options.dry_run ? "none yet"
+                                          : "none (--no-backup)");
+}
+
+void RequireConsent(const Report& report, const UpgradeTarget& target,
+                    const UpgradeOptions& options) {
+  if (options.yes || report.json() || !CanAsk()) return;
+  if (Confirm("Upgrade " + target.Title() + "?")) return;
+  throw Failure(ExitCode::kDeclined, "not upgraded: the answer was no");
+}
+
+void Run(Context& context, const UpgradeOptions& options) {
+  Report& report = context.report;
+  report.BeginEvents();
+  RequireLog(options);
+  UpgradeFile file = ReadUpgradeFile(options.file);
+  RequireSound(file, options.file);
+  const UpgradeTarget target = FindUpgradeTarget(context, file, options.force);
+  if (options.dry_run) {
+    TellPlan(report, target, file, options, "");
+    return report.Remark("nothing was sent (--dry-run)");
+  }
+  TellPlan(report, target, file, options, KeepBackupOf(target, options));
+  RequireConsent(report, target, options);
+
   std::optional<Failure> failure;
   try {
-    Upgrade(context, options);
+    const UpgradeBar bar = report.json() ? UpgradeBar::kNone : UpgradeBar::kOnTerminal;
+    RunUpgrade(file, options.timeout_ms, bar,
+               [&report](const std::string& text, const Json& value) {
+                 if (report.json() || !text.empty()) report.Event(text, value);
+               });
   } catch (const Failure& caught) {
     failure = caught;
   }
-  const bool kept = log.Write();
-  if (failure) throw Failure(*failure);
-  if (!kept) {
-    throw Failure(ExitCode::kFile, options.log + " can't be written; the upgrade has succeeded");
+  try {
+    KeepLog(options.log);
+  } catch (const perilink::tools::FileError& error) {
+    if (!failure) {
+      throw Failure(ExitCode::kFile, std::string(error.what()) + "; the upgrade has succeeded");
+    }
   }
+  if (failure) throw Failure(*failure);
 }
 
 }  // namespace
 
-void AddUpgradeCommand(CLI::App& app, Context& context) {
-  CLI::App* const upgrade =
-      app.add_subcommand("upgrade", "show what an upgrade file holds, or upgrade a device with it");
-  upgrade->require_subcommand(1);
-  upgrade->fallthrough();
+void AddUpgradeCommands(CommandLine& line, Context& context) {
+  CLI::App& group = line.AddGroup(
+      line.root(), {"upgrade",
+                    "show what an upgrade file holds, or upgrade a device with it",
+                    {},
+                    {{"perictl upgrade inspect mouse.upgrade", "what the file is, and is for"}}});
   const auto options = std::make_shared<UpgradeOptions>();
 
-  CLI::App* const inspect =
-      upgrade->add_subcommand("inspect", "show a file's images, and whether they are sound");
-  inspect->add_option("FILE", options->file, "the upgrade file")->required();
-  inspect->callback(
-      [&context, options] { context.run = [&context, options] { Inspect(context, *options); }; });
+  CLI::App& inspect = line.Add(
+      group, {"inspect",
+              "show a file's images, whether they are sound, and what that proves",
+              {"The checksum covers the header alone. A payload that was damaged or exchanged is "
+               "told by its digest, if the maker tells the right one."},
+              {{"perictl upgrade inspect mouse.upgrade", "what it is for, and its digest"}}});
+  inspect.add_option("FILE", options->file, "the upgrade file")->required()->type_name("FILE");
+  SetRun(inspect, context, [&context, options] { Inspect(context, *options); });
 
-  CLI::App* const run =
-      upgrade->add_subcommand("run", "upgrade the devices that the file names, in either mode");
-  run->add_option("FILE", options->file, "the upgrade file")->required();
-  run->add_option("--log", options->log, "write the upgrade log here when it ends");
-  run->add_option("--timeout", options->timeout_ms,
-                  "how long the device may take none of the download, in milliseconds")
-      ->check(CLI::Range(1000, 3'600'000))
-      ->capture_default_str();
-  run->callback(
-      [&context, options] { context.run = [&context, options] { Run(context, *options); }; });
+  CLI::App& run = line.Add(
+      group,
+      {"run",
+       "upgrade the device that a file is for, in normal or in boot mode",
+       {"It shows what it is going to do, keeps a backup of the device's configuration and, on a "
+        "terminal, asks. A device whose battery is low and one that the file is not for are "
+        "refused without --force. An upgrade that has begun is not stopped by Ctrl-C."},
+       {{"perictl upgrade run mouse.upgrade", "upgrade the device that it is for"},
+        {"perictl upgrade run --dry-run mouse.upgrade", "only show what would happen"}}});
+  run.add_option("FILE", options->file, "the upgrade file")->required()->type_name("FILE");
+  run.add_option("--log", options->log, "write the upgrade log here when it ends")
+      ->type_name("FILE");
+  run.add_option("--timeout", options->timeout_ms,
+                 "how long the device may take none of the download, in milliseconds; 10000 if it "
+                 "is not given")
+      ->check(WholeNumber(1000, 3'600'000, "--timeout 10000"))
+      ->type_name("MS");
+  AddBackupOptions(run, options->backup);
+  run.add_flag("--force", options->force,
+               "also with a low battery, and with a file for devices with other ids");
+  run.add_flag("-y,--yes", options->yes, "do not ask");
+  run.add_flag("--dry-run", options->dry_run, "show what would happen, and send nothing");
+  SetRun(run, context, [&context, options] { Run(context, *options); });
 }
 
 }  // namespace perictl

@@ -2,6 +2,7 @@
 #ifndef PERILINK_TOOLS_PERICTL_SYSTEM_H_
 #define PERILINK_TOOLS_PERICTL_SYSTEM_H_
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -20,6 +21,17 @@ std::string MissingPermission(const std::string& path);
 
 inline bool IsTerminal(std::FILE* file) {
   return isatty(fileno(file)) != 0;
+}
+
+// Columns of the terminal; 0 when it does not tell.
+inline unsigned TerminalColumns(std::FILE* file) {
+  winsize size{};
+  return ioctl(fileno(file), TIOCGWINSZ, &size) == 0 ? size.ws_col : 0u;
+}
+
+// Whether the terminal understands escape sequences.
+inline bool TakesEscapes(std::FILE*) {
+  return true;
 }
 
 }  // namespace perictl

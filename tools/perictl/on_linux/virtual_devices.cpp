@@ -1,5 +1,5 @@
 // The simulated devices, on the bus that the library sees in this build.
-#include "virtual_devices.h"
+#include "selection/virtual_devices.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <iterator>
 #include <optional>
+
+#include "common/ascii.h"
 
 #include "perilink_platform/registry.h"
 #include "perilink_platform/world.h"
@@ -124,8 +126,25 @@ std::string FaultNames() {
   return names;
 }
 
-// The device stays until the very end: other threads may still be with it when main returns.
-sim::Device* device = nullptr;
+// They stay until the very end: other threads may still be with one when main returns.
+std::vector<sim::Device*>& Devices() {
+  static auto* const devices = new std::vector<sim::Device*>;
+  return *devices;
+}
+
+// The one that things happen to, or null.
+sim::Device* FirstDevice() {
+  return Devices().empty() ? nullptr : Devices().front();
+}
+
+// Two of a kind have other paths.
+sim::Device* MakeDevice(const std::string& model, size_t number) {
+  sim::DeviceOptions options =
+      model == "keyboard" ? sim::Keyboard::Options() : sim::Mouse::Options();
+  if (number > 0) options.instance[0] = static_cast<char>('0' + number % 10);
+  return model == "keyboard" ? static_cast<sim::Device*>(new sim::Keyboard(options))
+                             : new sim::Mouse(options);
+}
 
 // A simulated device's records are none of the user's.
 class TemporaryRegistry {
@@ -152,10 +171,6 @@ std::vector<std::string> VirtualModels() {
   return {"mouse", "keyboard"};
 }
 
-std::string DefaultVirtualModel() {
-  return "mouse";
-}
-
 std::string VirtualFaultHelp() {
   return "what happens to it, at the start or after a time, as in charging or absent@2s,"
          "present@2500ms; one or more of: " +
@@ -174,20 +189,32 @@ void StartVirtualTime() {
   platform::StartVirtual(1);
 }
 
-void PlugVirtualDevice(const VirtualChoice& choice) {
+void PlugVirtualDevices(const VirtualChoice& choice) {
   platform::HideMachineDevices();
   static const TemporaryRegistry registry;
-  if (choice.model == "keyboard") {
-    device = new sim::Keyboard;
-  } else {
-    device = new sim::Mouse;
+  std::string models = choice.models;
+  for (size_t number = 0; !models.empty(); ++number) {
+    const size_t end = std::min(models.find(','), models.size());
+    Devices().push_back(MakeDevice(models.substr(0, end), number));
+    Devices().back()->Plug();
+    models.erase(0, end + 1);
   }
-  device->Plug();
   if (!choice.fault.empty()) HappenToVirtualDevice(choice.fault);
+}
+
+bool IsVirtualPath(const std::string& path) {
+  using perilink::tools::Lower;
+  const auto holds = [&](const std::string& part) {
+    return Lower(path).find(Lower(part)) != std::string::npos;
+  };
+  return std::any_of(Devices().begin(), Devices().end(), [&](const sim::Device* device) {
+    return holds("#7&" + device->options().instance + "&");
+  });
 }
 
 std::vector<uint8_t> VirtualUpgradeFile() {
   constexpr size_t kFirmwareSize = 4096;
+  sim::Device* const device = FirstDevice();
   if (device == nullptr) return {};
   const auto guard = device->Lock();
   const auto version = static_cast<uint16_t>(device->firmware().options().version + 1);
@@ -197,12 +224,14 @@ std::vector<uint8_t> VirtualUpgradeFile() {
 }
 
 void SetVirtualMemory(std::span<const uint8_t> bytes) {
+  sim::Device* const device = FirstDevice();
   if (device == nullptr) return;
   const auto guard = device->Lock();
   device->flash().SetBytes(0, bytes);
 }
 
 std::vector<uint8_t> VirtualMemory() {
+  sim::Device* const device = FirstDevice();
   if (device == nullptr) return {};
   const auto guard = device->Lock();
   const auto bytes = device->flash().bytes().first(sim::kConfigurationSize);
@@ -210,6 +239,7 @@ std::vector<uint8_t> VirtualMemory() {
 }
 
 bool HappenToVirtualDevice(const std::string& faults) {
+  sim::Device* const device = FirstDevice();
   if (device == nullptr) return false;
   std::vector<TimedFault> parsed;
   Parse(faults, parsed);
@@ -217,7 +247,7 @@ bool HappenToVirtualDevice(const std::string& faults) {
     if (timed.at_micros == 0) {
       timed.fault->happen(*device);
     } else {
-      platform::ScheduleIn(timed.at_micros, [fault = timed.fault] { fault->happen(*device); });
+      platform::ScheduleIn(timed.at_micros, [fault = timed.fault, device] { fault->happen(*device); });
     }
   }
   return true;

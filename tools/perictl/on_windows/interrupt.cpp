@@ -1,4 +1,4 @@
-#include "interrupt.h"
+#include "terminal/interrupt.h"
 
 #include <atomic>
 

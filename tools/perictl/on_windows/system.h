@@ -27,6 +27,26 @@ inline bool IsTerminal(std::FILE* file) {
   return _isatty(_fileno(file)) != 0;
 }
 
+inline HANDLE ConsoleOf(std::FILE* file) {
+  return GetStdHandle(file == stderr ? STD_ERROR_HANDLE : STD_OUTPUT_HANDLE);
+}
+
+// Columns of the terminal; 0 when it does not tell.
+inline unsigned TerminalColumns(std::FILE* file) {
+  CONSOLE_SCREEN_BUFFER_INFO info{};
+  if (!GetConsoleScreenBufferInfo(ConsoleOf(file), &info)) return 0;
+  return static_cast<unsigned>(info.srWindow.Right - info.srWindow.Left + 1);
+}
+
+// Whether the terminal understands escape sequences, which older ones don't and newer ones do when
+// asked.
+inline bool TakesEscapes(std::FILE* file) {
+  constexpr DWORD kProcessing = 0x0004;  // ENABLE_VIRTUAL_TERMINAL_PROCESSING
+  DWORD mode = 0;
+  return GetConsoleMode(ConsoleOf(file), &mode) &&
+         SetConsoleMode(ConsoleOf(file), mode | kProcessing);
+}
+
 }  // namespace perictl
 
 #endif  // PERILINK_TOOLS_PERICTL_SYSTEM_H_

@@ -1,13 +1,10 @@
 // There is no virtual bus on Windows: devices are real.
-#include "virtual_devices.h"
+#include "selection/virtual_devices.h"
 
 namespace perictl {
 
 std::vector<std::string> VirtualModels() {
   return {};
-}
-std::string DefaultVirtualModel() {
-  return "";
 }
 std::string VirtualFaultHelp() {
   return "";
@@ -16,7 +13,10 @@ std::string CheckVirtualFaults(const std::string&) {
   return "";
 }
 void StartVirtualTime() {}
-void PlugVirtualDevice(const VirtualChoice&) {}
+void PlugVirtualDevices(const VirtualChoice&) {}
+bool IsVirtualPath(const std::string&) {
+  return false;
+}
 std::vector<uint8_t> VirtualUpgradeFile() {
   return {};
 }

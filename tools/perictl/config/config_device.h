@@ -1,0 +1,42 @@
+// A device's configuration: read whole, and written with every write acknowledged and read back.
+#ifndef PERILINK_TOOLS_PERICTL_CONFIG_CONFIG_DEVICE_H_
+#define PERILINK_TOOLS_PERICTL_CONFIG_CONFIG_DEVICE_H_
+
+#include <functional>
+#include <string>
+
+#include "common/config_parts.h"
+#include "selection/devices.h"
+#include "server/server_session.h"
+
+namespace perictl {
+
+class ConfigDevice {
+ public:
+  // Runs the background server on an interface. Throws Failure when the device is not on line.
+  ConfigDevice(const std::string& path, bool keyboard);
+  explicit ConfigDevice(const DeviceEntry& device) : ConfigDevice(device.path, device.keyboard) {}
+
+  // Throws Failure when the device stops answering. Shows progress under the title.
+  perilink::tools::DeviceConfig Read(const std::string& title = "reading");
+
+  // Sends the writes, waits until the device has acknowledged each, and reads the configuration
+  // back. Throws Failure, which names the fields, unless all of that succeeds. Ctrl-C ends it behind
+  // the write that is under way: kInterrupted says what was written and what was not.
+  void Write(const perilink::tools::ConfigUpdate& update);
+
+ private:
+  using ReportHandler = std::function<bool(const ServerReport&)>;
+
+  size_t Send(const perilink::tools::ConfigUpdate& update);
+  [[noreturn]] void FailInterrupted(const perilink::tools::ConfigUpdate& update,
+                                    size_t acknowledged);
+  bool Await(uint32_t timeout_ms, const ReportHandler& is_it);
+
+  const std::string path_;
+  ServerSession session_;
+};
+
+}  // namespace perictl
+
+#endif  // PERILINK_TOOLS_PERICTL_CONFIG_CONFIG_DEVICE_H_

@@ -1,0 +1,35 @@
+// Which device an upgrade is for, and what speaks against it.
+#ifndef PERILINK_TOOLS_PERICTL_FIRMWARE_TARGET_H_
+#define PERILINK_TOOLS_PERICTL_FIRMWARE_TARGET_H_
+
+#include <optional>
+#include <string>
+
+#include "context.h"
+#include "perilink/records.h"
+#include "firmware/upgrade_file.h"
+
+namespace perictl {
+
+struct UpgradeTarget {
+  // In normal mode; nothing when it waits in boot mode already.
+  std::optional<DeviceEntry> device;
+  std::string boot_path;
+  // Of a device in normal mode, as far as it tells.
+  std::string version;
+  std::optional<BatteryLevel> battery;
+  // The file was for devices with other ids.
+  bool forced = false;
+
+  std::string Title() const { return device ? device->Title() : "in boot mode: " + boot_path; }
+};
+
+// The device that the selection and the file name together. Where several have the file's keys, and
+// one of them was chosen, the file is made to look for that one alone. Throws Failure: kNoDevice,
+// kSeveral, what RequireOnline throws, and without `force` kDeclined for a chosen device that the
+// file is not for, and for a battery below 20 percent that is not being charged.
+UpgradeTarget FindUpgradeTarget(const Context& context, UpgradeFile& file, bool force);
+
+}  // namespace perictl
+
+#endif  // PERILINK_TOOLS_PERICTL_FIRMWARE_TARGET_H_
