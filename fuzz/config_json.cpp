@@ -1,20 +1,24 @@
 // Configuration files and the other texts that people write: a configuration's JSON, its image, a
-// field's path with a value, key events, escaped names. An input is a text, tried as all of them.
+// description of a model, a field's path with a value, key events, escaped names. An input is a
+// text, tried as all of them.
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <random>
+#include <span>
 #include <string>
 #include <string_view>
 
 #include "common/config.h"
+#include "common/config_members.h"
 #include "common/config_parts.h"
 #include "common/escaped_text.h"
-#include "common/events_text.h"
 #include "perilink/protocol_data.h"
 #include "support/input.h"
 #include "support/records.h"
 #include "support/require.h"
+#include "words/events_text.h"
+#include "words/vocabulary.h"
 
 extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t max_size);
 
@@ -56,7 +60,7 @@ bool IsHoldable(const ProtocolData& record) {
 
 // What a device that holds the record gives back is the record.
 void CheckImage(const ProtocolData& record) {
-  const tools::LoadedConfig loaded = tools::LoadConfig(Image(record));
+  const tools::ConfigFile loaded = tools::LoadConfig(Image(record));
   Require(loaded.from_image, "an image is taken for an image");
   Require(loaded.failed_checks.empty(), "an image that was made passes its checks");
   const ProtocolData canonical = tools::Canonical(record);
@@ -64,7 +68,7 @@ void CheckImage(const ProtocolData& record) {
   Require(Same(read_back, canonical), "a configuration survives its image");
   const std::string text = tools::ConfigToJson(read_back).dump();
   Require(text == tools::ConfigToJson(canonical).dump(), "its JSON is the same again");
-  Require(Same(tools::ConfigFromText(text), canonical), "and reads as the same configuration");
+  Require(Same(tools::LoadConfig(text).record, canonical), "and reads as the same configuration");
 
   // The library writes what turns any other configuration into this one.
   tools::DeviceConfig device =
@@ -82,18 +86,23 @@ void CheckImage(const ProtocolData& record) {
   Require(tools::PlanUpdate(device, record, any).writes.empty(), "after the writes none is left");
 }
 
-void CheckRecord(const ProtocolData& record, int indent) {
-  const std::string json = tools::ConfigToJson(record).dump(indent);
-  Require(Same(tools::ConfigFromText(json), record), "a configuration survives its JSON");
-  Require(!tools::ConfigText(record).empty(), "a configuration can be shown");
+void CheckRecord(const ProtocolData& record, const tools::KnownBytes& known, int indent) {
+  const std::string json = tools::ConfigToJson(record, known).dump(indent);
+  const tools::ConfigFile file = tools::LoadConfig(json);
+  Require(tools::ConfigToJson(file.record, file.known).dump(indent) == json,
+          "a configuration survives its JSON");
+  Require((file.known & ~known).none(), "nothing is known that was not told");
+  Require(!tools::Vocabulary().Values(record, known).empty(), "a configuration can be shown");
+  const tools::Vocabulary words;
+  Require(words.Changes(record, known, record, known).empty(), "it does not differ from itself");
   if (IsHoldable(record)) CheckImage(record);
 }
 
 void CheckFile(std::string_view text) {
   try {
-    const tools::LoadedConfig loaded = tools::LoadConfig(text);
+    const tools::ConfigFile loaded = tools::LoadConfig(text);
     if (loaded.from_image) RequireInRange(loaded.record);
-    CheckRecord(loaded.record, static_cast<int>(text.size() % 4) - 1);
+    CheckRecord(loaded.record, loaded.known, static_cast<int>(text.size() % 4) - 1);
   } catch (const ConfigError& error) {
     RequireOneLine(error);
   }
@@ -126,28 +135,52 @@ void CheckEscapes(std::string_view text) {
   Require(tools::UnescapeText(tools::EscapeText(*unescaped)) == unescaped, "and so once more");
 }
 
-// "path=value", as `perictl config set` takes it.
-void CheckAssignment(std::string_view text) {
+// "path=value", as `perictl set` takes it.
+void CheckAssignment(const tools::Vocabulary& words, std::string_view text) {
   const size_t equals = std::min(text.find('='), text.size());
   const std::string_view path = text.substr(0, equals);
   ProtocolData record{};
   try {
-    const tools::Extent extent = tools::FindExtent(path);
+    words.Find(path, record, tools::AllBytes());
+    if (equals == text.size()) return;
+    const ProtocolData before = record;
+    const tools::Extent extent = words.Assign(record, path, text.substr(equals + 1));
     Require(extent.offset <= sizeof(record) && extent.size <= sizeof(record) - extent.offset,
             "a field lies in the record");
-    tools::GetConfigField(record, path);
-    if (equals == text.size()) return;
-    const Json value = Json::parse(text.substr(equals + 1), nullptr, false);
-    if (value.is_discarded()) return;
-    const ProtocolData before = record;
-    tools::SetConfigField(record, path, value);
-    const auto first = &before.report_rate;
-    const auto second = &record.report_rate;
-    Require(std::equal(first, first + extent.offset, second) &&
-                std::equal(first + extent.offset + extent.size, first + sizeof(record),
-                           second + extent.offset + extent.size),
-            "a field that is set leaves the others alone");
-    CheckRecord(record, -1);
+    for (const tools::Difference& it : tools::ConfigDifferences(before, record)) {
+      const tools::Place place = tools::FindPlace(it.field);
+      // The length of a name or of events stands before it.
+      Require(place.offset + place.size > extent.offset &&
+                  place.offset < extent.offset + extent.size,
+              "a field that is set leaves the others alone");
+    }
+    words.Values(record, tools::AllBytes());
+    CheckRecord(record, tools::AllBytes(), -1);
+  } catch (const ConfigError& error) {
+    RequireOneLine(error);
+  }
+}
+
+// A description that is taken can be used, on any bytes.
+void CheckModel(std::string_view text) {
+  try {
+    const tools::Model model = tools::ParseModel(text);
+    tools::RequireUsableNames(model);
+    const tools::Vocabulary words(&model);
+    ProtocolData record{};
+    for (uint8_t& byte : std::span(tools::BytesOf(record), sizeof record))
+      byte = static_cast<uint8_t>(text.size() + static_cast<size_t>(&byte - tools::BytesOf(record)));
+    for (const tools::Value& value : words.Values(record, tools::AllBytes())) {
+      Require(!value.name.empty() && !value.text.empty(), "a value has a name and a text");
+      tools::ToJson(value).dump();
+      if (value.undescribed || value.raw.is_array() || value.value.is_null()) continue;
+      ProtocolData again{};
+      words.Assign(again, value.name, value.text);
+    }
+    // One field, chosen by the input.
+    const std::vector<std::string> names = words.Names();
+    for (const char* word : {"0", "1.5", "0x12", "on", "red"})
+      CheckAssignment(words, names[text.size() % names.size()] + "=" + word);
   } catch (const ConfigError& error) {
     RequireOneLine(error);
   }
@@ -227,9 +260,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const ExactCopy copy({data, size});
   const std::string_view text(reinterpret_cast<const char*>(copy.data()), copy.size());
   CheckFile(text);
+  CheckModel(text);
   if (size > kLongestPhrase) return 0;
   CheckEvents(text);
   CheckEscapes(text);
-  CheckAssignment(text);
+  CheckAssignment(perilink::tools::Vocabulary(), text);
   return 0;
 }

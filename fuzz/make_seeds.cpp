@@ -5,13 +5,13 @@
 #include <fstream>
 #include <initializer_list>
 #include <iostream>
+#include <iterator>
 #include <random>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "common/config.h"
-#include "common/events_text.h"
 #include "perilink/protocol_data.h"
 #include "registry_tree.h"
 #include "sim/flash_image.h"
@@ -23,6 +23,7 @@
 #include "support/host.h"
 #include "support/loop_steps.h"
 #include "support/report_descriptors.h"
+#include "words/events_text.h"
 
 namespace perilink::fuzz {
 namespace {
@@ -238,6 +239,11 @@ ProtocolData Record(const FlashImage& image) {
   return record;
 }
 
+std::string Content(const char* name) {
+  std::ifstream file(name);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
 void MakeConfigs(const Folder& folder) {
   const ProtocolData small = Record(SmallImage());
   folder.Add("small", tools::ConfigToJson(small).dump());
@@ -245,9 +251,10 @@ void MakeConfigs(const Folder& folder) {
   ProtocolData some = small;
   some.macros[3].name[0] = 0xFF;
   some.macros[3].events[1].delay = 7;
-  some.dpi_levels[7].unused = 9;
   folder.Add("uncounted", tools::ConfigToJson(some).dump(1));
   folder.Add("image", Configuration(FullImage()));
+  folder.Add("mouse", Content(PERILINK_MODELS "/virtual-mouse.json"));
+  folder.Add("keyboard", Content(PERILINK_MODELS "/virtual-keyboard.json"));
   folder.Add("events", tools::EventsToText(small.macros[0].events));
   folder.Add("name", "a\\\\b\\xff\xC3\xA9");
   folder.Add("number", "dpi_levels[2].color[1]=7");
@@ -267,13 +274,14 @@ void MakeDescriptors(const Folder& folder) {
 void MakeDictionary(const std::string& corpora) {
   std::ofstream file(std::filesystem::path(corpora) / "config_json.dict");
   const tools::Json document = tools::ConfigToJson(Record(SmallImage()));
+  const tools::Json model = tools::Json::parse(Content(PERILINK_MODELS "/virtual-mouse.json"));
   for (const tools::Json* object :
-       {&document, &document["dpi_levels"][0], &document["shortcuts"][0], &document["macros"][0],
+       {&model, &model["fields"], &model["fields"]["dpi_levels[].value"], &document, &document["dpi_levels"][0], &document["shortcuts"][0], &document["macros"][0],
         &document["macros"][0]["events"][0]}) {
     for (const auto& item : object->items())
       file << '"' << item.key() << "\"\n";
   }
-  for (const char* word : {"press:", "release:", "other:", "0400+10", "\\\\x00", "[0]", "="})
+  for (const char* word : {"press:", "release:", "other:", "0400+10", "1000Hz", "#ff0000", "ctrl+c", "\\\\x00", "[0]", "="})
     file << '"' << word << "\"\n";
 }
 

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "perictl/exit_codes.h"
-#include "perictl/text.h"
-#include "perictl/upgrade_file.h"
+#include "perictl/firmware/upgrade_file.h"
+#include "perictl/terminal/text.h"
 #include "perilink/upgrade.h"
 #include "platform/win32.h"
 #include "sim/mouse.h"

@@ -5,7 +5,8 @@
 #include <functional>
 
 #include "common/config.h"
-#include "config_device.h"
+#include "common/protocol.h"
+#include "config/config_device.h"
 #include "exit_codes.h"
 #include "sim/mouse.h"
 
@@ -20,7 +21,7 @@ using perilink::tools::DeviceConfigFromImage;
 using perilink::tools::PartKind;
 using perilink::tools::UnsoundParts;
 
-constexpr uint8_t kWriteMemory = 0x07;
+using perilink::tools::kWriteMemory;
 
 sim::FlashImage OldFlash() {
   const sim::SlotEvent events[] = {{0, 2, 4, 0, 20}, {1, 2, 4, 0, 30}, {0, 1, 5, 0, 40},
@@ -80,7 +81,7 @@ void Load(sim::Mouse& mouse, const ProtocolData& record) {
 void ExpectOldOrNewOrBad(const sim::FlashImage& flash, const ProtocolData& old_record,
                          const ProtocolData& new_record) {
   DeviceConfig now = DeviceConfigFromImage(flash.bytes().first(PERILINK_FLASH_IMAGE_SIZE));
-  std::vector<std::string> bad = UnsoundParts(now);
+  const std::vector<std::string> bad = UnsoundParts(now).names();
   for (size_t i = 0; i < std::size(now.record.macros); ++i) {
     // Names are under no check.
     now.record.macros[i].name_length = 0;

@@ -50,11 +50,16 @@ class PerictlTest : public testing::Test {
   PerictlTest() { std::filesystem::create_directory(folder_); }
   ~PerictlTest() override { std::filesystem::remove_all(folder_); }
 
-  // The arguments are a shell's; what they redirect is not seen.
-  PerictlRun Run(std::string arguments, const char* program = PERICTL) const {
+  // On a virtual mouse, unless the arguments choose another. They are a shell's; what they redirect
+  // is not seen.
+  PerictlRun Run(const std::string& arguments) const {
+    return RunProgram(std::string(PERICTL) + " --virtual " + arguments);
+  }
+  PerictlRun RunProgram(std::string arguments) const {
     for (size_t at; (at = arguments.find("DIR")) != std::string::npos;)
       arguments.replace(at, 3, folder_);
-    const std::string command = "2>" + folder_ + "/err " + program + " " + arguments;
+    const std::string command = "export XDG_STATE_HOME=" + folder_ + "/state XDG_CONFIG_HOME=" +
+                                folder_ + "/config; 2>" + folder_ + "/err " + arguments;
     PerictlRun run;
     std::FILE* pipe = popen(command.c_str(), "r");
     EXPECT_NE(pipe, nullptr);

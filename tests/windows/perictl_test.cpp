@@ -23,7 +23,7 @@ Outcome RunPerictl(const std::string& arguments) {
 }
 
 TEST(Perictl, ListsInterfaces) {
-  const Outcome outcome = RunPerictl("list --json");
+  const Outcome outcome = RunPerictl("list --interfaces --json");
   EXPECT_EQ(outcome.exit_code, 0);
   const auto document = nlohmann::json::parse(outcome.output);
   ASSERT_GE(document.at("interfaces").size(), 2u);

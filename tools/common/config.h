@@ -33,6 +33,8 @@ class NameList {
  public:
   static constexpr size_t kMostKept = 50;
   void Add(std::string name);
+  // More of them, whose names nobody will ask for.
+  void AddNameless(size_t count) { size_ += count; }
   bool empty() const { return size_ == 0; }
   size_t size() const { return size_; }
   const std::vector<std::string>& names() const { return names_; }  // at most kMostKept

@@ -191,8 +191,10 @@ class Reader {
       if (is_there) ReadRecord(member.members, value[i], Indexed(path, i), at + i * member.size);
       if (!is_there) file_.missing.Add(Indexed(path, i));
     }
-    for (size_t i = member.count; i < value.size(); ++i)
+    const size_t named = std::min(value.size(), member.count + NameList::kMostKept);
+    for (size_t i = member.count; i < named; ++i)
       AddStranger(Indexed(path, i));
+    if (value.size() > named) file_.unknown.AddNameless(value.size() - named);
   }
 
   void SetLength(const std::vector<Member>& siblings, const Member& member, size_t offset,

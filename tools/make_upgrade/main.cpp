@@ -6,11 +6,11 @@
 // A second image, for the slave device of a set, is described by the same options with "slave-"
 // in front.
 #include <CLI/CLI.hpp>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <stdexcept>
+
+#include "common/files.h"
 
 #include "sim/upgrade_file.h"
 #include "sim/virtual_firmware.h"
@@ -59,19 +59,19 @@ void AddImageOptions(CLI::App& app, const std::string& prefix, ImageOptions& o) 
   add("report-id", o.report_id, "First byte of every packet");
   add("packet-length", o.packet_length, "Bytes of a packet")->check(CLI::Range(49, 64));
   add("address", o.address, "Where the payload goes in the device");
-  add("file-id", o.image.file_id, "Text");
-  add("ic-name", o.image.ic_name, "Text");
-  add("sensor-name", o.image.sensor_name, "Text");
-  add("product-name", o.image.product_name, "Text");
+  add("file-id", o.image.file_id, "What the file calls itself, at most 64 bytes");
+  add("ic-name", o.image.ic_name, "The device's chip, at most 64 bytes");
+  add("sensor-name", o.image.sensor_name, "Its sensor, at most 64 bytes");
+  add("product-name", o.image.product_name, "Its name, at most 64 bytes");
   add("checked-length", o.image.checked_length, "End of the checksummed part of the header")
       ->check(CLI::Range(8, 8192));
 }
 
-Bytes ReadFile(const std::string& name) {
-  std::ifstream file(name, std::ios::binary);
-  Bytes bytes{std::istreambuf_iterator<char>(file), {}};
-  if (!file) throw std::runtime_error(name + " can't be read");
-  return bytes;
+constexpr size_t kLongestPayload = size_t{64} << 20;
+
+Bytes ReadPayload(const std::string& name) {
+  const std::string content = ReadWholeFile(name, kLongestPayload);
+  return {content.begin(), content.end()};
 }
 
 Bytes ParseHex(const std::string& hex, const char* what) {
@@ -113,7 +113,7 @@ sim::UpgradeImage Complete(ImageOptions& o) {
     if (key->size() > 64) throw std::runtime_error("a text exceeds 64 bytes: " + *key);
   image.payload = o.payload_file.empty()
                       ? sim::MakeVirtualFirmware(o.virtual_version, o.virtual_size)
-                      : ReadFile(o.payload_file);
+                      : ReadPayload(o.payload_file);
 
   image.reset =
       Command(o.reset_hex.empty() ? DefaultReset() : ParseHex(o.reset_hex, "--reset"), o.feature);
@@ -129,14 +129,6 @@ sim::UpgradeImage Complete(ImageOptions& o) {
   return image;
 }
 
-void WriteFile(const std::string& name, const Bytes& bytes) {
-  std::ofstream file(name, std::ios::binary);
-  file.write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
-  file.close();
-  if (!file) throw std::runtime_error(name + " can't be written");
-}
-
 bool HasPayload(const ImageOptions& o) {
   return !o.payload_file.empty() || o.virtual_version != 0;
 }
@@ -149,13 +141,24 @@ int Run(int argc, char** argv) {
   app.add_option("--output,-o", output, "The file to make")->required();
   AddImageOptions(app, "", main);
   AddImageOptions(app, "slave-", slave);
-  CLI11_PARSE(app, argc, argv);
+  app.set_version_flag("--version", "make_upgrade " PERILINK_VERSION_TEXT, "Print the version");
+  app.footer("For example:\n"
+             "  make_upgrade --virtual-version 0x0103 --output mouse.upgrade\n"
+             "    --normal-input 'vid_1234&pid_abcd&mi_01&col05' --boot-input 'vid_1234&pid_b007'");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    const int code = app.exit(error);
+    if (!std::cout.flush()) throw std::runtime_error("the output can't be written");
+    return code;
+  }
   if (!HasPayload(main)) throw std::runtime_error("give --payload or --virtual-version");
   sim::UpgradeFileBuilder builder(Complete(main));
   if (HasPayload(slave)) builder.Slave(Complete(slave));
   const Bytes file = builder.Build();
-  WriteFile(output, file);
-  std::cout << output << ": " << file.size() << " bytes\n";
+  WriteWholeFile(output, std::string(file.begin(), file.end()));
+  std::cout << output << ": " << file.size() << " bytes" << std::endl;
+  if (!std::cout) throw std::runtime_error("the output can't be written");
   return 0;
 }
 

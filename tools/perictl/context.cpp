@@ -65,6 +65,7 @@ void AddVirtualOptions(CLI::App& app, VirtualChoice& choice) {
                "simulate a device instead of the machine's: mouse, keyboard, or several with "
                "commas between them; without =MODEL a mouse")
       ->check(VirtualModelList())
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
       ->type_name("MODEL")
       ->group(group);
   app.add_option("--virtual-fault", choice.fault, VirtualFaultHelp())

@@ -42,7 +42,10 @@ InputJson RawFromText(const Place& place, std::string_view text) {
   if (IsSwitch(member)) {
     if (const auto on = SwitchFromText(text)) return *on ? 1u : 0u;
   }
-  if (!place.is_entry && member.kind == MemberKind::kText) return std::string(text);
+  // A text may stand in quotes, as it is shown, or without them.
+  if (!place.is_entry && member.kind == MemberKind::kText && text.substr(0, 1) != "\"") {
+    return std::string(text);
+  }
   if (const auto number = NumberFromText(text)) return *number;
   try {
     return ParseJson<InputJson>(text);
@@ -190,8 +193,10 @@ Value Vocabulary::ValueOf(const Entry& entry, const ProtocolData& record,
   value.value = value.raw;
   if (member.kind == MemberKind::kEvents) {
     const size_t count = std::min<size_t>(BytesOf(record)[entry.measure_offset], member.count);
-    value.text = EventsToText({reinterpret_cast<const KeyEvent*>(bytes), count}, keys());
-    value.value = value.text;
+    const std::string events =
+        EventsToText({reinterpret_cast<const KeyEvent*>(bytes), count}, keys());
+    value.text = events.empty() ? "none" : events;
+    value.value = events;
   } else if (member.kind == MemberKind::kText) {
     value.text = "\"" + value.raw.get<std::string>() + "\"";
   } else if (entry.wording == nullptr) {
@@ -307,7 +312,8 @@ const KeyNames& Vocabulary::keys() const {
 
 // ---- Assigning ---------------------------------------------------------------------------------
 
-void Vocabulary::AssignEntry(const Entry& entry, ProtocolData& record,
+// `name` is what was typed.
+void Vocabulary::AssignEntry(const Entry& entry, ProtocolData& record, const std::string& name,
                              std::string_view value) const {
   const Member& member = *entry.member;
   const bool is_json = !value.empty() && value.front() == '[';
@@ -315,9 +321,9 @@ void Vocabulary::AssignEntry(const Entry& entry, ProtocolData& record,
     return SetConfigField(record, entry.field, ParseJson<InputJson>(value));
   }
   if (member.kind == MemberKind::kEvents) {
-    const std::vector<KeyEvent> events = EventsFromText(value, keys());
+    const std::vector<KeyEvent> events = EventsFromText(value == "none" ? "" : value, keys());
     if (events.size() == 1 || events.size() > member.count) {
-      throw ConfigError(entry.name + ": " + std::to_string(events.size()) + " events, 2 to " +
+      throw ConfigError(name + ": " + std::to_string(events.size()) + " events, 2 to " +
                         std::to_string(member.count) + " or none are wanted");
     }
     uint8_t* const target = BytesOf(record) + entry.offset;
@@ -328,7 +334,7 @@ void Vocabulary::AssignEntry(const Entry& entry, ProtocolData& record,
     return;
   }
   if (entry.wording != nullptr) {
-    return FromWords(*entry.wording, value, entry.name,
+    return FromWords(*entry.wording, value, name,
                      {BytesOf(record) + entry.offset, member.size * member.count});
   }
   SetConfigField(record, entry.field, RawFromText(FindPlace(entry.field), value));
@@ -338,14 +344,14 @@ Extent Vocabulary::Assign(ProtocolData& record, std::string_view name,
                           std::string_view value) const {
   const std::string resolved = Resolved(name, record);
   if (const Entry* const entry = FindEntry(resolved)) {
-    AssignEntry(*entry, record, value);
-    return {entry->offset, entry->member->size * entry->member->count};
+    AssignEntry(*entry, record, std::string(name), value);
+    return entry->Bytes();
   }
   // "shortcuts[3]" is short for its events.
   if (const Entry* const events = FindEntry(resolved + ".events")) {
     if (BeginsWith(resolved, "shortcuts") && (value.empty() || value.front() != '{')) {
-      AssignEntry(*events, record, value);
-      return {events->offset, events->member->size * events->member->count};
+      AssignEntry(*events, record, std::string(name), value);
+      return events->Bytes();
     }
   }
   Place place{};

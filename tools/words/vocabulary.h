@@ -84,6 +84,10 @@ class Vocabulary {
     size_t offset;          // of the member in ProtocolData
     size_t measure_offset;  // of the length beside it; the member's own offset if it has none
     const Wording* wording;  // or null
+
+    Extent Bytes() const {
+      return {measure_offset, offset + member->size * member->count - measure_offset};
+    }
   };
 
   void AddMembers(const std::vector<Member>& members, const std::string& field,
@@ -96,7 +100,8 @@ class Vocabulary {
   Value ValueOf(const Entry& entry, const ProtocolData& record, const KnownBytes& known) const;
   Value RawValue(const std::string& name, const ProtocolData& record,
                  const KnownBytes& known) const;
-  void AssignEntry(const Entry& entry, ProtocolData& record, std::string_view value) const;
+  void AssignEntry(const Entry& entry, ProtocolData& record, const std::string& name,
+                   std::string_view value) const;
   [[noreturn]] void RefuseName(std::string_view name) const;
 
   const Model* const model_;

@@ -36,8 +36,7 @@ void AddMacro(Report& report, const Vocabulary& words, const ProtocolData& recor
   const tools::Value name = words.Find(FieldOf(slot, "name"), record, known).front();
   const tools::Value events = words.Find(FieldOf(slot, "events"), record, known).front();
   report.Item("macros",
-              std::to_string(slot) + ": " + name.text + "  " +
-                  (events.text.empty() ? "none" : events.text),
+              std::to_string(slot) + ": " + name.text + "  " + events.text,
               {{"slot", slot}, {"name", ToJson(name)}, {"events", ToJson(events)}});
 }
 

@@ -67,8 +67,8 @@ void AddProof(Report& report, const UpgradeFile& file, const UpgradeImage& image
   const uint32_t checked = image.header.checked_length;
   const bool header = image.ChecksumIsRight() && checked >= sizeof(UpgradeHeader);
   report.Fact("proven", "proven",
-              header ? "the header is as its maker wrote it" : "nothing: the checksum covers " +
-                       std::string("less than the header"),
+              header ? "the header was not damaged: its bytes add up to its checksum"
+                     : "nothing: the checksum is wrong, or covers less than the header",
               {{"header", header}, {"payload", false}});
   report.Line("not proven", "the payload: no checksum covers it; compare its digest with the "
                             "maker's");

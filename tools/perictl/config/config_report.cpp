@@ -14,7 +14,7 @@ using tools::Change;
 using tools::Value;
 
 // No configuration comes near it, and a device file may have no end.
-constexpr size_t kLongestConfigFile = 4 << 20;
+constexpr size_t kLongestConfigFile = 1 << 20;
 
 // The list or record that a value stands in: "dpi_levels[2]"; empty when it stands for itself.
 std::string GroupOf(const Value& value) {

@@ -141,7 +141,7 @@ sim::Device* FirstDevice() {
 sim::Device* MakeDevice(const std::string& model, size_t number) {
   sim::DeviceOptions options =
       model == "keyboard" ? sim::Keyboard::Options() : sim::Mouse::Options();
-  if (number > 0) options.instance[0] = static_cast<char>('0' + number % 10);
+  if (number > 0) options.instance.back() = static_cast<char>('0' + number % 10);
   return model == "keyboard" ? static_cast<sim::Device*>(new sim::Keyboard(options))
                              : new sim::Mouse(options);
 }
