@@ -150,9 +150,9 @@ void CheckAssignment(const tools::Vocabulary& words, std::string_view text) {
     for (const tools::Difference& it : tools::ConfigDifferences(before, record)) {
       const tools::Place place = tools::FindPlace(it.field);
       // The length of a name or of events stands before it.
-      Require(place.offset + place.size > extent.offset &&
-                  place.offset < extent.offset + extent.size,
-              "a field that is set leaves the others alone");
+      Require(
+          place.offset + place.size > extent.offset && place.offset < extent.offset + extent.size,
+          "a field that is set leaves the others alone");
     }
     words.Values(record, tools::AllBytes());
     CheckRecord(record, tools::AllBytes(), -1);
@@ -169,7 +169,8 @@ void CheckModel(std::string_view text) {
     const tools::Vocabulary words(&model);
     ProtocolData record{};
     for (uint8_t& byte : std::span(tools::BytesOf(record), sizeof record))
-      byte = static_cast<uint8_t>(text.size() + static_cast<size_t>(&byte - tools::BytesOf(record)));
+      byte =
+          static_cast<uint8_t>(text.size() + static_cast<size_t>(&byte - tools::BytesOf(record)));
     for (const tools::Value& value : words.Values(record, tools::AllBytes())) {
       Require(!value.name.empty() && !value.text.empty(), "a value has a name and a text");
       tools::ToJson(value).dump();

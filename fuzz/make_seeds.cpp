@@ -276,12 +276,14 @@ void MakeDictionary(const std::string& corpora) {
   const tools::Json document = tools::ConfigToJson(Record(SmallImage()));
   const tools::Json model = tools::Json::parse(Content(PERILINK_MODELS "/virtual-mouse.json"));
   for (const tools::Json* object :
-       {&model, &model["fields"], &model["fields"]["dpi_levels[].value"], &document, &document["dpi_levels"][0], &document["shortcuts"][0], &document["macros"][0],
+       {&model, &model["fields"], &model["fields"]["dpi_levels[].value"], &document,
+        &document["dpi_levels"][0], &document["shortcuts"][0], &document["macros"][0],
         &document["macros"][0]["events"][0]}) {
     for (const auto& item : object->items())
       file << '"' << item.key() << "\"\n";
   }
-  for (const char* word : {"press:", "release:", "other:", "0400+10", "1000Hz", "#ff0000", "ctrl+c", "\\\\x00", "[0]", "="})
+  for (const char* word : {"press:", "release:", "other:", "0400+10", "1000Hz", "#ff0000", "ctrl+c",
+                           "\\\\x00", "[0]", "="})
     file << '"' << word << "\"\n";
 }
 

@@ -80,8 +80,8 @@ TEST(ConfigJsonTest, LoadsTheFirstVersion) {
   document["dpi_levels"][0]["unused"] = 7;
   document["macros"][2]["name_length"] = 2;
   document["macros"][2]["count"] = 2;
-  document["macros"][2]["events"].push_back({{"kind", 1}, {"code", 1}, {"keys", {4, 0}},
-                                             {"delay", 0}});
+  document["macros"][2]["events"].push_back(
+      {{"kind", 1}, {"code", 1}, {"keys", {4, 0}}, {"delay", 0}});
   const ConfigFile file = ConfigFromJson(document);
   EXPECT_TRUE(file.unknown.empty()) << file.unknown.Text();
   EXPECT_TRUE(ConfigDifferences(file.record, record).empty());

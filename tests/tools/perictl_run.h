@@ -58,8 +58,9 @@ class PerictlTest : public testing::Test {
   PerictlRun RunProgram(std::string arguments) const {
     for (size_t at; (at = arguments.find("DIR")) != std::string::npos;)
       arguments.replace(at, 3, folder_);
-    const std::string command = "export XDG_STATE_HOME=" + folder_ + "/state XDG_CONFIG_HOME=" +
-                                folder_ + "/config; 2>" + folder_ + "/err " + arguments;
+    const std::string command = "export XDG_STATE_HOME=" + folder_ +
+                                "/state XDG_CONFIG_HOME=" + folder_ + "/config; 2>" + folder_ +
+                                "/err " + arguments;
     PerictlRun run;
     std::FILE* pipe = popen(command.c_str(), "r");
     EXPECT_NE(pipe, nullptr);

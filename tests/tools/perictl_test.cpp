@@ -17,6 +17,9 @@ TEST_F(Perictl, EveryWayToFailHasItsCodeAndOneLine) {
       {"info --key nowhere", 3, "whose path holds 'nowhere'"},
       {"info --vid 1234 --pid 0001", 3, "with id 1234:0001"},
       {"info --path x", 3, "at path x"},
+      {"info -d 2", 3, "called '2'"},
+      {"info -d virtual-mose", 3, "did you mean 'virtual-mouse'?"},
+      {"info --key mi_01 --vid 9999", 3, "whose path holds"},
       {"info --virtual-fault=vanishing", 3, "is gone"},
       {"info --virtual-fault=asleep", 4, "asleep"},
       {"info --virtual-fault=silent", 5, "does not answer"},
@@ -24,27 +27,48 @@ TEST_F(Perictl, EveryWayToFailHasItsCodeAndOneLine) {
       {"info --virtual-fault=nonsense", 6, "nonsense"},
       {"battery --virtual-fault=absent", 3, "is plugged in"},
       {"battery --virtual-fault=silent", 5, "does not answer"},
-      {"battery --watch --virtual-fault=absent", 3, "is plugged in"},
-      {"events --virtual-fault=asleep", 4, "asleep"},
-      {"list --virtual-fault=broken", 2, "--virtual-fault"},
-      {"info --vid 12", 2, "four hexadecimal digits"},
-      {"info --key a --path b", 2, "excludes"},
-      {"battery --for 1", 2, "--watch"},
-      {"battery --watch --count 0", 2, "--count"},
-      {"events --for -1", 2, "--for"},
-      {"events --virtual-fault=absent@2", 2, "--virtual-fault"},
-      {"events --virtual-fault=absent@2s,", 2, "--virtual-fault"},
+      {"get --virtual=keyboard", 7, "holds no configuration"},
+      {"set dpi=800 --virtual=mouse,mouse", 14, "--device virtual-mouse@1a2b3c4d"},
+      {"config load /nowhere/x.json", 8, "no such file"},
+      {"info --model /nowhere/x.json", 8, "no such file"},
   };
   for (const PerictlStep& step : steps) {
     SCOPED_TRACE(step.arguments);
-    // Usage errors come before the line that names the virtual device.
-    const PerictlRun run = Run(step);
-    EXPECT_EQ(run.ErrorLines(), step.exit_code == 2 ? 1 : 2) << run.err;
-    const PerictlRun json = Run(step, " --json");
-    if (step.exit_code == 2) continue;
-    EXPECT_EQ(json.Document()["error"]["code"], step.exit_code);
+    const std::string fast = " --virtual-time";
+    EXPECT_EQ(Run(step, fast).ErrorLines(), 2);  // one says that the device is virtual
+    EXPECT_EQ(Run(step, fast + " --json").Document()["error"]["code"], step.exit_code);
   }
-  Run({"", 2, "subcommand"});
+}
+
+// Usage errors come before the line that names the virtual device, and say what would be right.
+TEST_F(Perictl, ErrorsOfUsageNameTheirCauseAndAnExample) {
+  const PerictlStep steps[] = {
+      {"", 2, "a command is missing behind 'perictl': list, info"},
+      {"lsit", 2, "there is no command 'lsit'; did you mean 'list'?"},
+      {"config sav x", 2, "did you mean 'save'?; for example: perictl config get"},
+      {"config", 2, "a command is missing behind 'perictl config': get"},
+      {"list extra", 2, "'extra' is too much: perictl list takes options alone"},
+      {"info --jsn", 2, "there is no option '--jsn'; did you mean '--json'?"},
+      {"config load", 2, "FILE is missing behind 'perictl config load'"},
+      {"upgrade run x --log", 2, "--log needs a value: FILE"},
+      {"list --virtual-fault=broken", 2, "'broken' is neither NAME nor NAME@TIME"},
+      {"events --virtual-fault=absent@2", 2, "as in absent@2s"},
+      {"list --virtual=mose", 2, "did you mean 'mouse'?"},
+      {"info --vid 12", 2, "'12' is not four hexadecimal digits, as in --vid 1a2b"},
+      {"info --pid 1234", 2, "requires --vid"},
+      {"battery --for 1", 2, "requires --watch"},
+      {"battery --watch --count 0", 2, "'0' is no whole number from 1, as in --count 10"},
+      {"events --for -1", 2, "'-1' is no number of seconds above 0"},
+      {"upgrade run x --timeout 5", 2, "from 1000 to 3600000"},
+      {"macro show 16", 2, "'16' is no whole number from 0 to 15"},
+      {"config save x --format yaml", 2, "'yaml' is none of json, image"},
+  };
+  for (const PerictlStep& step : steps) {
+    SCOPED_TRACE(step.arguments);
+    const PerictlRun run = Run(step);
+    EXPECT_EQ(run.ErrorLines(), 1) << run.err;
+    EXPECT_LT(run.err.size(), 400u) << run.err;
+  }
 }
 
 TEST_F(Perictl, WhatAPersonReads) {
@@ -53,60 +77,94 @@ TEST_F(Perictl, WhatAPersonReads) {
     int exit_code;
     std::vector<const char*> parts;
   } cases[] = {
-      {"--help", 0, {"  0  success", "  3  no such device", "  9  the device did not take"}},
-      {"info >/dev/full", 1, {}},
-      {"events --for 100 --virtual-time >/dev/full", 1, {}},
-      {"info --virtual=keyboard", 0, {"firmware version"}},
+      {"--help", 0, {"  0  success", " 15  declined", "--virtual[=MODEL]", "--device NUMBER|NAME"}},
+      {"config set --help", 0, {"FIELD=VALUE", "--dry-run", "--json", "--vid HEX4", "dpi=800"}},
+      {"help upgrade run", 0, {"perictl upgrade run [OPTIONS] FILE", "--force"}},
+      {"--version", 0, {"perictl 0."}},
+      {"--help >/dev/full", 1, {"can't be written"}},
+      {"--version >/dev/full", 1, {"can't be written"}},
+      {"info >/dev/full", 1, {"can't be written"}},
+      {"events --for 100 >/dev/full", 1, {"can't be written"}},
+      {"info --virtual=keyboard", 0, {"virtual-keyboard (1234:abce, virtual)", "firmware version"}},
+      {"info", 0, {"receiver.color        #ff4010\n", "long-range mode       off\n"}},
+      {"info --raw", 0, {"receiver colours      ff 40 10 00", "indicator LED         01 80 03\n"}},
+      {"info --model none", 0, {"1234-abcd (1234:abcd, virtual)", "bar mode              01 02"}},
+      {"list", 0, {"1  virtual-mouse (virtual)  1234:abcd  on line  80 %     1.02\n"}},
+      {"list --virtual-fault=asleep", 0, {"asleep", "  -"}},
+      {"list --vid 9999", 0, {"No device of vendor 9999 is plugged in."}},
+      {"list --virtual=mouse,mouse,keyboard --pid abce --vid 1234", 0, {"3  virtual-keyboard"}},
+      {"info --virtual=mouse,mouse", 0, {"2 devices match: 1 virtual-mouse@1a2b3c4d, 2 virtual"}},
+      {"info --all --virtual=mouse,keyboard", 0, {"Device 1:\n", "Device 2:\n"}},
+      {"info -d virtual-keyboard --virtual=mouse,keyboard", 0, {"1234:abce"}},
+      {"list --interfaces", 0, {"1 virtual-mouse (1234:abcd, virtual)\n", "`- * \\\\?\\hid#vid"}},
       {"battery --json --virtual-fault=charging", 0, {": 80,", "\"charging\": true", ": 4020"}},
-      {"events --virtual-time --for 3 --virtual-fault=event@1s",
+      {"model list", 0, {"virtual-keyboard (Virtual keyboard), for 1234:abce: /"}},
+      {"events --for 3 --virtual-fault=event@1s",
        0,
        {" s  battery  80 %, 4020 mV\n", "flags set: 0 2; data 05 00"}},
-      {"demo --virtual-time",
+      {"demo",
        0,
        {"Finding the device", "firmware version      1.02", "address", "80 %", "restored",
         "was 1.02; is 1.03"}},
   };
   for (const auto& c : cases) {
-    const PerictlRun run = Run(c.arguments);
+    SCOPED_TRACE(c.arguments);
+    const PerictlRun run = Run(std::string("--virtual-time ") + c.arguments);
     EXPECT_EQ(run.exit_code, c.exit_code) << run.err;
+    EXPECT_EQ((run.out + run.err).find('\033'), std::string::npos) << "colours in a pipe";
     for (const char* part : c.parts)
       run.ExpectTells(part);
   }
 }
 
-TEST_F(Perictl, ListMarksTheCommandInterface) {
-  const Json interfaces = Run("list --json").Document()["interfaces"];
-  ASSERT_GE(interfaces.size(), 1u);
+// Without --virtual it speaks to the machine's devices.
+TEST_F(Perictl, VirtualDevicesAreNeverThereByDefault) {
+  EXPECT_EQ(RunProgram(PERICTL " list --vid 1234 --pid abcd --json").Document()["devices"],
+            Json::array());
+  EXPECT_EQ(RunProgram(PERICTL " info --vid 1234 --pid abcd").exit_code, 3);
+}
+
+// A device is the same object wherever it is named.
+TEST_F(Perictl, DocumentsNameTheDevice) {
+  const Json listed = Run({"list --json", 0, ""}).Document()["devices"][0];
+  EXPECT_EQ(listed["virtual"], true);
+  EXPECT_EQ(listed["link"], "on line");
+  const char* const commands[] = {
+      "info --json",       "battery --json",         "get --json",
+      "macro show --json", "get report_rate --json", "set report_rate=500 --json",
+      "info --json --all"};
+  for (const char* command : commands) {
+    Json document = Run({command, 0, ""}).Document();
+    if (document.contains("devices")) document = document["devices"][0];
+    Json told = listed;
+    told.update(document["device"]);
+    EXPECT_EQ(told, listed) << command;
+  }
+  const Json interfaces = Run({"list --interfaces --json", 0, ""}).Document()["interfaces"];
   int marked = 0;
   for (const Json& entry : interfaces) {
-    const std::string path = entry["path"];
-    EXPECT_EQ(entry["takes_commands"], path.find("mi_01&col05") != std::string::npos);
     marked += entry["takes_commands"] ? 1 : 0;
+    EXPECT_EQ(entry["device"], listed["name"]);
   }
   EXPECT_EQ(marked, 1);
-  EXPECT_EQ(Run({"list --json --virtual-fault=absent", 0, ""}).Document(),
-            Json({{"interfaces", Json::array()}}));
 }
 
 TEST_F(Perictl, InfoTellsWhatTheMouseHolds) {
-  const Json expected = {{"id", "1234:abcd"},
-                         {"version", "1.02"},
+  const Json expected = {{"version", "1.02"},
                          {"slave_version", "2.03"},
                          {"online", true},
                          {"address", "1a:2b:3c"},
-                         {"rssi", 0x30},
-                         {"serial_number", "56 4d 30 30 30 30 30 30 30 31"},
-                         {"cid_mid", {{"cid", 0x12}, {"mid", 0x34}, {"flag", 0}}},
-                         {"device_info", "12 34 01"},
-                         {"receiver_colours", "ff 40 10 00 00 00 00 00 00 00"},
-                         {"long_range", 0}};
-  for (const char* choice : {"", " --vid 1234 --pid ABCD", " --key MI_01"}) {
+                         {"cid_mid", {{"cid", 0x12}, {"mid", 0x34}, {"flag", 0}}}};
+  for (const char* choice : {"", " --vid 1234 --pid ABCD", " --key MI_01", " -d 1"}) {
     const Json info = Run({"info --json", 0, ""}, choice).Document();
     Json told = info;
     told.update(expected);
     EXPECT_EQ(told, info) << choice;
     EXPECT_EQ(info["battery"]["percent"], 80);
-    EXPECT_TRUE(info["dpi_level"].is_number());
+    EXPECT_EQ(info["rssi"]["raw"], 0x30);
+    EXPECT_EQ(info["receiver_colours"]["raw"], "ff 40 10 00 00 00 00 00 00 00");
+    EXPECT_EQ(info["receiver_colours"]["words"][0]["value"], "#ff4010");
+    EXPECT_EQ(info["serial_number"]["text"], "VM00000001");
   }
 }
 

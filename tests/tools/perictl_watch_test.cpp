@@ -50,7 +50,11 @@ TEST_F(Watch, FollowsTheDevice) {
        {"battery:80", "battery:80", "status:02"}},
       {"battery --watch --for 12 --virtual-fault=low@5s", {"battery:80", "battery:15"}},
       {"battery --watch --for 30 --virtual-fault=asleep@1s,awake@20s,low@21s",
-       {"battery:80", "battery:15"}},
+       {"battery:80", "asleep", "awake", "battery:80", "battery:15"}},
+      // What it begins with need not be there, or awake, or answer.
+      {"events --for 9 --virtual-fault=absent,present@3s", {"absent", "arrival", "battery:80"}},
+      {"battery --watch --count 1 --virtual-fault=asleep,awake@5s", {"asleep", "battery:80"}},
+      {"events --count 1 --virtual-fault=silent,healed@5s", {"silent", "awake", "battery:80"}},
       {"events --count 1 --virtual=keyboard", {"battery:80"}},
   };
   for (const auto& c : cases) {

@@ -43,6 +43,9 @@ TEST_F(UpgradeCommand, InspectShowsBothImages) {
   EXPECT_EQ(told["slave"]["transport"], "feature report");
   EXPECT_EQ(told["slave"]["reset"], Json({{"length", 5}, {"data", "08 0d 00 00 00"}}));
   EXPECT_EQ(told["slave"]["product_name"], "tail\\x1b[2J");
+  EXPECT_EQ(told["slave"]["proven"], Json({{"header", true}, {"payload", false}}));
+  const PerictlRun digest = RunProgram("tail -c +8193 DIR/file | head -c 1000 | sha256sum");
+  EXPECT_EQ(told["main"]["payload_digest"], digest.out.substr(0, 64));
 }
 
 TEST_F(UpgradeCommand, DamagedFilesAreRefusedBeforeAnythingIsSent) {
@@ -95,31 +98,79 @@ TEST_F(UpgradeCommand, DamagedFilesAreRefusedBeforeAnythingIsSent) {
 }
 
 TEST_F(UpgradeCommand, RunTellsItsNoticesAndKeepsTheLog) {
-  Store("file", UpgradeFileBuilder(MouseImage()).Build());
+  UpgradeImage image = MouseImage();
+  image.product_name = "tail\n  0.1 s  forged\x1b[2J";
+  Store("file", UpgradeFileBuilder(image).Build());
   const PerictlRun run = Run("upgrade run DIR/file --log DIR/log");
   EXPECT_EQ(run.exit_code, 0);
   EXPECT_EQ(run.ErrorLines(), 1) << "a bar in a pipe: " << run.err;
-  EXPECT_EQ(run.err.find('\r'), std::string::npos);
+  EXPECT_EQ((run.out + run.err).find_first_of("\r\x1b"), std::string::npos);
+  EXPECT_EQ(run.out.find("\n  0.1 s  forged"), std::string::npos);
   size_t at = 0;
-  for (const char* part : {"acknowledged its reset", "in boot mode", "ready for the download",
-                           "has the whole firmware", "has succeeded"}) {
+  for (const char* part : {"virtual-mouse (1234:abcd, virtual)", "1.02 now", "80 %, 4020 mV",
+                           "SHA-256", "backup", "acknowledged its reset", "in boot mode",
+                           "ready for the download", "has the whole firmware", "has succeeded"}) {
     at = run.out.find(part, at);
     ASSERT_NE(at, std::string::npos) << part << " is missing in\n" << run.out;
   }
-  EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 7) << run.out;
+  for (const char* tenth : {" s  10 %\n", " s  100 %\n"})
+    run.ExpectTells(tenth);
   const std::string log = Content("log");
   EXPECT_EQ(log.rfind("File check init\n", 0), 0u);
   EXPECT_EQ(log.substr(log.size() - 20), "All Upgrade Success\n");
+  EXPECT_EQ(log.find_first_of("\r\x1b"), std::string::npos);
+  EXPECT_EQ(log.find("\n  0.1 s  forged"), std::string::npos);
+  // The backup is a configuration that can be loaded.
+  const size_t backup = run.out.find("/state/perilink/backups/");
+  ASSERT_NE(backup, std::string::npos) << run.out;
+  Run({"config diff", 0, "no difference"},
+      " DIR" + run.out.substr(backup, run.out.find('\n', backup) - backup));
 
   const std::string before = Content("file");
   EXPECT_EQ(Run("upgrade run DIR/file --log DIR/file").exit_code, 2);
   EXPECT_EQ(Content("file"), before);
 }
 
+// Before anything is sent; so nothing of it can be seen on the devices.
+TEST_F(UpgradeCommand, RefusesWhatIsDoubtful) {
+  UpgradeImage other = MouseImage();
+  other.normal_input = other.normal_output = "vid_1234&pid_0001";
+  Store("mouse", UpgradeFileBuilder(MouseImage()).Build());
+  Store("other", UpgradeFileBuilder(other).Build());
+  Run("config save DIR/unused.json");
+  std::filesystem::create_symlink("unused.json", folder_ + "/link");
+  const PerictlStep steps[] = {
+      {"upgrade run DIR/mouse --vid 9999", 3, "no device that the file is for of vendor 9999"},
+      {"upgrade run DIR/mouse -d 2 --virtual=mouse,keyboard", 15, "virtual-keyboard (1234:abce"},
+      {"upgrade run DIR/other -d 1", 15, "--force takes it all the same"},
+      {"upgrade run DIR/mouse --virtual=mouse,mouse", 14, "the file is for each of 1 virtual"},
+      {"upgrade run DIR/mouse --virtual-fault=low", 15, "the battery is low (12 %"},
+      {"upgrade run DIR/mouse --virtual-fault=asleep", 4, "wake it"},
+      {"upgrade run DIR/mouse --log DIR/link", 8, "link: the file can't be written: it is a link"},
+      {"upgrade run DIR/mouse --log DIR/none/log", 8, "no such folder"},
+      {"upgrade run DIR/mouse --backup DIR/none/b", 8, "no such folder"},
+      {"upgrade run DIR/mouse --dry-run", 0, "nothing was sent (--dry-run)"},
+      {"upgrade run DIR/other -d 1 --force --dry-run", 0, "forced"},
+  };
+  for (const PerictlStep& step : steps) {
+    SCOPED_TRACE(step.arguments);
+    EXPECT_EQ(Run(step).out.find(" s  "), std::string::npos);
+  }
+  const PerictlStep taken[] = {
+      {"upgrade run DIR/mouse -d 2 --virtual=mouse,mouse", 0, "has succeeded"},
+      {"upgrade run DIR/mouse --virtual-fault=low --force --no-backup", 0, "none (--no-backup)"},
+      {"upgrade run DIR/other -d 1 --force --no-backup", 0, "has succeeded"},
+  };
+  for (const PerictlStep& step : taken)
+    Run(step, " --virtual-time");
+}
+
 TEST_F(UpgradeCommand, EveryFailureHasItsCodeAndItsEvents) {
   constexpr char kRun[] =
       "upgrade run --json --virtual-time --timeout 1000 DIR/file --log DIR/log ";
-  UpgradeImage elsewhere = MouseImage();
+  UpgradeImage half = MouseImage();
+  half.normal_output = "vid_9999";
+  UpgradeImage elsewhere = half;
   elsewhere.normal_input = "vid_9999";
   const Bytes mouse = UpgradeFileBuilder(MouseImage()).Build();
   const struct {
@@ -131,16 +182,19 @@ TEST_F(UpgradeCommand, EveryFailureHasItsCodeAndItsEvents) {
   } cases[] = {
       {"--virtual-fault=boot-silent", 12, "stopped answering", "Upgrade Timeout\n", mouse},
       {"--virtual-fault=boot-error", 9, "reported error 2", "Upgrade Timeout\n", mouse},
-      {"--virtual-fault=silent", 12, "reset command", "ResetToBootMode-Timer Out Error\n", mouse},
+      {"--virtual-fault=reset-silent", 12, "reset command", "ResetToBootMode-Timer Out Error\n",
+       mouse},
+      {"--virtual-fault=silent", 5, "does not answer", nullptr, mouse},
       {"--virtual-fault=absent", 3, "no device that the file is for", nullptr, mouse},
-      {"", 3, "only one side", "Found Multi Devices-input Size =0\n",
-       UpgradeFileBuilder(elsewhere).Build()},
-      {"", 3, "nor one slave device", nullptr,
+      {"", 3, "only one side", "Found Multi Devices-input Size =1\n",
+       UpgradeFileBuilder(half).Build()},
+      {"", 3, "no device that the file is for", nullptr,
        UpgradeFileBuilder(MouseImage()).Slave(elsewhere).Build()},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.arguments) + " " + c.line);
     Store("file", c.file);
+    std::filesystem::remove(folder_ + "/log");
     const PerictlRun run = Run({kRun, c.exit_code, c.line}, c.arguments);
     const std::vector<Json> lines = Lines(run.out);
     ASSERT_FALSE(lines.empty());
@@ -151,8 +205,9 @@ TEST_F(UpgradeCommand, EveryFailureHasItsCodeAndItsEvents) {
       EXPECT_EQ(lines.size(), 1u);
       continue;
     }
+    EXPECT_EQ(lines.front()["event"], "plan");
     EXPECT_NE(log.find(c.log), std::string::npos) << log;
-    ASSERT_GE(lines.size(), 2u);
+    ASSERT_GE(lines.size(), 3u);
     EXPECT_EQ(lines[lines.size() - 2]["event"], "failure");
   }
 }
@@ -162,7 +217,7 @@ TEST_F(UpgradeCommand, TakesWhatMakeUpgradeMakes) {
   Store("payload", sim::MakeVirtualFirmware(0x0203, 1000));
   const std::string keys =
       " --normal-input 'vid_1234&pid_abcd&mi_01&col05' --boot-input 'vid_1234&pid_b007'";
-  const PerictlRun made = Run("--payload DIR/payload -o DIR/file" + keys, MAKE_UPGRADE);
+  const PerictlRun made = RunProgram(MAKE_UPGRADE " --payload DIR/payload -o DIR/file" + keys);
   EXPECT_EQ(made.exit_code, 0) << made.err;
   made.ExpectTells("/file: 9192 bytes\n");
   const Json inspected = Run("upgrade inspect --json DIR/file").Document()["main"];
@@ -177,7 +232,7 @@ TEST_F(UpgradeCommand, TakesWhatMakeUpgradeMakes) {
       {"--payload DIR/payload --reset 080" + keys, "--reset is not pairs of hexadecimal digits"},
   };
   for (const auto& [arguments, line] : refused) {
-    const PerictlRun run = Run("-o DIR/new " + arguments, MAKE_UPGRADE);
+    const PerictlRun run = RunProgram(MAKE_UPGRADE " -o DIR/new " + arguments);
     EXPECT_NE(run.exit_code, 0) << arguments;
     run.ExpectTells(line);
     EXPECT_FALSE(std::filesystem::exists(folder_ + "/new"));

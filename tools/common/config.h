@@ -38,7 +38,7 @@ class NameList {
   bool empty() const { return size_ == 0; }
   size_t size() const { return size_; }
   const std::vector<std::string>& names() const { return names_; }  // at most kMostKept
-  std::string Text() const;                                        // "a, b and 3 more"
+  std::string Text() const;                                         // "a, b and 3 more"
 
  private:
   std::vector<std::string> names_;
@@ -48,7 +48,7 @@ class NameList {
 // A configuration from a file.
 struct ConfigFile {
   ProtocolData record{};
-  KnownBytes known;      // what of the record the file tells; the rest is 0
+  KnownBytes known;  // what of the record the file tells; the rest is 0
   bool from_image = false;
   NameList failed_checks;  // of an image
 

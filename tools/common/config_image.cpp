@@ -27,8 +27,8 @@ ConfigFile LoadConfig(std::string_view content) {
     throw ConfigError("neither an image of " + std::to_string(PERILINK_FLASH_IMAGE_SIZE) +
                       " bytes nor a configuration in JSON");
   }
-  const DeviceConfig image = DeviceConfigFromImage(
-      {reinterpret_cast<const uint8_t*>(content.data()), content.size()});
+  const DeviceConfig image =
+      DeviceConfigFromImage({reinterpret_cast<const uint8_t*>(content.data()), content.size()});
   if (!LooksLikeConfig(image)) {
     throw ConfigError("no configuration: most of its check bytes are wrong");
   }

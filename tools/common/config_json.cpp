@@ -96,8 +96,8 @@ uint32_t NumberFromJson(const InputJson& value, uint32_t most, const std::string
 void RequireEntries(const InputJson& value, size_t least, size_t most, const std::string& path) {
   if (!value.is_array()) Refuse(path, "a list is wanted");
   if (value.size() >= least && value.size() <= most) return;
-  const std::string wanted = least == most ? std::to_string(most)
-                                           : std::to_string(least) + " to " + std::to_string(most);
+  const std::string wanted =
+      least == most ? std::to_string(most) : std::to_string(least) + " to " + std::to_string(most);
   Refuse(path, std::to_string(value.size()) + " entries, " + wanted + " are wanted");
 }
 

@@ -187,10 +187,9 @@ void RequireHoldable(const ProtocolData& record) {
   if (differences.empty()) return;
   const Difference& first = differences.front();
   const bool unnamed = first.field.rfind("macros[", 0) == 0;
-  throw ConfigError(first.field + ": " + first.before.dump() + " would be read back as " +
-                    first.after.dump() +
-                    (unnamed ? ": a macro with events needs a name"
-                             : ": it does not go with the other values"));
+  throw ConfigError(
+      first.field + ": " + first.before.dump() + " would be read back as " + first.after.dump() +
+      (unnamed ? ": a macro with events needs a name" : ": it does not go with the other values"));
 }
 
 DeviceConfig DeviceConfigFromImage(std::span<const uint8_t> image) {
@@ -261,7 +260,6 @@ ConfigUpdate PlanLoad(const DeviceConfig& device, const ConfigFile& file) {
 }
 
 void RequireKept(const ConfigUpdate& update) {
-  RequireHoldable(update.record);
   for (const Member& member : RecordMembers()) {
     if (member.kind != MemberKind::kNumber) continue;
     const uint32_t value = ReadNumber(BytesOf(update.record) + member.offset, member.size);
@@ -273,6 +271,7 @@ void RequireKept(const ConfigUpdate& update) {
                         std::to_string(member.kept_most) + " are possible");
     }
   }
+  RequireHoldable(update.record);
 }
 
 }  // namespace perilink::tools

@@ -41,8 +41,8 @@ class Inspector : public nlohmann::json_sax<InputJson> {
   bool number_float(number_float_t, const string_t&) override { return true; }
   bool string(string_t&) override { return true; }
   bool binary(binary_t&) override { return true; }
-  bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception& error)
-      override {
+  bool parse_error(std::size_t, const std::string&,
+                   const nlohmann::detail::exception& error) override {
     const std::string_view what = error.what();
     throw ConfigError("not JSON: " + Quotable(what.substr(what.find("] ") + 2)));
   }

@@ -35,7 +35,8 @@ size_t Distance(const std::string& from, const std::string& to) {
 
 std::string NearestWord(std::string_view word, std::span<const std::string> candidates) {
   if (word.empty() || word.size() > kLongestWord) return "";
-  // A third of the letters may be wrong: a shorter word has hardly anything else that it could mean.
+  // A third of the letters may be wrong: a shorter word has hardly anything else that it could
+  // mean.
   size_t least = std::max<size_t>(1, word.size() / 3) + 1;
   std::string nearest;
   for (const std::string& candidate : candidates) {

@@ -142,9 +142,10 @@ int Run(int argc, char** argv) {
   AddImageOptions(app, "", main);
   AddImageOptions(app, "slave-", slave);
   app.set_version_flag("--version", "make_upgrade " PERILINK_VERSION_TEXT, "Print the version");
-  app.footer("For example:\n"
-             "  make_upgrade --virtual-version 0x0103 --output mouse.upgrade\n"
-             "    --normal-input 'vid_1234&pid_abcd&mi_01&col05' --boot-input 'vid_1234&pid_b007'");
+  app.footer(
+      "For example:\n"
+      "  make_upgrade --virtual-version 0x0103 --output mouse.upgrade\n"
+      "    --normal-input 'vid_1234&pid_abcd&mi_01&col05' --boot-input 'vid_1234&pid_b007'");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

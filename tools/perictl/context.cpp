@@ -22,8 +22,10 @@ CLI::Validator VirtualModelList() {
           const size_t end = std::min(text.find(',', start), text.size());
           const std::string word = text.substr(start, end - start);
           if (std::find(models.begin(), models.end(), word) == models.end()) {
-            return "'" + word + "' can't be simulated; right is, for example, --virtual=mouse or "
-                   "--virtual=mouse,keyboard" + tools::DidYouMean(word, models);
+            return "'" + word +
+                   "' can't be simulated; right is, for example, --virtual=mouse or "
+                   "--virtual=mouse,keyboard" +
+                   tools::DidYouMean(word, models);
           }
           start = end + 1;
         }
@@ -50,9 +52,9 @@ void AddSelectionOptions(CLI::App& app, Selection& selection) {
       ->type_name("PATH")
       ->group(group);
   app.add_option("--key", selection.key, "a part of that path")->type_name("TEXT")->group(group);
-  CLI::Option* const keyboard = app.add_flag("--keyboard", selection.keyboard,
-                                             "speak to it as to a keyboard, whatever it is")
-                                    ->group(group);
+  CLI::Option* const keyboard =
+      app.add_flag("--keyboard", selection.keyboard, "speak to it as to a keyboard, whatever it is")
+          ->group(group);
   app.add_flag("--mouse", selection.mouse, "speak to it as to a mouse, whatever it is")
       ->group(group)
       ->excludes(keyboard);

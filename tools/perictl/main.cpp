@@ -18,9 +18,9 @@ int Fail(Context& context, ExitCode code, const std::string& message) {
             << '\n';
   if (context.report.json()) {
     context.report.Section("", "");
-    context.report.Data("error", {{"code", static_cast<int>(code)},
-                                  {"name", ExitCodeName(code)},
-                                  {"message", message}});
+    context.report.Data(
+        "error",
+        {{"code", static_cast<int>(code)}, {"name", ExitCodeName(code)}, {"message", message}});
     context.report.Finish();
   }
   return static_cast<int>(code);

@@ -96,8 +96,9 @@ class WordReader {
 
   Key NamedKey(std::string_view name) {
     if (names_.empty()) {
-      Refuse("keys have no names without a description of the device: KIND:CODE:KEYS is wanted, "
-             "as in press:1:0400+10");
+      Refuse(
+          "keys have no names without a description of the device: KIND:CODE:KEYS is wanted, "
+          "as in press:1:0400+10");
     }
     if (const std::optional<Key> key = names_.Find(name)) return *key;
     const std::vector<std::string> all = names_.All();
@@ -125,10 +126,11 @@ class WordReader {
     unsigned value = 0;
     const char* const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, value, base);
-    const bool digits = error == std::errc::result_out_of_range ||
-                        (error == std::errc() && stop == end);
+    const bool digits =
+        error == std::errc::result_out_of_range || (error == std::errc() && stop == end);
     if (!digits) {
-      Refuse(std::string(what) + " '" + Quotable(text) + "' is no number; right is, for example, "
+      Refuse(std::string(what) + " '" + Quotable(text) +
+             "' is no number; right is, for example, "
              "press:1:0400+10");
     }
     if (error != std::errc() || value > most) {

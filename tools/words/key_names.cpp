@@ -26,9 +26,9 @@ const std::vector<Names>& NamesOf(UsagePage page) {
               "n", "o", "p", "q", "r", "s", "t", "u", "v", "w", "x", "y", "z"}},
       {0x1E, {"1", "2", "3", "4", "5", "6", "7", "8", "9", "0"}},
       {0x28,
-       {"enter",      "escape",       "backspace", "tab",       "space",     "minus",
-        "equal",      "leftbracket",  "rightbracket", "backslash", "nonus_hash", "semicolon",
-        "apostrophe", "grave",        "comma",     "period",    "slash",     "capslock"}},
+       {"enter", "escape", "backspace", "tab", "space", "minus", "equal", "leftbracket",
+        "rightbracket", "backslash", "nonus_hash", "semicolon", "apostrophe", "grave", "comma",
+        "period", "slash", "capslock"}},
       {0x3A, {"f1", "f2", "f3", "f4", "f5", "f6", "f7", "f8", "f9", "f10", "f11", "f12"}},
       {0x46,
        {"printscreen", "scrolllock", "pause", "insert", "home", "pageup", "delete", "end",
@@ -47,14 +47,16 @@ const std::vector<Names>& NamesOf(UsagePage page) {
         "rightgui"}},
   };
   static const std::vector<Names> buttons = {
-      {1, {"button1", "button2", "button3", "button4", "button5", "button6", "button7", "button8",
-           "button9", "button10", "button11", "button12", "button13", "button14", "button15",
-           "button16"}},
+      {1,
+       {"button1", "button2", "button3", "button4", "button5", "button6", "button7", "button8",
+        "button9", "button10", "button11", "button12", "button13", "button14", "button15",
+        "button16"}},
   };
   static const std::vector<Names> consumer = {
       {0x6F, {"brightnessup", "brightnessdown"}},
-      {0xB0, {"play", "pause", "record", "fastforward", "rewind", "nexttrack", "previoustrack",
-              "stop", "eject"}},
+      {0xB0,
+       {"play", "pause", "record", "fastforward", "rewind", "nexttrack", "previoustrack", "stop",
+        "eject"}},
       {0xCD, {"playpause"}},
       {0xE2, {"mute"}},
       {0xE9, {"volumeup", "volumedown"}},
@@ -76,12 +78,15 @@ const std::vector<Names>& NamesOf(UsagePage page) {
 }
 
 constexpr Alias kAliases[] = {
-    {"ctrl", "leftcontrol"},    {"control", "leftcontrol"}, {"leftctrl", "leftcontrol"},
-    {"shift", "leftshift"},     {"alt", "leftalt"},         {"win", "leftgui"},
-    {"gui", "leftgui"},         {"cmd", "leftgui"},         {"super", "leftgui"},
-    {"rightctrl", "rightcontrol"}, {"altgr", "rightalt"},   {"esc", "escape"},
-    {"return", "enter"},        {"del", "delete"},          {"ins", "insert"},
-    {"pgup", "pageup"},         {"pgdn", "pagedown"},       {"print", "printscreen"},
+    {"ctrl", "leftcontrol"},     {"control", "leftcontrol"},
+    {"leftctrl", "leftcontrol"}, {"shift", "leftshift"},
+    {"alt", "leftalt"},          {"win", "leftgui"},
+    {"gui", "leftgui"},          {"cmd", "leftgui"},
+    {"super", "leftgui"},        {"rightctrl", "rightcontrol"},
+    {"altgr", "rightalt"},       {"esc", "escape"},
+    {"return", "enter"},         {"del", "delete"},
+    {"ins", "insert"},           {"pgup", "pageup"},
+    {"pgdn", "pagedown"},        {"print", "printscreen"},
     {"caps", "capslock"},
 };
 

@@ -29,8 +29,8 @@ class KeyNames {
   void Add(uint8_t code, UsagePage page) { pages_.emplace_back(code, page); }
   bool empty() const { return pages_.empty(); }
 
-  // Upper and lower case are the same, "ctrl", "shift", "alt" and "win" are the left ones. Of a name
-  // that stands in several pages, the first page's.
+  // Upper and lower case are the same, "ctrl", "shift", "alt" and "win" are the left ones. Of a
+  // name that stands in several pages, the first page's.
   std::optional<Key> Find(std::string_view name) const;
   // A name that Find turns into this key again; empty when there is none.
   std::string NameOf(const Key& key) const;

@@ -21,7 +21,7 @@ constexpr size_t kLongestName = 60;
 constexpr struct {
   const char* name;
   size_t size;
-} kFacts[] = {{"rssi", 1},     {"long_range", 1},    {"device_info", 3},      {"indicator_led", 3},
+} kFacts[] = {{"rssi", 1},     {"long_range", 1},     {"device_info", 3},      {"indicator_led", 3},
               {"bar_mode", 7}, {"serial_number", 10}, {"receiver_colours", 10}};
 
 void AddLeaves(const std::vector<Member>& members, const std::string& path,
@@ -245,7 +245,7 @@ Wording ParseWording(const Node& node, size_t size, bool is_number) {
       }
     }
   }
-  wording.type = node.Has("choices")                ? WordingType::kChoice
+  wording.type = node.Has("choices") ? WordingType::kChoice
                  : is_number || wording.bytes.size() == 1 || node.Has("unit") || node.Has("max")
                      ? WordingType::kNumber
                      : WordingType::kBytes;
@@ -269,8 +269,8 @@ Wording ParseWording(const Node& node, size_t size, bool is_number) {
 
 FieldWords ParseField(const std::string& path, const Node& node) {
   const std::vector<Describable>& all = Describables();
-  const auto field = std::find_if(all.begin(), all.end(),
-                                  [&](const Describable& it) { return it.path == path; });
+  const auto field =
+      std::find_if(all.begin(), all.end(), [&](const Describable& it) { return it.path == path; });
   if (field == all.end()) {
     node.Refuse("there is no such field" + DidYouMean(path, DescribablePaths()));
   }

@@ -114,8 +114,8 @@ void Vocabulary::AddMember(const std::vector<Member>& siblings, const Member& me
     // A nameless member has its list's name, with the index behind it.
     const bool nameless = siblings.front().name.empty();
     const size_t index = nameless ? name_before.rfind('[') : std::string::npos;
-    entry.name = nameless ? words->name + name_before.substr(index)
-                          : Joined(name_before, words->name);
+    entry.name =
+        nameless ? words->name + name_before.substr(index) : Joined(name_before, words->name);
   }
   for (const Wording& part : words->parts) {
     Entry described = entry;
@@ -200,17 +200,15 @@ Value Vocabulary::ValueOf(const Entry& entry, const ProtocolData& record,
   } else if (member.kind == MemberKind::kText) {
     value.text = "\"" + value.raw.get<std::string>() + "\"";
   } else if (entry.wording == nullptr) {
-    value.text =
-        member.kind == MemberKind::kBytes ? HexText({bytes, size}) : value.raw.dump();
+    value.text = member.kind == MemberKind::kBytes ? HexText({bytes, size}) : value.raw.dump();
   } else if (const auto words = InWords(*entry.wording, {bytes, size})) {
     value.text = words->text;
     value.value = words->value;
   } else {
     value.undescribed = true;
     value.value = nullptr;
-    value.text =
-        (member.kind == MemberKind::kNumber ? value.raw.dump() : HexText({bytes, size})) +
-        " (undescribed)";
+    value.text = (member.kind == MemberKind::kNumber ? value.raw.dump() : HexText({bytes, size})) +
+                 " (undescribed)";
   }
   return value;
 }
@@ -266,8 +264,8 @@ std::vector<Change> Vocabulary::Changes(const ProtocolData& before, const KnownB
   std::vector<Change> changes;
   for (const Entry& entry : entries_) {
     Change change{ValueOf(entry, before, known_before), ValueOf(entry, after, known_after)};
-    const bool same = change.before.raw == change.after.raw &&
-                      change.before.unknown == change.after.unknown;
+    const bool same =
+        change.before.raw == change.after.raw && change.before.unknown == change.after.unknown;
     // Of a field in parts, those that say the same have not changed.
     const bool part = entry.wording != nullptr && !entry.wording->name.empty();
     const bool same_part = part && !change.before.unknown && !change.after.unknown &&
@@ -277,8 +275,7 @@ std::vector<Change> Vocabulary::Changes(const ProtocolData& before, const KnownB
   return changes;
 }
 
-std::vector<Value> Vocabulary::Fact(const std::string& name,
-                                    std::span<const uint8_t> bytes) const {
+std::vector<Value> Vocabulary::Fact(const std::string& name, std::span<const uint8_t> bytes) const {
   Value plain;
   plain.field = plain.name = name;
   plain.raw = bytes.size() == 1 ? Json(bytes[0]) : Json(HexText(bytes));

@@ -1,5 +1,5 @@
-// A configuration's fields under the names that people use, with their values in words: as a model's
-// description says, or as the plain numbers of the record where there is none.
+// A configuration's fields under the names that people use, with their values in words: as a
+// model's description says, or as the plain numbers of the record where there is none.
 //
 //   Vocabulary words(&model);
 //   words.Assign(record, "dpi_levels[2].dpi", "800");
@@ -81,8 +81,8 @@ class Vocabulary {
     std::string field;
     std::string name;
     const Member* member;
-    size_t offset;          // of the member in ProtocolData
-    size_t measure_offset;  // of the length beside it; the member's own offset if it has none
+    size_t offset;           // of the member in ProtocolData
+    size_t measure_offset;   // of the length beside it; the member's own offset if it has none
     const Wording* wording;  // or null
 
     Extent Bytes() const {

@@ -211,8 +211,7 @@ void FromWords(const Wording& wording, std::string_view text, const std::string&
       const auto read = BytesFromHex(text, wording.bytes.size());
       if (!read) {
         Refuse(name, "'" + Quotable(text) + "' is not " + std::to_string(wording.bytes.size()) +
-                         " bytes in hexadecimal, as in " +
-                         HexText(Picked(field, wording.bytes)));
+                         " bytes in hexadecimal, as in " + HexText(Picked(field, wording.bytes)));
       }
       bytes = *read;
       break;

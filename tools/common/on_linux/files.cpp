@@ -136,8 +136,7 @@ class NewFile {
   bool TakeOwnerOf(const Target& target) {
     struct stat own {};
     if (fstat(file(), &own) != 0) return false;
-    const bool same =
-        own.st_uid == target.status.st_uid && own.st_gid == target.status.st_gid;
+    const bool same = own.st_uid == target.status.st_uid && own.st_gid == target.status.st_gid;
     return same || fchown(file(), target.status.st_uid, target.status.st_gid) == 0;
   }
   // Zero, or the error's number.

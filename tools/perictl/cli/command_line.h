@@ -16,8 +16,8 @@ struct Example {
 };
 
 struct CommandText {
-  std::string name;     // "set"
-  std::string summary;  // one line
+  std::string name;                  // "set"
+  std::string summary;               // one line
   std::vector<std::string> details;  // paragraphs; a line that begins with a space stays as it is
   std::vector<Example> examples;
 };

@@ -75,9 +75,9 @@ std::string BashCompletion(const CommandPage& root) {
         if (std::find(seen.begin(), seen.end(), name) != seen.end()) continue;
         seen.push_back(name);
         const std::string choices = Joined(option.Choices(), " ");
-        const std::string reply = option.TakesFile() ? "compgen -f -- \"$cur\""
-                                                     : "compgen -W " + Quoted(choices) +
-                                                           " -- \"$cur\"";
+        const std::string reply = option.TakesFile()
+                                      ? "compgen -f -- \"$cur\""
+                                      : "compgen -W " + Quoted(choices) + " -- \"$cur\"";
         values += "    " + name + ") mapfile -t COMPREPLY < <(" + reply + "); return ;;\n";
       }
     }

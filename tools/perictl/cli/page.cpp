@@ -205,8 +205,8 @@ std::string ManName(const CommandPage& page) {
 
 std::string ManPage(const CommandPage& page) {
   const std::string name = ManName(page);
-  std::string text = ".TH " + Upper(Roff(name)) + " 1 \"\" \"perictl " PERICTL_VERSION
-                     "\" \"perilink\"\n.SH NAME\n" +
+  std::string text = ".TH " + Upper(Roff(name)) +
+                     " 1 \"\" \"perictl " PERICTL_VERSION "\" \"perilink\"\n.SH NAME\n" +
                      Roff(name) + " \\- " + Roff(page.text->summary) + "\n";
   text += ".SH SYNOPSIS\n.B " + Roff(page.Usage()) + "\n";
   text += ".SH DESCRIPTION\n" + ManParagraphs(page);

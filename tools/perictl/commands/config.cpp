@@ -148,8 +148,8 @@ void Save(Context& context, const ConfigOptions& options) {
   if (format == "json") {
     RequireConfig(config, "; --format image saves the memory as it is");
     const std::string model = entry.model == nullptr ? "" : entry.model->id;
-    tools::WriteWholeFile(options.file,
-                          tools::ConfigToJson(config.record, SoundBytes(config), model).dump(2) + "\n");
+    tools::WriteWholeFile(
+        options.file, tools::ConfigToJson(config.record, SoundBytes(config), model).dump(2) + "\n");
   } else {
     tools::WriteWholeFile(options.file, std::string(config.image.begin(), config.image.end()));
   }
@@ -255,13 +255,12 @@ void AddGet(CommandLine& line, CLI::App& parent, Context& context, const std::st
 void AddSet(CommandLine& line, CLI::App& parent, Context& context, const std::string& prefix) {
   const auto options = std::make_shared<ConfigOptions>();
   CLI::App& command = line.Add(
-      parent,
-      {"set",
-       "change fields of a device's configuration",
-       {kFields, kValues, "Each change is shown, written, acknowledged and read back."},
-       {{prefix + "set dpi=800", "the resolution of the current level"},
-        {prefix + "set report_rate=1000Hz 'dpi_levels[2].color=#ff0000'", "two fields"},
-        {prefix + "set --dry-run report_rate=500Hz", "only show what would change"}}});
+      parent, {"set",
+               "change fields of a device's configuration",
+               {kFields, kValues, "Each change is shown, written, acknowledged and read back."},
+               {{prefix + "set dpi=800", "the resolution of the current level"},
+                {prefix + "set report_rate=1000Hz 'dpi_levels[2].color=#ff0000'", "two fields"},
+                {prefix + "set --dry-run report_rate=500Hz", "only show what would change"}}});
   command.add_option("FIELD=VALUE", options->assignments, "a field and its new value")
       ->required()
       ->type_name("FIELD=VALUE");
@@ -272,14 +271,15 @@ void AddSet(CommandLine& line, CLI::App& parent, Context& context, const std::st
 
 void AddSave(CommandLine& line, CLI::App& group, Context& context) {
   const auto options = std::make_shared<ConfigOptions>();
-  CLI::App& command = line.Add(
-      group, {"save",
-              "save a device's configuration in a file",
-              {"Fields whose check failed are left out of the JSON, and named."},
-              {{"perictl config save mine.json", "as JSON, to read and to change"},
-               {"perictl config save mine.img", "as the device's image of 6960 bytes"}}});
+  CLI::App& command =
+      line.Add(group, {"save",
+                       "save a device's configuration in a file",
+                       {"Fields whose check failed are left out of the JSON, and named."},
+                       {{"perictl config save mine.json", "as JSON, to read and to change"},
+                        {"perictl config save mine.img", "as the device's image of 6960 bytes"}}});
   AddFile(command, *options, "where to save it; .json, .bin and .img say in which form");
-  command.add_option("--format", options->format, "the form, where the file's name does not say it")
+  command
+      .add_option("--format", options->format, "the form, where the file's name does not say it")
       ->check(OneOf({"json", "image"}))
       ->type_name("json|image");
   SetRun(command, context, [&context, options] { Save(context, *options); });
@@ -315,12 +315,12 @@ void AddShowAndDiff(CommandLine& line, CLI::App& group, Context& context) {
   AddRaw(show, *options);
   SetRun(show, context, [&context, options] { Show(context, *options); });
 
-  CLI::App& diff = line.Add(
-      group, {"diff",
-              "name the fields that differ: of device and file, or of two files",
-              {"The exit code is 10 when any do."},
-              {{"perictl config diff mine.json", "what loading it would change"},
-               {"perictl config diff old.json new.json", "two files"}}});
+  CLI::App& diff =
+      line.Add(group, {"diff",
+                       "name the fields that differ: of device and file, or of two files",
+                       {"The exit code is 10 when any do."},
+                       {{"perictl config diff mine.json", "what loading it would change"},
+                        {"perictl config diff old.json new.json", "two files"}}});
   AddFile(diff, *options, "JSON, or an image of 6960 bytes");
   diff.add_option("FILE2", options->second_file, "a second file, to compare with the first")
       ->type_name("FILE");

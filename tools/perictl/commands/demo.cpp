@@ -23,12 +23,11 @@ void Demo(Context& context) {
 }  // namespace
 
 void AddDemoCommand(CommandLine& line, Context& context) {
-  CLI::App& command = line.Add(
-      line.root(),
-      {"demo",
-       "show on one device what the library does; settings are put back",
-       {"A virtual device gets a new firmware at the end, too."},
-       {{"perictl demo --virtual", "on a virtual mouse"}}});
+  CLI::App& command =
+      line.Add(line.root(), {"demo",
+                             "show on one device what the library does; settings are put back",
+                             {"A virtual device gets a new firmware at the end, too."},
+                             {{"perictl demo --virtual", "on a virtual mouse"}}});
   SetRun(command, context, [&context] { Demo(context); });
 }
 

@@ -53,10 +53,9 @@ void Generate(const CommandLine& line, const fs::path& share) {
 }  // namespace
 
 void AddHelpCommand(CommandLine& line, Context& context) {
-  CLI::App& command = line.Add(line.root(), {"help",
-                                             "print the help of a command",
-                                             {},
-                                             {{"perictl help config set", "as with --help"}}});
+  CLI::App& command = line.Add(
+      line.root(),
+      {"help", "print the help of a command", {}, {{"perictl help config set", "as with --help"}}});
   const auto words = std::make_shared<std::vector<std::string>>();
   command.add_option("COMMAND", *words, "the command; without it, perictl itself")
       ->type_name("COMMAND");

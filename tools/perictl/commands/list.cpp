@@ -109,8 +109,9 @@ void ListInterfaces(Context& context) {
     Json value = InterfaceJson(path);
     value["device"] = owner.empty() ? Json(nullptr) : Json(owner);
     const std::string branch = owner.empty() ? "" : last ? "`- " : "|- ";
-    report.Item("interfaces", branch + (TakesCommands(path) ? "* " : "  ") + path +
-                                  (value["locked"] == true ? "  (locked)" : ""),
+    report.Item("interfaces",
+                branch + (TakesCommands(path) ? "* " : "  ") + path +
+                    (value["locked"] == true ? "  (locked)" : ""),
                 std::move(value));
   };
   for (const DeviceEntry& device : ListDevices(context)) {

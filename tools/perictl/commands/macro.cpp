@@ -35,8 +35,7 @@ void AddMacro(Report& report, const Vocabulary& words, const ProtocolData& recor
               const tools::KnownBytes& known, size_t slot) {
   const tools::Value name = words.Find(FieldOf(slot, "name"), record, known).front();
   const tools::Value events = words.Find(FieldOf(slot, "events"), record, known).front();
-  report.Item("macros",
-              std::to_string(slot) + ": " + name.text + "  " + events.text,
+  report.Item("macros", std::to_string(slot) + ": " + name.text + "  " + events.text,
               {{"slot", slot}, {"name", ToJson(name)}, {"events", ToJson(events)}});
 }
 
@@ -134,8 +133,9 @@ void AddMacroCommands(CommandLine& line, Context& context) {
   CLI::App& set = line.Add(
       group, {"set",
               "change a slot's name, its events, or both",
-              {kNotation, kNotationDetails, "Each change is shown, written, acknowledged and read "
-                                            "back."},
+              {kNotation, kNotationDetails,
+               "Each change is shown, written, acknowledged and read "
+               "back."},
               {{"perictl macro set 3 --name Copy --events ctrl+c", "a name and four events"},
                {"perictl macro set 3 --clear", "empty the slot"}}});
   slot(set)->required();

@@ -64,11 +64,10 @@ void AddModelCommands(CommandLine& line, Context& context) {
                                     {{"perictl model list", "which there are, and where"}}});
   SetRun(list, context, [&context] { List(context); });
   const auto file = std::make_shared<std::string>();
-  CLI::App& check =
-      line.Add(group, {"check",
-                       "check a description, and name what is wrong with it",
-                       {},
-                       {{"perictl model check mine.json", "one that you write"}}});
+  CLI::App& check = line.Add(group, {"check",
+                                     "check a description, and name what is wrong with it",
+                                     {},
+                                     {{"perictl model check mine.json", "one that you write"}}});
   check.add_option("FILE", *file, "the description")->required()->type_name("FILE");
   SetRun(check, context, [&context, file] { Check(context, *file); });
 }

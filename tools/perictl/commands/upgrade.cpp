@@ -70,8 +70,9 @@ void AddProof(Report& report, const UpgradeFile& file, const UpgradeImage& image
               header ? "the header was not damaged: its bytes add up to its checksum"
                      : "nothing: the checksum is wrong, or covers less than the header",
               {{"header", header}, {"payload", false}});
-  report.Line("not proven", "the payload: no checksum covers it; compare its digest with the "
-                            "maker's");
+  report.Line("not proven",
+              "the payload: no checksum covers it; compare its digest with the "
+              "maker's");
 }
 
 void AddImage(Report& report, const UpgradeFile& file, const UpgradeImage& image) {

@@ -27,8 +27,9 @@ std::string KeepInStateFolder(const std::string& name, const std::string& ending
                               const std::string& content) {
   const std::optional<std::string> state = tools::StateFolder();
   if (!state) {
-    throw Failure(ExitCode::kFile,
-                  "there is no folder for a backup: set HOME, or give --backup FILE or --no-backup");
+    throw Failure(
+        ExitCode::kFile,
+        "there is no folder for a backup: set HOME, or give --backup FILE or --no-backup");
   }
   const std::filesystem::path folder = std::filesystem::path(*state) / "backups";
   tools::MakeFolder(folder.string());

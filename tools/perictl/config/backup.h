@@ -22,8 +22,8 @@ struct BackupOptions {
 void AddBackupOptions(CLI::App& command, BackupOptions& options);
 
 // Keeps what was read, as JSON or, where it is no configuration that perictl knows, as the device's
-// image. Returns the file's name; empty when none is wanted. Throws FileError or Failure(kFile) when
-// it can't be kept.
+// image. Returns the file's name; empty when none is wanted. Throws FileError or Failure(kFile)
+// when it can't be kept.
 std::string KeepBackup(const BackupOptions& options, const DeviceEntry& device,
                        const perilink::tools::DeviceConfig& config);
 

@@ -159,8 +159,8 @@ size_t ConfigDevice::Send(const ConfigUpdate& update) {
   return update.writes.size();
 }
 
-// The writes that wait in the queue are dropped; one that is under way may still arrive, so what the
-// device holds is asked.
+// The writes that wait in the queue are dropped; one that is under way may still arrive, so what
+// the device holds is asked.
 void ConfigDevice::FailInterrupted(const ConfigUpdate& update, size_t acknowledged) {
   const std::span<const ConfigPart> writes = update.writes;
   session_.Reopen(path_);
@@ -209,9 +209,8 @@ void ConfigDevice::Write(const ConfigUpdate& update) {
     throw Failure(failure.code(), told + "; they can't be read back: " + failure.what());
   }
   if (missing.empty() && complete) return;
-  told += missing.empty()
-              ? "; read back, it holds all of them"
-              : "; read back, it does not hold the new " + Names(missing);
+  told += missing.empty() ? "; read back, it holds all of them"
+                          : "; read back, it does not hold the new " + Names(missing);
   throw Failure(complete ? ExitCode::kRefused : ExitCode::kNoAnswer, told);
 }
 

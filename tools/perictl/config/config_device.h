@@ -21,8 +21,8 @@ class ConfigDevice {
   perilink::tools::DeviceConfig Read(const std::string& title = "reading");
 
   // Sends the writes, waits until the device has acknowledged each, and reads the configuration
-  // back. Throws Failure, which names the fields, unless all of that succeeds. Ctrl-C ends it behind
-  // the write that is under way: kInterrupted says what was written and what was not.
+  // back. Throws Failure, which names the fields, unless all of that succeeds. Ctrl-C ends it
+  // behind the write that is under way: kInterrupted says what was written and what was not.
   void Write(const perilink::tools::ConfigUpdate& update);
 
  private:

@@ -31,9 +31,8 @@ perilink::tools::ConfigFile ReadConfigFile(const std::string& name);
 void RequireConfig(const perilink::tools::DeviceConfig& device, const std::string& hint = "");
 
 // A whole record: lines, and the members "configuration" and "words".
-void AddConfig(Report& report, const perilink::tools::Vocabulary& words,
-               const ProtocolData& record, const perilink::tools::KnownBytes& known,
-               const std::string& model);
+void AddConfig(Report& report, const perilink::tools::Vocabulary& words, const ProtocolData& record,
+               const perilink::tools::KnownBytes& known, const std::string& model);
 // Some values: lines, and either one value's members or the list "fields".
 void AddValues(Report& report, const std::vector<perilink::tools::Value>& values);
 
@@ -51,8 +50,8 @@ void AddChanges(Report& report, const std::string& key,
 // An update from its plan to its end: shows what changes and, unless it is a dry run, writes and
 // says so.
 void Apply(Report& report, ConfigDevice& device, const perilink::tools::Vocabulary& words,
-           const perilink::tools::DeviceConfig& before,
-           const perilink::tools::ConfigUpdate& update, bool dry_run);
+           const perilink::tools::DeviceConfig& before, const perilink::tools::ConfigUpdate& update,
+           bool dry_run);
 
 }  // namespace perictl
 

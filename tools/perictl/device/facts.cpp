@@ -91,8 +91,7 @@ class Facts {
     const bool readable = std::all_of(std::begin(serial.bytes), std::end(serial.bytes),
                                       [](uint8_t c) { return c > 0x20 && c < 0x7F; });
     const std::string text(std::begin(serial.bytes), std::end(serial.bytes));
-    report_.Fact("serial_number", "serial number",
-                 readable ? text + " (" + bytes + ")" : bytes,
+    report_.Fact("serial_number", "serial number", readable ? text + " (" + bytes + ")" : bytes,
                  {{"raw", bytes}, {"text", readable ? Json(text) : Json(nullptr)}});
   }
 

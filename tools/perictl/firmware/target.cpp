@@ -110,18 +110,17 @@ UpgradeTarget FindUpgradeTarget(const Context& context, UpgradeFile& file, bool 
     return target;
   } else if (selected.empty() || !context.selection.Any()) {
     const std::string what = Describe(context.selection);
-    throw Failure(ExitCode::kNoDevice,
-                  "no device that the file is for" + (what.empty() ? "" : " " + what) +
-                      " is plugged in, neither in normal mode ('" +
-                      Key(NormalHeader(file).normal_input) + "') nor in boot mode ('" +
-                      Key(main.boot_input) + "')");
+    throw Failure(ExitCode::kNoDevice, "no device that the file is for" +
+                                           (what.empty() ? "" : " " + what) +
+                                           " is plugged in, neither in normal mode ('" +
+                                           Key(NormalHeader(file).normal_input) +
+                                           "') nor in boot mode ('" + Key(main.boot_input) + "')");
   } else {
     if (selected.size() > 1) FailSeveral(selected);
     if (!force) {
-      throw Failure(ExitCode::kDeclined, "the file is for '" +
-                                             Key(NormalHeader(file).normal_input) + "', which " +
-                                             selected.front().Title() +
-                                             " is not; --force takes it all the same");
+      throw Failure(ExitCode::kDeclined,
+                    "the file is for '" + Key(NormalHeader(file).normal_input) + "', which " +
+                        selected.front().Title() + " is not; --force takes it all the same");
     }
     target.device = selected.front();
     target.forced = true;

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "context.h"
-#include "perilink/records.h"
 #include "firmware/upgrade_file.h"
+#include "perilink/records.h"
 
 namespace perictl {
 

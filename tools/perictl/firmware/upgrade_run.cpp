@@ -7,6 +7,7 @@
 
 #include "common/protocol.h"
 #include "exit_codes.h"
+#include "firmware/upgrade_words.h"
 #include "perilink/finder.h"
 #include "perilink/upgrade.h"
 #include "selection/interfaces.h"
@@ -16,7 +17,6 @@
 #include "terminal/progress.h"
 #include "terminal/terminal.h"
 #include "terminal/text.h"
-#include "firmware/upgrade_words.h"
 
 namespace perictl {
 namespace {
@@ -193,8 +193,7 @@ void Upgrade::TellInterruption() {
   if (interruption_told_ || !Interrupted()) return;
   interruption_told_ = true;
   if (bar_) bar_->Hide();
-  perictl::Tell(
-      "an upgrade is not stopped half way; Ctrl-C again leaves the device in boot mode");
+  perictl::Tell("an upgrade is not stopped half way; Ctrl-C again leaves the device in boot mode");
 }
 
 // The upgrade thread has ended without a word when neither events nor log lines have come for

@@ -6,8 +6,8 @@
 #include <functional>
 #include <string>
 
-#include "terminal/report.h"
 #include "firmware/upgrade_file.h"
+#include "terminal/report.h"
 
 namespace perictl {
 

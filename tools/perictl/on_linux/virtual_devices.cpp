@@ -2,6 +2,7 @@
 #include "selection/virtual_devices.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
@@ -67,6 +68,17 @@ constexpr Fault kFaults[] = {
     {"write-torn",
      [](sim::Device& device) {
        device.faults().LosePower(sim::At(3), sim::PowerLoss::kDuringWrite);
+     }},
+    // Ctrl-C comes in the middle of the third of them.
+    {"write-interrupted",
+     [](sim::Device& device) {
+       device.faults().OnRequest([](sim::Exchange&) { std::raise(SIGINT); },
+                                 sim::At(3).For(sim::command::kWriteMemory));
+     }},
+    // The command that leads to boot mode is lost.
+    {"reset-silent",
+     [](sim::Device& device) {
+       device.faults().Drop(sim::Always().For(sim::command::kUpdateMode));
      }},
     // The boot loader takes packets without a word, or refuses them.
     {"boot-silent", [](sim::Device& device) { device.boot_faults().Silence(); }},
@@ -247,7 +259,8 @@ bool HappenToVirtualDevice(const std::string& faults) {
     if (timed.at_micros == 0) {
       timed.fault->happen(*device);
     } else {
-      platform::ScheduleIn(timed.at_micros, [fault = timed.fault, device] { fault->happen(*device); });
+      platform::ScheduleIn(timed.at_micros,
+                           [fault = timed.fault, device] { fault->happen(*device); });
     }
   }
   return true;

@@ -29,7 +29,8 @@ std::string ShortInstance(const std::string& path) {
 std::vector<std::string> InterfacesInSight(const Context& context) {
   std::vector<std::string> paths = AllInterfaces();
   const bool virtual_ones = !context.virtual_device.models.empty();
-  std::erase_if(paths, [&](const std::string& path) { return IsVirtualPath(path) != virtual_ones; });
+  std::erase_if(paths,
+                [&](const std::string& path) { return IsVirtualPath(path) != virtual_ones; });
   return paths;
 }
 
@@ -113,8 +114,7 @@ std::string Names(const std::vector<DeviceEntry>& devices) {
   std::string names;
   for (const DeviceEntry& device : devices) {
     names += (names.empty() ? "" : ", ") +
-             (device.number == 0 ? device.path
-                                 : std::to_string(device.number) + " " + device.name);
+             (device.number == 0 ? device.path : std::to_string(device.number) + " " + device.name);
   }
   return names;
 }
@@ -134,8 +134,8 @@ std::string DeviceEntry::Title() const {
 }
 
 Json ToJson(const DeviceEntry& device) {
-  return {{"number", device.number},   {"name", device.name}, {"product", device.Product()},
-          {"id", device.IdText()},     {"path", device.path}, {"virtual", device.is_virtual}};
+  return {{"number", device.number}, {"name", device.name}, {"product", device.Product()},
+          {"id", device.IdText()},   {"path", device.path}, {"virtual", device.is_virtual}};
 }
 
 void AddDevice(Report& report, const DeviceEntry& device) {
@@ -149,9 +149,9 @@ std::vector<DeviceEntry> ListDevices(const Context& context) {
   for (const std::string& path : paths) {
     const auto id = IdOf(path);
     const Model* const boot = id ? context.Models().ForBoot(*id) : nullptr;
-    const bool known = std::any_of(
-        devices.begin(), devices.end(),
-        [&](const DeviceEntry& it) { return it.in_boot_mode && it.id == id; });
+    const bool known = std::any_of(devices.begin(), devices.end(), [&](const DeviceEntry& it) {
+      return it.in_boot_mode && it.id == id;
+    });
     if (!TakesCommands(path) && (boot == nullptr || known)) continue;
     devices.push_back(MakeEntry(context, path));
     devices.back().in_boot_mode = boot != nullptr;
@@ -204,9 +204,10 @@ std::vector<DeviceEntry> RequireDevices(const Context& context) {
   std::vector<DeviceEntry> devices = SelectedDevices(context);
   if (!devices.empty()) return devices;
   for (const DeviceEntry& device : ListedDevices(context)) {
-    throw Failure(ExitCode::kNoDevice,
-                  device.Title() +
-                      " is in boot mode and takes nothing but an upgrade: perictl upgrade run FILE");
+    throw Failure(
+        ExitCode::kNoDevice,
+        device.Title() +
+            " is in boot mode and takes nothing but an upgrade: perictl upgrade run FILE");
   }
   FailNoDevice(context, ListDevices(context));
 }

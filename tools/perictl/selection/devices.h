@@ -2,8 +2,8 @@
 //
 // A device is found by the interface that takes its commands, as `perictl list` shows it, with a
 // number and a short name. The options of Selection narrow the choice down; all that are given must
-// hold. Where several devices are left, a command that reads takes the first and names the others, a
-// command that writes refuses.
+// hold. Where several devices are left, a command that reads takes the first and names the others,
+// a command that writes refuses.
 #ifndef PERILINK_TOOLS_PERICTL_SELECTION_DEVICES_H_
 #define PERILINK_TOOLS_PERICTL_SELECTION_DEVICES_H_
 
@@ -34,7 +34,7 @@ struct Selection {
 };
 
 struct DeviceEntry {
-  std::string path;  // of the interface that takes its commands
+  std::string path;                             // of the interface that takes its commands
   std::optional<perilink::tools::DeviceId> id;  // as the path tells it
   const perilink::tools::Model* model = nullptr;
   size_t number = 0;  // in the list, from 1; 0: it stands in no list

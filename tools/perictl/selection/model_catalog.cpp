@@ -39,7 +39,8 @@ Model ReadModelFile(const std::string& name) {
 
 std::vector<std::string> ModelCatalog::Folders() {
   std::vector<std::string> folders;
-  if (const auto own = tools::ConfigFolder()) folders.push_back((fs::path(*own) / "models").string());
+  if (const auto own = tools::ConfigFolder())
+    folders.push_back((fs::path(*own) / "models").string());
   folders.push_back((fs::path(tools::DataFolder()) / "models").string());
   return folders;
 }

@@ -1,4 +1,5 @@
-// The descriptions of models that are at hand: the user's, and those that came with the installation.
+// The descriptions of models that are at hand: the user's, and those that came with the
+// installation.
 #ifndef PERILINK_TOOLS_PERICTL_SELECTION_MODEL_CATALOG_H_
 #define PERILINK_TOOLS_PERICTL_SELECTION_MODEL_CATALOG_H_
 
@@ -55,8 +56,8 @@ class ModelCatalog {
   const Model* chosen_ = nullptr;
 };
 
-// A description from a file, read and checked. Throws perilink::tools::ConfigError, or FileError when
-// it can't be read.
+// A description from a file, read and checked. Throws perilink::tools::ConfigError, or FileError
+// when it can't be read.
 Model ReadModelFile(const std::string& name);
 
 }  // namespace perictl

@@ -34,8 +34,8 @@ void PlugVirtualDevices(const VirtualChoice& choice);
 // Whether this is an interface of one of them.
 bool IsVirtualPath(const std::string& path);
 
-// An upgrade file with a small firmware for the first, one version on from its own; empty when there
-// is no such device.
+// An upgrade file with a small firmware for the first, one version on from its own; empty when
+// there is no such device.
 std::vector<uint8_t> VirtualUpgradeFile();
 
 // The image of its configuration, or of a keyboard's layers.

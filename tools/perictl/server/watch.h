@@ -37,8 +37,8 @@ void AddWatchLimits(CLI::App& command, WatchOptions& options, CLI::Option* needs
 using WatchSink = std::function<void(const std::string& text, const Json& value)>;
 
 // Runs the background server on the device, through as many removals, returns and sleeps as there
-// are, until a limit is reached, the output is lost or Ctrl-C comes (InterruptGuard). It begins with
-// whatever is there, also with nothing.
+// are, until a limit is reached, the output is lost or Ctrl-C comes (InterruptGuard). It begins
+// with whatever is there, also with nothing.
 void RunWatch(Context& context, const WatchOptions& options, const WatchSink& sink);
 
 // The same, with the events as the report's.
