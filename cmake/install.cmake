@@ -1,5 +1,5 @@
 # What `cmake --install` gives a host: the library with its headers, a CMake package and a
-# pkg-config file, and perictl; on Linux also the platform library and the virtual devices.
+# pkg-config file, and perictl with what belongs to it; on Linux also the platform library and the virtual devices.
 include(CMakePackageConfigHelpers)
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/perilink)
 
@@ -18,6 +18,8 @@ install(TARGETS ${libraries} EXPORT perilinkTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(TARGETS perictl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# perictl's descriptions of models, manual pages and completions, as the build has made them.
+install(DIRECTORY ${PROJECT_BINARY_DIR}/share/ DESTINATION ${CMAKE_INSTALL_DATAROOTDIR})
 
 install(EXPORT perilinkTargets NAMESPACE perilink:: DESTINATION ${package_folder})
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/perilinkConfig.cmake.in

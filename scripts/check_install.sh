@@ -26,6 +26,12 @@ if [[ $system == windows ]]; then
   expected='no such device'
 fi
 
+if [[ $system == linux ]]; then
+  # What belongs to perictl is found beside it.
+  "$work/installed/bin/perictl" list --virtual | grep -F 'virtual-mouse (virtual)'
+  mandoc "$work/installed/share/man/man1/perictl-set.1" | grep -F 'dpi=800'
+fi
+
 cmake -G Ninja -S "$work/examples" -B "$work/build" "${toolchain[@]}" \
   -DCMAKE_PREFIX_PATH="$work/installed" -DCMAKE_BUILD_TYPE=Debug
 cmake --build "$work/build"

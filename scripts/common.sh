@@ -6,7 +6,7 @@ logs=$root/build/logs
 jobs=$(nproc)
 
 # What building and running perictl needs.
-run_packages=(cmake ninja-build g++ python3 libcli11-dev nlohmann-json3-dev libgtest-dev
+run_packages=(cmake ninja-build g++ python3 libcli11-dev nlohmann-json3-dev nettle-dev libgtest-dev
   libbenchmark-dev libudev-dev)
 # What the virtual machine of scripts/vm.sh needs.
 vm_packages=(qemu-system-x86 cpio python3)
@@ -14,7 +14,7 @@ vm_packages=(qemu-system-x86 cpio python3)
 fuzz_packages=(clang-14 libclang-rt-14-dev)
 # What the tests need beyond it.
 test_packages=(git "${fuzz_packages[@]}" clang-format-14 shellcheck binutils googletest pkgconf
-  g++-mingw-w64-x86-64-posix wine64)
+  g++-mingw-w64-x86-64-posix wine64 mandoc bash zsh fish)
 # What measuring the coverage needs beyond the first.
 coverage_packages=(gcovr)
 

@@ -76,10 +76,13 @@ std::string Paragraph(const std::string& text, size_t width) {
 
 // ---- Manual pages ------------------------------------------------------------------------------
 
+constexpr size_t kManWidth = 78;
+
 // Text that no macro and no escape of the formatter's is hidden in.
 std::string Roff(const std::string& text) {
   std::string roff;
-  for (const char c : text) {
+  const bool as_it_is = text.rfind(' ', 0) == 0;
+  for (const char c : as_it_is ? text : Wrapped(text, kManWidth, 0)) {
     if (c == '\\') {
       roff += "\\e";
     } else if (c == '-') {
@@ -127,7 +130,7 @@ std::string OptionText::Heading() const {
 
 std::vector<std::string> OptionText::Choices() const {
   std::vector<std::string> choices;
-  const bool small = std::any_of(value.begin(), value.end(), [](char c) { return c >= 'a'; });
+  const bool small = std::any_of(value.begin(), value.end(), [](char c) { return c >= 'a' && c <= 'z'; });
   if (!small) return choices;
   for (size_t start = 0; start <= value.size();) {
     const size_t end = std::min(value.find('|', start), value.size());
@@ -203,10 +206,10 @@ std::string ManName(const CommandPage& page) {
   return name;
 }
 
-std::string ManPage(const CommandPage& page) {
+std::string ManPage(const CommandPage& page, const std::string& date) {
   const std::string name = ManName(page);
   std::string text = ".TH " + Upper(Roff(name)) +
-                     " 1 \"\" \"perictl " PERICTL_VERSION "\" \"perilink\"\n.SH NAME\n" +
+                     " 1 " + date + " \"perictl " PERICTL_VERSION "\" \"perilink\"\n.SH NAME\n" +
                      Roff(name) + " \\- " + Roff(page.text->summary) + "\n";
   text += ".SH SYNOPSIS\n.B " + Roff(page.Usage()) + "\n";
   text += ".SH DESCRIPTION\n" + ManParagraphs(page);

@@ -46,8 +46,8 @@ CommandPage PageOf(const CommandLine& line, const CLI::App& command);
 
 // What --help prints, in lines of this width.
 std::string HelpText(const CommandPage& page, size_t width);
-// The manual page in the man macros, of section 1.
-std::string ManPage(const CommandPage& page);
+// The manual page in the man macros, of section 1. `date` is as in 2026-11-23.
+std::string ManPage(const CommandPage& page, const std::string& date);
 // Its file's name without ".1": "perictl-config-save"
 std::string ManName(const CommandPage& page);
 

@@ -36,15 +36,15 @@ void WriteNew(const fs::path& file, const std::string& content) {
   perilink::tools::WriteWholeFile(file.string(), content);
 }
 
-void WritePages(const CommandPage& page, const fs::path& folder) {
-  WriteNew(folder / (ManName(page) + ".1"), ManPage(page));
+void WritePages(const CommandPage& page, const fs::path& folder, const std::string& date) {
+  WriteNew(folder / (ManName(page) + ".1"), ManPage(page, date));
   for (const CommandPage& sub : page.commands)
-    WritePages(sub, folder);
+    WritePages(sub, folder, date);
 }
 
-void Generate(const CommandLine& line, const fs::path& share) {
+void Generate(const CommandLine& line, const fs::path& share, const std::string& date) {
   const CommandPage root = PageOf(line, line.root());
-  WritePages(root, share / "man" / "man1");
+  WritePages(root, share / "man" / "man1", date);
   WriteNew(share / "bash-completion" / "completions" / "perictl", BashCompletion(root));
   WriteNew(share / "zsh" / "site-functions" / "_perictl", ZshCompletion(root));
   WriteNew(share / "fish" / "vendor_completions.d" / "perictl.fish", FishCompletion(root));
@@ -67,8 +67,10 @@ void AddGenerateCommand(CommandLine& line, Context& context) {
       line.Add(line.root(), {"generate", "write manual pages and completions", {}, {}});
   command.group("");
   const auto folder = std::make_shared<std::string>();
+  const auto date = std::make_shared<std::string>();
   command.add_option("FOLDER", *folder, "the share folder")->required()->type_name("FOLDER");
-  SetRun(command, context, [&line, folder] { Generate(line, *folder); });
+  command.add_option("DATE", *date, "that the pages bear")->required()->type_name("DATE");
+  SetRun(command, context, [&line, folder, date] { Generate(line, *folder, *date); });
 }
 
 }  // namespace perictl
