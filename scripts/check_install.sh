@@ -29,7 +29,7 @@ fi
 if [[ $system == linux ]]; then
   # What belongs to perictl is found beside it.
   "$work/installed/bin/perictl" list --virtual | grep -F 'virtual-mouse (virtual)'
-  mandoc "$work/installed/share/man/man1/perictl-set.1" | grep -F 'dpi=800'
+  mandoc "$work/installed/share/man/man1/perictl-set.1" | grep -F 'the resolution of the current level'
 fi
 
 cmake -G Ninja -S "$work/examples" -B "$work/build" "${toolchain[@]}" \

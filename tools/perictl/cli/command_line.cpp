@@ -50,6 +50,7 @@ CommandLine::CommandLine(const CommandText& text) : app_(text.summary, text.name
   texts_[&app_] = text;
   app_.require_subcommand(1);
   app_.fallthrough();
+  app_.allow_windows_style_options(false);  // "/name" is a file everywhere
   app_.set_help_flag("-h,--help", "print this help");
 }
 
