@@ -14,7 +14,7 @@ vm_packages=(qemu-system-x86 cpio python3)
 fuzz_packages=(clang-14 libclang-rt-14-dev)
 # What the tests need beyond it.
 test_packages=(git "${fuzz_packages[@]}" clang-format-14 shellcheck binutils googletest pkgconf
-  g++-mingw-w64-x86-64-posix wine64 mandoc bash zsh fish)
+  g++-mingw-w64-x86-64-posix wine64 mandoc bash zsh fish mono-mcs)
 # What measuring the coverage needs beyond the first.
 coverage_packages=(gcovr)
 

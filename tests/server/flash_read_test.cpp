@@ -89,7 +89,7 @@ std::vector<SlotEvent> Events(size_t count) {
 }
 
 TEST_F(FlashRead, EmptySlotsAreOnlyProbed) {
-  std::vector<std::pair<int, int>> expected = {{0, 233}, {6912, 48}};
+  std::vector<std::pair<int, int>> expected = {{0, PERILINK_SETTINGS_BLOCK_SIZE}, {6912, 48}};
   for (int slot = 0; slot < 16; ++slot)
     expected.emplace_back(256 + 32 * slot, 10);
   for (int slot = 0; slot < 16; ++slot) {
@@ -105,8 +105,9 @@ TEST_F(FlashRead, EmptySlotsAreOnlyProbed) {
   EXPECT_EQ(frames, 24u + 5 + 16 + 32);
   EXPECT_LE(static_cast<double>(took_ms), 1.02 * static_cast<double>(frames * (8 + 1)) + 1);
   // What is not in use is erased, and the rest has become the library's own record.
-  EXPECT_EQ(std::count(callbacks[0].data.begin() + 233, callbacks[0].data.begin() + 768, 0xFF),
-            535);
+  const auto behind_settings = callbacks[0].data.begin() + PERILINK_SETTINGS_BLOCK_SIZE;
+  const auto macros = callbacks[0].data.begin() + 768;
+  EXPECT_EQ(std::count(behind_settings, macros, 0xFF), macros - behind_settings);
   EXPECT_TRUE(StoredProtocolData::Instance().parsed());
 }
 
@@ -276,6 +277,9 @@ TEST_F(FlashRead, FindsWhatAnUpdateHasWritten) {
   ExpectWholeRead();
   for (int round = 0; round < 4; ++round) {
     ProtocolData record = RandomRecord(random);
+    for (MacroKey& macro : record.macros) {
+      if (macro.name_length == 0) macro = {};  // a whole read leaves out what has no name
+    }
     ProtocolDataUpdate(&record);
     EXPECT_FALSE(QueuedEntries().empty());
     for (int i = 0; i < 600 && !QueuedEntries().empty(); ++i)

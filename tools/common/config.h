@@ -38,7 +38,8 @@ class NameList {
   bool empty() const { return size_ == 0; }
   size_t size() const { return size_; }
   const std::vector<std::string>& names() const { return names_; }  // at most kMostKept
-  std::string Text() const;                                         // "a, b and 3 more"
+  // "a, b and 3 more": so many of them by name.
+  std::string Text(size_t most = 8) const;
 
  private:
   std::vector<std::string> names_;

@@ -247,12 +247,12 @@ void NameList::Add(std::string name) {
   if (++size_ <= kMostKept) names_.push_back(std::move(name));
 }
 
-std::string NameList::Text() const {
-  constexpr size_t kMostShown = 8;
+std::string NameList::Text(size_t most) const {
+  const size_t shown = std::min(most, names_.size());
   std::string text;
-  for (size_t i = 0; i < std::min(kMostShown, names_.size()); ++i)
+  for (size_t i = 0; i < shown; ++i)
     text += (i == 0 ? "" : ", ") + names_[i];
-  if (size_ > kMostShown) text += " and " + std::to_string(size_ - kMostShown) + " more";
+  if (size_ > shown) text += " and " + std::to_string(size_ - shown) + " more";
   return text;
 }
 

@@ -167,6 +167,7 @@ CommandPage PageOf(const CommandLine& line, const CLI::App& command) {
 
 std::string HelpText(const CommandPage& page, size_t width) {
   std::string text = page.text->summary + ".\n\n";
+  text[0] = static_cast<char>(text[0] >= 'a' && text[0] <= 'z' ? text[0] - 'a' + 'A' : text[0]);
   text += "Usage: " + Wrapped(page.Usage(), width, 7) + "\n";
   for (const std::string& paragraph : page.text->details)
     text += "\n" + Paragraph(paragraph, width);

@@ -46,7 +46,7 @@ void DemoUpgrade(DemoState& state) {
   report.Fact("packets", "packets", std::to_string(image.PacketCount()), image.PacketCount());
   const UpgradeBar bar = report.json() ? UpgradeBar::kNone : UpgradeBar::kOnTerminal;
   RunUpgrade(file, kTimeoutMs, bar, [&report](const std::string& text, const Json& value) {
-    if (!text.empty()) report.Item("events", text, value);
+    if (value["event"] != "progress") report.Item("events", text, value);
   });
   state.device = AwaitReturn(state.context);
   const int32_t after = ReadVersion(state.device.path);

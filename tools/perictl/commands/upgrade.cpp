@@ -139,16 +139,18 @@ void RequireLog(const UpgradeOptions& options) {
   perilink::tools::RequireWritable(options.log, perilink::tools::Links::kNone);
 }
 
-// The backup's file, or why there is none.
-std::string KeepBackupOf(const UpgradeTarget& target, const UpgradeOptions& options) {
-  if (!target.device || options.backup.none) return "";
-  return KeepBackup(options.backup, *target.device,
-                    ConfigDevice(*target.device).Read("backing up"));
+// A line, or an event, that names the backup's file.
+void KeepBackupOf(Report& report, const UpgradeTarget& target, const UpgradeOptions& options) {
+  if (!target.device || options.backup.none) return;
+  const std::string file = KeepBackup(options.backup, *target.device,
+                                      ConfigDevice(*target.device).Read("backing up"));
+  if (report.json()) return report.Event("", {{"at_ms", 0}, {"event", "backup"}, {"file", file}});
+  report.Line("backup", file);
 }
 
 // What is going to happen: lines, or the first event.
 void TellPlan(Report& report, const UpgradeTarget& target, const UpgradeFile& file,
-              const UpgradeOptions& options, const std::string& backup) {
+              const UpgradeOptions& options) {
   const UpgradeImage& image = file.images.front();
   const std::string product = SafeText(TextOf(image.header.product_name));
   const std::string digest = Sha256(PayloadOf(file, image));
@@ -162,7 +164,6 @@ void TellPlan(Report& report, const UpgradeTarget& target, const UpgradeFile& fi
     plan["product"] = product;
     plan["packets"] = image.PacketCount();
     plan["payload_digest"] = digest;
-    plan["backup"] = backup.empty() ? Json(nullptr) : Json(backup);
     return report.Event("", plan);
   }
   report.Section("", "Upgrade:");
@@ -176,10 +177,8 @@ void TellPlan(Report& report, const UpgradeTarget& target, const UpgradeFile& fi
                              std::to_string(image.PacketCount()) + " packets");
   report.Line("payload's SHA-256", digest);
   if (target.forced) report.Line("forced", "the file is for devices with other ids");
-  report.Line("backup", !backup.empty()   ? backup
-                        : !target.device  ? "none: in boot mode nothing can be read"
-                        : options.dry_run ? "none yet"
-                                          : "none (--no-backup)");
+  if (!target.device) report.Line("backup", "none: in boot mode nothing can be read");
+  if (target.device && options.backup.none) report.Line("backup", "none (--no-backup)");
 }
 
 void RequireConsent(const Report& report, const UpgradeTarget& target,
@@ -196,12 +195,10 @@ void Run(Context& context, const UpgradeOptions& options) {
   UpgradeFile file = ReadUpgradeFile(options.file);
   RequireSound(file, options.file);
   const UpgradeTarget target = FindUpgradeTarget(context, file, options.force);
-  if (options.dry_run) {
-    TellPlan(report, target, file, options, "");
-    return report.Remark("nothing was sent (--dry-run)");
-  }
-  TellPlan(report, target, file, options, KeepBackupOf(target, options));
+  TellPlan(report, target, file, options);
+  if (options.dry_run) return report.Remark("nothing was sent (--dry-run)");
   RequireConsent(report, target, options);
+  KeepBackupOf(report, target, options);
 
   std::optional<Failure> failure;
   try {

@@ -58,11 +58,11 @@ std::vector<size_t> CountAddresses() {
   return addresses;
 }
 
-std::string Names(std::span<const ConfigPart> parts) {
+std::string Names(std::span<const ConfigPart> parts, size_t most = 8) {
   perilink::tools::NameList names;
   for (const ConfigPart& part : parts)
     names.Add(part.name);
-  return names.empty() ? "nothing" : names.Text();
+  return names.empty() ? "nothing" : names.Text(most);
 }
 
 // What of the update the device does not hold.
@@ -178,8 +178,10 @@ void ConfigDevice::FailInterrupted(const ConfigUpdate& update, size_t acknowledg
     const auto is_it = [&](const ConfigPart& other) { return other.name == part.name; };
     if (std::none_of(missing.begin(), missing.end(), is_it)) written.push_back(part);
   }
-  throw Failure(ExitCode::kInterrupted, "interrupted; written, " + how + ": " + Names(written) +
-                                            "; not written: " + Names(missing));
+  constexpr size_t kAll = perilink::tools::NameList::kMostKept;
+  throw Failure(ExitCode::kInterrupted, "interrupted; written, " + how + ": " +
+                                            Names(written, kAll) +
+                                            "; not written: " + Names(missing, kAll));
 }
 
 void ConfigDevice::Write(const ConfigUpdate& update) {
