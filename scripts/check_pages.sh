@@ -49,7 +49,7 @@ check() {
     grep -F -- "${option//-/\\-}" "$page" >/dev/null || fail "$page says nothing of $option"
   done
   offers "$line-" "${options[@]}"
-  mapfile -t commands < <(sed -n '/^Commands:/,/^$/s/^  \([a-z][a-z]*\) .*/\1/p' "$work/help")
+  mapfile -t commands < <(sed -n '/^Commands:/,/^$/s/^  \([a-z][a-z-]*\) .*/\1/p' "$work/help")
   ((${#commands[@]} == 0)) && return
   offers "$line" "${commands[@]}"
   for command in "${commands[@]}"; do check "$@" "$command"; done
