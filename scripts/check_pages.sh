@@ -3,6 +3,7 @@
 # shells want, and against what perictl's own help says:
 #   check_pages.sh BUILD_FOLDER
 set -euo pipefail
+shopt -s extglob
 perictl=$1/bin/perictl share=$1/share
 pages=0
 work=$(mktemp -d)
@@ -26,13 +27,12 @@ in_fish() {
 
 # offers WORDS...: whether each shell offers these behind the line.
 offers() {
-  local line=$1 shell word
+  local line=$1 shell word offered
   shift
   for shell in in_bash in_fish; do
-    "$shell" "$line" >"$work/offered"
+    offered=$'\n'$("$shell" "$line")$'\n'
     for word in "$@"; do
-      grep -xE -- "$word=?" "$work/offered" >/dev/null ||
-        fail "$shell does not complete '$line' to $word"
+      [[ $offered == *$'\n'"$word"?(=)$'\n'* ]] || fail "$shell does not complete '$line' to $word"
     done
   done
 }
@@ -43,10 +43,11 @@ check() {
   page=$share/man/man1/$(tr ' ' - <<<"perictl${*:+ $*}").1
   mandoc -T lint -W warning "$page" || fail "$page is no sound page"
   pages=$((pages + 1))
+  text=$(<"$page")
   "$perictl" "$@" --help >"$work/help"
   mapfile -t options < <(sed -nE 's/^  (-[a-z], )?(--[a-z-]+).*/\2/p' "$work/help")
   for option in "${options[@]}"; do
-    grep -F -- "${option//-/\\-}" "$page" >/dev/null || fail "$page says nothing of $option"
+    [[ $text == *"${option//-/\\-}"* ]] || fail "$page says nothing of $option"
   done
   offers "$line-" "${options[@]}"
   mapfile -t commands < <(sed -n '/^Commands:/,/^$/s/^  \([a-z][a-z-]*\) .*/\1/p' "$work/help")
