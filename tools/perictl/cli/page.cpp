@@ -130,7 +130,8 @@ std::string OptionText::Heading() const {
 
 std::vector<std::string> OptionText::Choices() const {
   std::vector<std::string> choices;
-  const bool small = std::any_of(value.begin(), value.end(), [](char c) { return c >= 'a' && c <= 'z'; });
+  const bool small =
+      std::any_of(value.begin(), value.end(), [](char c) { return c >= 'a' && c <= 'z'; });
   if (!small) return choices;
   for (size_t start = 0; start <= value.size();) {
     const size_t end = std::min(value.find('|', start), value.size());
@@ -209,9 +210,9 @@ std::string ManName(const CommandPage& page) {
 
 std::string ManPage(const CommandPage& page, const std::string& date) {
   const std::string name = ManName(page);
-  std::string text = ".TH " + Upper(Roff(name)) +
-                     " 1 " + date + " \"perictl " PERICTL_VERSION "\" \"perilink\"\n.SH NAME\n" +
-                     Roff(name) + " \\- " + Roff(page.text->summary) + "\n";
+  std::string text = ".TH " + Upper(Roff(name)) + " 1 " + date +
+                     " \"perictl " PERICTL_VERSION "\" \"perilink\"\n.SH NAME\n" + Roff(name) +
+                     " \\- " + Roff(page.text->summary) + "\n";
   text += ".SH SYNOPSIS\n.B " + Roff(page.Usage()) + "\n";
   text += ".SH DESCRIPTION\n" + ManParagraphs(page);
   if (!page.commands.empty()) text += ".SH COMMANDS\n";

@@ -56,14 +56,14 @@ void PrintRule(Context& context, const std::string& group) {
 
 void AddUdevRuleCommand(CommandLine& line, Context& context) {
   if (!kHasUdev) return;
-  CLI::App& command =
-      line.Add(line.root(),
-               {"udev-rule",
-                "print the rule that lets you open the devices of a vendor (--vid)",
-                {"Devices belong to the system's administrator until a rule permits more. The rule's "
-                 "comments say how to install it."},
-                {{"perictl udev-rule --vid 1234", "for whoever sits at the machine"},
-                 {"perictl udev-rule --vid 1234 --group plugdev", "for a group's members"}}});
+  CLI::App& command = line.Add(
+      line.root(),
+      {"udev-rule",
+       "print the rule that lets you open the devices of a vendor (--vid)",
+       {"Devices belong to the system's administrator until a rule permits more. The rule's "
+        "comments say how to install it."},
+       {{"perictl udev-rule --vid 1234", "for whoever sits at the machine"},
+        {"perictl udev-rule --vid 1234 --group plugdev", "for a group's members"}}});
   const auto group = std::make_shared<std::string>();
   command.add_option("--group", *group, "for a group's members, not for who sits at the machine")
       ->type_name("GROUP");

@@ -142,8 +142,8 @@ void RequireLog(const UpgradeOptions& options) {
 // A line, or an event, that names the backup's file.
 void KeepBackupOf(Report& report, const UpgradeTarget& target, const UpgradeOptions& options) {
   if (!target.device || options.backup.none) return;
-  const std::string file = KeepBackup(options.backup, *target.device,
-                                      ConfigDevice(*target.device).Read("backing up"));
+  const std::string file =
+      KeepBackup(options.backup, *target.device, ConfigDevice(*target.device).Read("backing up"));
   if (report.json()) return report.Event("", {{"at_ms", 0}, {"event", "backup"}, {"file", file}});
   report.Line("backup", file);
 }

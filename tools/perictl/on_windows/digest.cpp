@@ -18,8 +18,8 @@ std::string Sha256(std::span<const uint8_t> bytes) {
   const bool done =
       BCryptOpenAlgorithmProvider(&algorithm, BCRYPT_SHA256_ALGORITHM, nullptr, 0) == 0 &&
       BCryptCreateHash(algorithm, &hash, nullptr, 0, nullptr, 0, 0) == 0 &&
-      BCryptHashData(hash, const_cast<PUCHAR>(bytes.data()), static_cast<ULONG>(bytes.size()),
-                     0) == 0 &&
+      BCryptHashData(hash, const_cast<PUCHAR>(bytes.data()), static_cast<ULONG>(bytes.size()), 0) ==
+          0 &&
       BCryptFinishHash(hash, digest, sizeof digest, 0) == 0;
   if (hash != nullptr) BCryptDestroyHash(hash);
   if (algorithm != nullptr) BCryptCloseAlgorithmProvider(algorithm, 0);
