@@ -45,7 +45,7 @@ TEST_F(Perictl, ErrorsOfUsageNameTheirCauseAndAnExample) {
   const PerictlStep steps[] = {
       {"", 2, "a command is missing behind 'perictl': list, info"},
       {"lsit", 2, "there is no command 'lsit'; did you mean 'list'?"},
-      {"config sav x", 2, "did you mean 'save'?; for example: perictl config get"},
+      {"config sav x", 2, "did you mean 'save'? ('perictl config --help' helps)"},
       {"config", 2, "a command is missing behind 'perictl config': get"},
       {"list extra", 2, "'extra' is too much: perictl list takes options alone"},
       {"info --jsn", 2, "there is no option '--jsn'; did you mean '--json'?"},

@@ -89,7 +89,8 @@ std::string CommandLine::Explain(const CLI::ParseError& error) const {
   for (std::string::size_type at; (at = message.find('\n')) != std::string::npos;)
     message[at] = ' ';
   const std::vector<Example>& examples = TextOf(command).examples;
-  if (!examples.empty()) message += "; for example: " + examples.front().command;
+  const bool suggests = message.back() == '?';
+  if (!suggests && !examples.empty()) message += "; for example: " + examples.front().command;
   return message + " ('" + FullName(command) + " --help' helps)";
 }
 

@@ -76,8 +76,10 @@ void ListDevicesIn(Context& context) {
   } else {
     report.Section("", "  " + Columns(rows[0], widest));
   }
-  for (size_t i = 0; i < devices.size(); ++i)
+  for (size_t i = 0; i < devices.size(); ++i) {
     report.Item("devices", Columns(rows[i + 1], widest), values[i]);
+    if (values[i].contains("problem")) report.Remark(values[i]["problem"].get<std::string>());
+  }
   const size_t others = SelectedInterfaces(context).size();
   size_t theirs = 0;
   for (const DeviceEntry& device : devices)

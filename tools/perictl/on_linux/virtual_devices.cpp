@@ -9,8 +9,6 @@
 #include <iterator>
 #include <optional>
 
-#include "common/ascii.h"
-
 #include "perilink_platform/registry.h"
 #include "perilink_platform/world.h"
 #include "sim/keyboard.h"
@@ -212,16 +210,6 @@ void PlugVirtualDevices(const VirtualChoice& choice) {
     models.erase(0, end + 1);
   }
   if (!choice.fault.empty()) HappenToVirtualDevice(choice.fault);
-}
-
-bool IsVirtualPath(const std::string& path) {
-  using perilink::tools::Lower;
-  const auto holds = [&](const std::string& part) {
-    return Lower(path).find(Lower(part)) != std::string::npos;
-  };
-  return std::any_of(Devices().begin(), Devices().end(), [&](const sim::Device* device) {
-    return holds("#7&" + device->options().instance + "&");
-  });
 }
 
 std::vector<uint8_t> VirtualUpgradeFile() {

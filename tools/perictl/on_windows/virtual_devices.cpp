@@ -14,9 +14,6 @@ std::string CheckVirtualFaults(const std::string&) {
 }
 void StartVirtualTime() {}
 void PlugVirtualDevices(const VirtualChoice&) {}
-bool IsVirtualPath(const std::string&) {
-  return false;
-}
 std::vector<uint8_t> VirtualUpgradeFile() {
   return {};
 }

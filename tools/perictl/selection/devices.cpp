@@ -25,20 +25,11 @@ std::string ShortInstance(const std::string& path) {
 
 // ---- What is there -----------------------------------------------------------------------------
 
-// With virtual devices the machine's are out of sight, and without them there are none.
-std::vector<std::string> InterfacesInSight(const Context& context) {
-  std::vector<std::string> paths = AllInterfaces();
-  const bool virtual_ones = !context.virtual_device.models.empty();
-  std::erase_if(paths,
-                [&](const std::string& path) { return IsVirtualPath(path) != virtual_ones; });
-  return paths;
-}
-
 DeviceEntry MakeEntry(const Context& context, const std::string& path) {
   DeviceEntry device;
   device.path = path;
   device.id = IdOf(path);
-  device.is_virtual = IsVirtualPath(path);
+  device.is_virtual = !context.virtual_device.models.empty();  // the machine's are hidden then
   if (device.id) device.model = context.Models().For(*device.id);
   const Selection& selection = context.selection;
   const bool described = device.model != nullptr && device.model->keyboard;
@@ -56,6 +47,11 @@ void AddInterfaces(DeviceEntry& device, const std::vector<std::string>& paths) {
     const bool same = InstanceOf(path) == InstanceOf(device.path);
     if (IdOf(path) == device.id && (same || alone)) device.interfaces.push_back(path);
   }
+}
+
+// The name that it shares with others of its kind.
+std::string KindName(const DeviceEntry& device) {
+  return device.name.substr(0, device.name.find('@'));
 }
 
 void NameThem(std::vector<DeviceEntry>& devices) {
@@ -92,14 +88,15 @@ bool Meets(const std::string& path, const Selection& selection) {
 bool IsCalled(const DeviceEntry& device, const std::string& word) {
   const std::string wanted = Lower(word);
   return wanted == std::to_string(device.number) || wanted == device.name ||
-         wanted == device.name + "@" + ShortInstance(device.path);
+         wanted == KindName(device) ||
+         wanted == KindName(device) + "@" + ShortInstance(device.path);
 }
 
 [[noreturn]] void FailNoDevice(const Context& context, const std::vector<DeviceEntry>& all) {
   const Selection& selection = context.selection;
   std::vector<std::string> names;
   for (const DeviceEntry& device : all)
-    names.push_back(device.name);
+    names.insert(names.end(), {device.name, KindName(device)});
   std::string hint = "; 'perictl list' shows what there is";
   if (all.empty() && context.virtual_device.models.empty() && !VirtualModels().empty()) {
     hint = "; --virtual simulates one";
@@ -144,7 +141,7 @@ void AddDevice(Report& report, const DeviceEntry& device) {
 }
 
 std::vector<DeviceEntry> ListDevices(const Context& context) {
-  const std::vector<std::string> paths = InterfacesInSight(context);
+  const std::vector<std::string> paths = AllInterfaces();
   std::vector<DeviceEntry> devices;
   for (const std::string& path : paths) {
     const auto id = IdOf(path);
@@ -164,7 +161,7 @@ std::vector<DeviceEntry> ListDevices(const Context& context) {
 
 std::vector<std::string> SelectedInterfaces(const Context& context) {
   const std::vector<DeviceEntry> all = ListDevices(context);
-  std::vector<std::string> paths = InterfacesInSight(context);
+  std::vector<std::string> paths = AllInterfaces();
   std::erase_if(paths, [&](const std::string& path) {
     const auto is_its = [&](const DeviceEntry& device) {
       return IsCalled(device, context.selection.device) &&

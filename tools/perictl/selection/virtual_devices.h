@@ -28,11 +28,9 @@ std::string CheckVirtualFaults(const std::string& faults);
 // Makes time virtual: what waits takes no time. Before everything else, if at all.
 void StartVirtualTime();
 
-// Plugs the devices in; they stay until the process ends. What is saved about them goes with it.
+// Hides the machine's devices and plugs these in; they stay until the process ends. What is saved
+// about them goes with it.
 void PlugVirtualDevices(const VirtualChoice& choice);
-
-// Whether this is an interface of one of them.
-bool IsVirtualPath(const std::string& path);
 
 // An upgrade file with a small firmware for the first, one version on from its own; empty when
 // there is no such device.
