@@ -1,6 +1,6 @@
 // Reports of a device that need not be honest, through the server's dispatcher. An input is a list
-// of steps of a host (support/host.h) and of its device (support/device.h); the loop's own part,
-// which is to write a frame and to give up waiting, is a step as well.
+// of steps of a host (support/host.h) and of its device (support/device_steps.h); the loop's own
+// part, which is to write a frame and to give up waiting, is a step as well.
 #include "server/dispatcher.h"
 
 #include <algorithm>
@@ -13,7 +13,7 @@
 #include "perilink/server.h"
 #include "protocol/stored.h"
 #include "sim/scripted_device.h"
-#include "support/device.h"
+#include "support/device_steps.h"
 #include "support/host.h"
 #include "support/input.h"
 #include "support/records.h"

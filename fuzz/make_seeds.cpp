@@ -19,7 +19,7 @@
 #include "sim/report.h"
 #include "sim/upgrade_file.h"
 #include "sim/virtual_firmware.h"
-#include "support/device.h"
+#include "support/device_steps.h"
 #include "support/host.h"
 #include "support/loop_steps.h"
 #include "support/report_descriptors.h"

@@ -15,7 +15,7 @@
 #include "perilink_platform/hid_bus.h"
 #include "perilink_platform/world.h"
 #include "sim/scripted_device.h"
-#include "support/device.h"
+#include "support/device_steps.h"
 #include "support/host.h"
 #include "support/input.h"
 #include "support/loop_steps.h"

@@ -19,7 +19,7 @@
 #include "support/world.h"
 #include "upgrade/file_split.h"
 #include "upgrade/log.h"
-#include "upgrade/upgrade_file.h"
+#include "upgrade/upgrade_record.h"
 
 extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t max_size);
 

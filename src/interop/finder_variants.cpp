@@ -2,7 +2,7 @@
 // that stands for the same function as a narrow one is an alias in exports.def.
 #include <array>
 
-#include "interop/text.h"
+#include "interop/returned_lists.h"
 #include "perilink/finder.h"
 #include "transport/discovery.h"
 #include "transport/frame.h"

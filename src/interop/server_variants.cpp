@@ -1,9 +1,9 @@
 // The narrow and the managed variants of the background server's exports.
 #include "commands/layer_keys.h"
-#include "interop/text.h"
+#include "interop/returned_lists.h"
 #include "perilink/server.h"
+#include "platform/ansi_text.h"
 #include "platform/guard.h"
-#include "platform/text.h"
 #include "server/lifecycle.h"
 #include "server/queued_commands.h"
 #include "server/state.h"

@@ -1,5 +1,5 @@
 // The upgrade for hosts of the narrow and managed families.
-#include "interop/text.h"
+#include "interop/returned_lists.h"
 #include "perilink/upgrade.h"
 #include "upgrade/boot_devices.h"
 #include "upgrade/file_split.h"

@@ -3,8 +3,8 @@
 #include <string>
 
 #include "perilink/server.h"
+#include "platform/ansi_text.h"
 #include "platform/guard.h"
-#include "platform/text.h"
 #include "server/queued_commands.h"
 #include "server/state.h"
 #include "transport/frame.h"

@@ -11,9 +11,9 @@
 #include <utility>
 
 #include "perilink/finder.h"
+#include "platform/ansi_text.h"
 #include "platform/guard.h"
 #include "platform/handles.h"
-#include "platform/text.h"
 
 namespace perilink {
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "transport/discovery.h"
-#include "upgrade/upgrade_file.h"
+#include "upgrade/upgrade_record.h"
 
 namespace perilink {
 

@@ -7,7 +7,7 @@
 #include "platform/win32.h"
 #include "upgrade/events.h"
 #include "upgrade/tick.h"
-#include "upgrade/upgrade_file.h"
+#include "upgrade/upgrade_record.h"
 
 namespace perilink {
 

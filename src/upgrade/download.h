@@ -5,7 +5,7 @@
 #include <array>
 #include <cstdint>
 
-#include "upgrade/upgrade_file.h"
+#include "upgrade/upgrade_record.h"
 
 namespace perilink {
 

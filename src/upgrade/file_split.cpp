@@ -4,7 +4,7 @@
 
 #include "perilink/upgrade.h"
 #include "platform/guard.h"
-#include "upgrade/upgrade_file.h"
+#include "upgrade/upgrade_record.h"
 
 namespace perilink {
 namespace {

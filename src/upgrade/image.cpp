@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "platform/text.h"
+#include "platform/ansi_text.h"
 
 namespace perilink {
 

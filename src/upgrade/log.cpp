@@ -10,7 +10,7 @@
 #include "perilink/upgrade.h"
 #include "platform/guard.h"
 #include "platform/runtime.h"
-#include "upgrade/upgrade_file.h"
+#include "upgrade/upgrade_record.h"
 
 namespace perilink {
 namespace {

@@ -4,7 +4,7 @@
 #ifndef PERILINK_SRC_UPGRADE_STEPS_H_
 #define PERILINK_SRC_UPGRADE_STEPS_H_
 
-#include "upgrade/upgrade_file.h"
+#include "upgrade/upgrade_record.h"
 
 namespace perilink {
 

@@ -11,7 +11,7 @@
 #include "upgrade/log.h"
 #include "upgrade/steps.h"
 #include "upgrade/turn.h"
-#include "upgrade/upgrade_file.h"
+#include "upgrade/upgrade_record.h"
 
 namespace perilink {
 namespace {

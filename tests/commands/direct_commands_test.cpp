@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "perilink/finder.h"
-#include "platform/text.h"
+#include "platform/ansi_text.h"
 #include "support/interop_values.h"
 #include "support/scripted_device.h"
 

@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "perilink/finder.h"
-#include "platform/text.h"
+#include "platform/ansi_text.h"
 #include "support/interop_values.h"
 #include "support/scripted_device.h"
 

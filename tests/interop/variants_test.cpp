@@ -10,7 +10,7 @@
 #include "perilink/finder.h"
 #include "perilink/protocol_data.h"
 #include "perilink/usb_changed.h"
-#include "platform/text.h"
+#include "platform/ansi_text.h"
 #include "sim/mouse.h"
 #include "support/interop_values.h"
 #include "support/scripted_device.h"

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "perilink_platform/world.h"
+#include "platform/ansi_text.h"
 #include "platform/handles.h"
-#include "platform/text.h"
 
 namespace perilink {
 namespace {

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/text.h"
+#include "platform/ansi_text.h"
 #include "server_fixture.h"
 
 namespace perilink::testing {

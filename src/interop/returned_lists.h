@@ -1,16 +1,16 @@
 // Lists and byte blocks in the forms that the narrow and the managed families return.
 //
 // None of these throws. If memory runs out, all is released again and the result is null.
-#ifndef PERILINK_SRC_INTEROP_TEXT_H_
-#define PERILINK_SRC_INTEROP_TEXT_H_
+#ifndef PERILINK_SRC_INTEROP_RETURNED_LISTS_H_
+#define PERILINK_SRC_INTEROP_RETURNED_LISTS_H_
 
 #include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "platform/ansi_text.h"
 #include "platform/guard.h"
-#include "platform/text.h"
 #include "platform/win32.h"
 
 namespace perilink {
@@ -44,4 +44,4 @@ SAFEARRAY* BstrArrayFrom(Find find) noexcept {
 
 }  // namespace perilink
 
-#endif  // PERILINK_SRC_INTEROP_TEXT_H_
+#endif  // PERILINK_SRC_INTEROP_RETURNED_LISTS_H_

@@ -1,6 +1,6 @@
 // What a parsed image becomes: its fields, its packets, and the state of its upgrade.
-#ifndef PERILINK_SRC_UPGRADE_UPGRADE_FILE_H_
-#define PERILINK_SRC_UPGRADE_UPGRADE_FILE_H_
+#ifndef PERILINK_SRC_UPGRADE_UPGRADE_RECORD_H_
+#define PERILINK_SRC_UPGRADE_UPGRADE_RECORD_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -59,4 +59,4 @@ bool ParseSlaveImage(const UsbUpgradeFile& main, const uint8_t* file, UpgradeCal
 
 }  // namespace perilink
 
-#endif  // PERILINK_SRC_UPGRADE_UPGRADE_FILE_H_
+#endif  // PERILINK_SRC_UPGRADE_UPGRADE_RECORD_H_

@@ -1,4 +1,4 @@
-#include "interop/text.h"
+#include "interop/returned_lists.h"
 
 #include <cstdlib>
 #include <memory>

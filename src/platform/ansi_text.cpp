@@ -1,4 +1,4 @@
-#include "platform/text.h"
+#include "platform/ansi_text.h"
 
 #include <climits>
 

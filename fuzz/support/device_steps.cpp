@@ -1,4 +1,4 @@
-#include "support/device.h"
+#include "support/device_steps.h"
 
 #include <algorithm>
 #include <iterator>

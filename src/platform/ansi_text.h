@@ -1,6 +1,6 @@
 // Text between the system's ANSI code page and wide strings.
-#ifndef PERILINK_SRC_PLATFORM_TEXT_H_
-#define PERILINK_SRC_PLATFORM_TEXT_H_
+#ifndef PERILINK_SRC_PLATFORM_ANSI_TEXT_H_
+#define PERILINK_SRC_PLATFORM_ANSI_TEXT_H_
 
 #include <string>
 #include <string_view>
@@ -21,4 +21,4 @@ std::string WideToNarrow(std::wstring_view text);
 
 }  // namespace perilink
 
-#endif  // PERILINK_SRC_PLATFORM_TEXT_H_
+#endif  // PERILINK_SRC_PLATFORM_ANSI_TEXT_H_

@@ -1,6 +1,6 @@
 // What a device does, as steps of a fuzz input.
-#ifndef PERILINK_FUZZ_SUPPORT_DEVICE_H_
-#define PERILINK_FUZZ_SUPPORT_DEVICE_H_
+#ifndef PERILINK_FUZZ_SUPPORT_DEVICE_STEPS_H_
+#define PERILINK_FUZZ_SUPPORT_DEVICE_STEPS_H_
 
 #include <cstdint>
 
@@ -38,4 +38,4 @@ void SealAll(sim::FlashImage& flash);
 
 }  // namespace perilink::fuzz
 
-#endif  // PERILINK_FUZZ_SUPPORT_DEVICE_H_
+#endif  // PERILINK_FUZZ_SUPPORT_DEVICE_STEPS_H_

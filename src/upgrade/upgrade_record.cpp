@@ -1,4 +1,4 @@
-#include "upgrade/upgrade_file.h"
+#include "upgrade/upgrade_record.h"
 
 #include "upgrade/log.h"
 
