@@ -4,26 +4,14 @@
  * the value bytes, modulo 256. A field is taken over only when its check byte is right; otherwise
  * the record gets the field's fallback, or keeps what it holds. The library's parsers and its
  * compare walk these tables; a host that prints, stores or verifies a configuration can walk them
- * too. They are C++ (17 or later); to C this header declares nothing but the image's layout.
+ * too. They are C++ (17 or later); to others this header declares nothing beyond protocol.h.
  */
 #ifndef PERILINK_CONFIG_LAYOUT_H_
 #define PERILINK_CONFIG_LAYOUT_H_
 
-#include "perilink/records.h"
+#include "perilink/protocol.h"
 
-/* The slots of the image that hold the shortcuts and the macros, and how far a record may go. */
-enum {
-  PERILINK_SHORTCUT_ADDRESS = 256,   /* slot 0; the others follow */
-  PERILINK_SHORTCUT_SLOT_SIZE = 32,  /* bytes */
-  PERILINK_SHORTCUT_MIN_EVENTS = 2,  /* fewer, or more than the record holds: none */
-  PERILINK_MACRO_ADDRESS = 768,      /* slot 0; the others follow */
-  PERILINK_MACRO_SLOT_SIZE = 384,    /* bytes */
-  PERILINK_MACRO_COUNT_OFFSET = 31,  /* of the event count in its slot: its check starts there */
-  PERILINK_MACRO_EVENTS_OFFSET = 32, /* of the first event in its slot */
-  PERILINK_MACRO_MIN_EVENTS = 2      /* fewer, or more than the record holds: none */
-};
-
-#ifdef __cplusplus
+#ifdef PERILINK_CPP17
 
 #include <array>
 
@@ -68,9 +56,9 @@ inline constexpr uint8_t kSettingCount = 30;
 
 /* The numbered settings, in the order in which they are parsed and written. */
 inline constexpr std::array<ConfigField, kSettingCount> kSettings = {{
-    PERILINK_SETTING(report_rate, 0, kPlain, false, 1),
+    PERILINK_SETTING(report_rate, PERILINK_REPORT_RATE_ADDRESS, kPlain, false, 1),
     PERILINK_SETTING(dpi_level_count, 2, kPlain, false, 6),
-    PERILINK_SETTING(current_dpi_level, 4, kBelowLevelCount, false, 2),
+    PERILINK_SETTING(current_dpi_level, PERILINK_CURRENT_DPI_ADDRESS, kBelowLevelCount, false, 2),
     PERILINK_SETTING(setting3, 6, kPlain, false, 0),
     PERILINK_SETTING(setting4, 8, kPlain, false, 0),
     PERILINK_SETTING(setting5, 10, kPlain, false, 0),
@@ -105,40 +93,75 @@ inline constexpr std::array<ConfigField, kSettingCount> kSettings = {{
 /* A DPI level: three parts, far apart in the image, each under a check byte of its own. The
  * extension's two numbers and its byte stand together, little-endian as in the record. */
 inline constexpr std::array<ConfigField, 3> kDpiLevelFields = {{
-    {"value", 0, 12, 4, 3, FieldRule::kPlain, false, {0xFF, 0xFF, 0x00}},
-    {"color", 3, 44, 4, 3, FieldRule::kPlain, false, {0xFF, 0xFF, 0xFF}},
-    {"extension", 6, 6912, 6, 5, FieldRule::kPlain, false, {0xFF, 0xFF, 0xFF, 0xFF, 0x00}},
+    {"value",
+     0,
+     PERILINK_DPI_VALUES_ADDRESS,
+     PERILINK_DPI_VALUE_SIZE,
+     3,
+     FieldRule::kPlain,
+     false,
+     {0xFF, 0xFF, 0x00}},
+    {"color",
+     3,
+     PERILINK_DPI_COLORS_ADDRESS,
+     PERILINK_DPI_COLOR_SIZE,
+     3,
+     FieldRule::kPlain,
+     false,
+     {0xFF, 0xFF, 0xFF}},
+    {"extension",
+     6,
+     PERILINK_DPI_EXTENSIONS_ADDRESS,
+     PERILINK_DPI_EXTENSION_SIZE,
+     5,
+     FieldRule::kPlain,
+     false,
+     {0xFF, 0xFF, 0xFF, 0xFF, 0x00}},
 }};
 
 inline constexpr std::array<ConfigField, 4> kDpiLedFields = {{
-    {"bytes[0]", 0, 76, 0, 1, FieldRule::kPlain, false, {2}},
-    {"bytes[1]", 1, 78, 0, 1, FieldRule::kPlain, false, {0x80}},
-    {"bytes[2]", 2, 80, 0, 1, FieldRule::kPlain, false, {3}},
-    {"bytes[3]", 3, 82, 0, 1, FieldRule::kPlain, false, {1}},
+    {"bytes[0]", 0, PERILINK_DPI_LED_ADDRESS, 0, 1, FieldRule::kPlain, false, {2}},
+    {"bytes[1]", 1, PERILINK_DPI_LED_ADDRESS + 2, 0, 1, FieldRule::kPlain, false, {0x80}},
+    {"bytes[2]", 2, PERILINK_DPI_LED_ADDRESS + 4, 0, 1, FieldRule::kPlain, false, {3}},
+    {"bytes[3]", 3, PERILINK_DPI_LED_ADDRESS + 6, 0, 1, FieldRule::kPlain, false, {1}},
 }};
 
 inline constexpr std::array<ConfigField, 2> kLedBarFields = {{
-    {"bytes[0..5]", 0, 160, 0, 6, FieldRule::kPlain, false, {1, 0xFF, 0xFF, 0xFF, 8, 9}},
-    {"bytes[6]", 6, 167, 0, 1, FieldRule::kPlain, false, {1}},
+    {"bytes[0..5]",
+     0,
+     PERILINK_LED_BAR_ADDRESS,
+     0,
+     6,
+     FieldRule::kPlain,
+     false,
+     {1, 0xFF, 0xFF, 0xFF, 8, 9}},
+    {"bytes[6]", 6, PERILINK_LED_BAR_ADDRESS + 7, 0, 1, FieldRule::kPlain, false, {1}},
 }};
 
 inline constexpr std::array<ConfigField, 1> kKeyFunFields = {{
-    {"bytes", 0, 96, 4, 3, FieldRule::kPlain, false, {0, 0, 0}},
+    {"bytes",
+     0,
+     PERILINK_KEY_FUNCTIONS_ADDRESS,
+     PERILINK_KEY_FUNCTION_SIZE,
+     3,
+     FieldRule::kPlain,
+     false,
+     {0, 0, 0}},
 }};
 
 /* Every field of the record but its shortcuts and macros, in the order of parsing and writing. */
 inline constexpr std::array<ConfigGroup, 5> kConfigGroups = {{
     {"", 0, 0, 1, kSettings.data(), kSettingCount},
-    {"dpi_levels", offsetof(ProtocolData, dpi_levels), sizeof(DPILevel), 8, kDpiLevelFields.data(),
-     3},
+    {"dpi_levels", offsetof(ProtocolData, dpi_levels), sizeof(DPILevel), PERILINK_DPI_LEVELS,
+     kDpiLevelFields.data(), 3},
     {"dpi_led", offsetof(ProtocolData, dpi_led), sizeof(DPILed), 1, kDpiLedFields.data(), 4},
     {"led_bar", offsetof(ProtocolData, led_bar), sizeof(LedBar), 1, kLedBarFields.data(), 2},
-    {"key_functions", offsetof(ProtocolData, key_functions), sizeof(KeyFun), 16,
+    {"key_functions", offsetof(ProtocolData, key_functions), sizeof(KeyFun), PERILINK_KEY_FUNCTIONS,
      kKeyFunFields.data(), 1},
 }};
 
 } /* namespace perilink */
 
-#endif /* __cplusplus */
+#endif /* PERILINK_CPP17 */
 
 #endif /* PERILINK_CONFIG_LAYOUT_H_ */

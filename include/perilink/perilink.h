@@ -1,4 +1,4 @@
-/* Everything that perilink exports. */
+/* Everything that perilink exports, and what a host needs to know of the devices. */
 #ifndef PERILINK_PERILINK_H_
 #define PERILINK_PERILINK_H_
 
@@ -6,6 +6,7 @@
 #include "perilink/battery.h"
 #include "perilink/config_layout.h"
 #include "perilink/finder.h"
+#include "perilink/protocol.h"
 #include "perilink/protocol_data.h"
 #include "perilink/records.h"
 #include "perilink/server.h"

@@ -9,6 +9,7 @@
 #ifndef PERILINK_PROTOCOL_DATA_H_
 #define PERILINK_PROTOCOL_DATA_H_
 
+#include "perilink/protocol.h"
 #include "perilink/records.h"
 
 PERILINK_BEGIN_DECLS

@@ -9,8 +9,11 @@
 
 #ifdef __cplusplus
 #define PERILINK_CHECK_LAYOUT(condition) static_assert(condition, #condition)
-#else
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
 #define PERILINK_CHECK_LAYOUT(condition) _Static_assert(condition, #condition)
+#else
+/* C99 has no assertion of the compiler's; no array has a negative size. */
+#define PERILINK_CHECK_LAYOUT(condition) extern char perilink_layout_check[(condition) ? 1 : -1]
 #endif
 
 #pragma pack(push, 1)
@@ -20,7 +23,7 @@
 /* The report exchanged with the device: 17 bytes, as written and as read. */
 typedef struct CommandFrame {
   uint8_t report_id;    /* 0x08 in every command */
-  uint8_t command;      /* command code */
+  uint8_t command;      /* command code: PerilinkCommand in protocol.h */
   uint8_t status;       /* 0 in a request; in a reply 0 for success or a device status */
   uint8_t address_high; /* 16-bit address of the memory commands, high byte first; else 0 */
   uint8_t address_low;
@@ -252,16 +255,13 @@ PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, unused203) == 203);
 PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, shortcuts) == 204);
 PERILINK_CHECK_LAYOUT(offsetof(ProtocolData, macros) == 1036);
 
-/* Bytes of a device's whole configuration image, and of its settings block. */
-enum { PERILINK_FLASH_IMAGE_SIZE = 6960, PERILINK_SETTINGS_BLOCK_SIZE = 233 };
-
 /* ---- Firmware upgrade ------------------------------------------------------------------- */
 
 /* The message of the upgrade callback. */
 typedef struct UpgradeEvent {
   uint8_t message_class; /* always 7 */
-  uint8_t kind;          /* 1 progress, 2 result, 3 notice */
-  uint8_t code;
+  uint8_t kind;          /* 1 progress, 2 result, 3 notice: PerilinkUpgradeKind in protocol.h */
+  uint8_t code;          /* what it says depends on the kind */
   uint8_t arg1;
   uint8_t arg2;
   uint8_t reserved[3];

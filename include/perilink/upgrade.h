@@ -12,7 +12,7 @@
  * its mouse, for example). Each image is a header block of 8192 bytes and a payload. The header
  * names the device's interfaces in normal mode and in boot mode, so nothing else needs to be told.
  *
- * What the callback hears, as (kind, code, arg1, arg2) of UpgradeEvent:
+ * What the callback hears, as (kind, code, arg1, arg2) of UpgradeEvent (codes: protocol.h):
  *
  *   (1, percent, 0, 0)   progress, 0 to 100, when the percentage has changed; 100 may come again
  *   (2, 1, 0, 0)         success of the whole upgrade

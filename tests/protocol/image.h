@@ -11,7 +11,7 @@
 #include <span>
 #include <vector>
 
-#include "perilink/records.h"
+#include "perilink/protocol.h"
 #include "sim/flash_image.h"
 #include "sim/report.h"
 
