@@ -7,6 +7,7 @@
 #include "figure.h"
 #include "full_flash.h"
 #include "perilink/battery.h"
+#include "perilink/protocol.h"
 #include "perilink/server.h"
 #include "perilink_platform/world.h"
 #include "platform/win32.h"
@@ -17,7 +18,6 @@ namespace {
 
 constexpr double kMostOverhead = 1.02;
 constexpr uint64_t kSpacingMicros = 8000;
-constexpr uint8_t kReadMemory = 0x08;
 
 uint64_t finished_micros = 0;
 
@@ -47,7 +47,7 @@ void BM_FullRead(benchmark::State& state) {
     UsbServer_Exit();
     WaitForSingleObject(thread, INFINITE);
     CloseHandle(thread);
-    const uint64_t frames = mouse.CountRequests(kReadMemory);
+    const uint64_t frames = mouse.CountRequests(PERILINK_COMMAND_READ_MEMORY);
     if (finished_micros == 0 || frames == 0) return state.SkipWithError("the read did not end");
     overhead = static_cast<double>(finished_micros - start_micros) /
                static_cast<double>(frames * (kSpacingMicros + latency_micros));

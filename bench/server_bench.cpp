@@ -14,6 +14,7 @@
 #include "figure.h"
 #include "full_flash.h"
 #include "perilink/battery.h"
+#include "perilink/protocol.h"
 #include "perilink/server.h"
 #include "platform/win32.h"
 #include "processor_time.h"

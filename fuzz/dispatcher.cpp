@@ -37,8 +37,8 @@ BatteryLevel g_battery{};
 
 DWORD AnswerPoll(sim::ScriptedDevice& device, const sim::Bytes& written) {
   const auto& [level, charging, voltage] = g_battery;
-  if (written[1] == kCommandOnLine) device.Deliver(sim::ReplyTo(written, {1, 1, 2, 3}));
-  if (written[1] == kCommandBatteryLevel) {
+  if (written[1] == PERILINK_COMMAND_ON_LINE) device.Deliver(sim::ReplyTo(written, {1, 1, 2, 3}));
+  if (written[1] == PERILINK_COMMAND_BATTERY_LEVEL) {
     const uint16_t millivolts = voltage;
     device.Deliver(sim::ReplyTo(written, {level, charging, static_cast<uint8_t>(millivolts >> 8),
                                           static_cast<uint8_t>(millivolts)}));
@@ -123,11 +123,11 @@ void Session::Deliver(CommandFrame report) {
   const QueueView after = LookAtQueue();
   const std::vector<Call> calls = TakeCalls();
 
-  const bool is_event = report.command == kCommandEvent;
+  const bool is_event = report.command == PERILINK_COMMAND_EVENT;
   const QueueEntry& head = before.head;
   bool answers =
       !is_event && before.size > 0 && head.pending != 1 && head.frame.command == report.command;
-  if (answers && report.command == kCommandReadMemory) {
+  if (answers && report.command == PERILINK_COMMAND_READ_MEMORY) {
     const AddressMatch match = echo_.Judge(FrameAddress(head.frame), FrameAddress(report));
     if (echo_.known() && unproven_) return RequireAskedAgain(before, after, calls);
     if (match == AddressMatch::kForeign) {
@@ -136,7 +136,8 @@ void Session::Deliver(CommandFrame report) {
     }
     unproven_ = unproven_ || match == AddressMatch::kUnproven;
   }
-  const bool is_echo = report.command != kCommandWriteMemory || SameFrame(report, head.frame);
+  const bool is_echo =
+      report.command != PERILINK_COMMAND_WRITE_MEMORY || SameFrame(report, head.frame);
   if (answers && is_echo) return RequireTaken(report, before, after, calls);
 
   QueueEntry expected = head;
@@ -163,7 +164,7 @@ void Session::RequireAskedAgain(const QueueView& before, const QueueView& after,
 }
 
 bool IsLevelReport(const Call& call) {
-  return call.frame.command == kCommandBatteryLevel && call.frame.checksum == 0x49 &&
+  return call.frame.command == PERILINK_COMMAND_BATTERY_LEVEL && call.frame.checksum == 0x49 &&
          call.data.size() == 4;
 }
 
@@ -217,16 +218,16 @@ void Session::RequireAnswer(CommandFrame request, const std::vector<Call>& calls
   for (size_t i = 0; i < chunks_.size(); ++i) {
     if (i < kReplyFrameLimit)
       std::copy_n(chunks_[i].data, 10, data.begin() + static_cast<ptrdiff_t>(10 * i));
-    length += chunks_[i].length & (KeyboardTargetFlag() ? 0x7F : 0xFF);
+    length += chunks_[i].length & (KeyboardTargetFlag() ? uint8_t{PERILINK_LENGTH_MASK} : 0xFF);
   }
   length = std::min(length, data.size());
-  if (length <= 10 && request.command == kCommandBatteryLevel) {
+  if (length <= 10 && request.command == PERILINK_COMMAND_BATTERY_LEVEL) {
     if (BatteryOptimizer::Instance().Enabled()) {
       return Require(IsLevelReport(call), "the optimiser answers for the battery");
     }
     length = 4;
   }
-  if (length <= 10 && request.command == kCommandOnLine) length = 4;
+  if (length <= 10 && request.command == PERILINK_COMMAND_ON_LINE) length = 4;
   data.resize(length);
   Require(SameFrame(call.frame, request), "an answer is reported under its request");
   Require(call.data == data, "an answer is reported whole");
@@ -235,7 +236,8 @@ void Session::RequireAnswer(CommandFrame request, const std::vector<Call>& calls
 void Session::RequireImage(const std::vector<Call>& calls) {
   Require(with_callback_ && calls.size() == 1, "an image is reported once");
   const Call& call = calls.front();
-  const CommandFrame expected{.report_id = kReportId, .command = kCommandReadMemory};
+  const CommandFrame expected{.report_id = PERILINK_REPORT_ID,
+                              .command = PERILINK_COMMAND_READ_MEMORY};
   Require(SameFrame(call.frame, expected) && call.data.size() == PERILINK_FLASH_IMAGE_SIZE,
           "an image is reported whole");
   image_ = call.data;
@@ -270,7 +272,7 @@ void Session::TakeDeviceStep(DeviceStep step) {
       return Deliver(report);
     }
     case DeviceStep::kEvent: {
-      CommandFrame report{.report_id = kReportId, .command = kCommandEvent};
+      CommandFrame report{.report_id = PERILINK_REPORT_ID, .command = PERILINK_COMMAND_EVENT};
       input_.Fill(report.data);
       return Deliver(report);
     }

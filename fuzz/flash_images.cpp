@@ -214,11 +214,11 @@ void SealSome(std::span<uint8_t> image, unsigned seed) {
     Seal(image, fields[i].address, fields[i].width);
   for (size_t slot = 0; slot < sim::kSlotCount; ++slot) {
     const size_t shortcut = sim::ShortcutAddress(slot);
-    if (shortcut < image.size() && image[shortcut] <= 6)
-      Seal(image, shortcut, 1 + 3 * size_t{image[shortcut]});
+    if (shortcut < image.size() && image[shortcut] <= PERILINK_SHORTCUT_MAX_EVENTS)
+      Seal(image, shortcut, Perilink_ShortcutSize(image[shortcut]) - 1);
     const size_t macro = sim::MacroAddress(slot) + PERILINK_MACRO_COUNT_OFFSET;
-    if (macro < image.size() && image[macro] <= 70)
-      Seal(image, macro, 1 + 5 * size_t{image[macro]});
+    if (macro < image.size() && image[macro] <= PERILINK_MACRO_MAX_EVENTS)
+      Seal(image, macro, 1 + PERILINK_MACRO_EVENT_SIZE * size_t{image[macro]});
   }
 }
 

@@ -70,7 +70,7 @@ uint8_t g_shown = 0;
 
 void PERILINK_CALL OnLevel(const uint8_t* frame, uint32_t frame_length, const uint8_t* data,
                            uint32_t data_length) {
-  Require(frame_length == 17 && frame[1] == kCommandBatteryLevel && data_length == 4,
+  Require(frame_length == 17 && frame[1] == PERILINK_COMMAND_BATTERY_LEVEL && data_length == 4,
           "a level report is a battery answer of four bytes");
   Require(data[0] <= 100, "a level that is shown is a percentage");
   g_shown = data[0];
@@ -78,9 +78,10 @@ void PERILINK_CALL OnLevel(const uint8_t* frame, uint32_t frame_length, const ui
 
 // A battery of 60 %, of the device whose record it is.
 DWORD AnswerPoll(sim::ScriptedDevice& device, const sim::Bytes& written) {
-  if (written[1] == kCommandOnLine)
+  if (written[1] == PERILINK_COMMAND_ON_LINE)
     device.Deliver(sim::ReplyTo(written, {1, kDevice[0], kDevice[1], kDevice[2]}));
-  if (written[1] == kCommandBatteryLevel) device.Deliver(sim::ReplyTo(written, {60, 0, 0, 0}));
+  if (written[1] == PERILINK_COMMAND_BATTERY_LEVEL)
+    device.Deliver(sim::ReplyTo(written, {60, 0, 0, 0}));
   return 0;
 }
 

@@ -82,7 +82,7 @@ DWORD Session::OnWrite(ScriptedDevice& device, const Report& written) {
   switch (static_cast<ReplyStep>(step % static_cast<uint8_t>(ReplyStep::kCount))) {
     case ReplyStep::kRight:
       // An event is no command: no device answers it.
-      if (request.command != kCommandEvent)
+      if (request.command != PERILINK_COMMAND_EVENT)
         device.Deliver(BytesOf(RightAnswer(request, flash_)), delay_ms);
       break;
     case ReplyStep::kOtherData: {

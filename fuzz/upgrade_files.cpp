@@ -33,30 +33,34 @@ using Bytes = std::span<const uint8_t>;
 
 void RequireTexts(const UsbUpgradeFile& record) {
   for (const std::wstring* text :
-       {&record.ic_name, &record.file_id, &record.boot_input_end_point,
-        &record.boot_output_end_point, &record.normal_input_end_point,
-        &record.normal_output_end_point, &record.senser_name, &record.product_name})
+       {&record.chip_name, &record.file_id, &record.boot_input_key, &record.boot_output_key,
+        &record.normal_input_key, &record.normal_output_key, &record.sensor_name,
+        &record.product_name})
     Require(text->size() <= sizeof(TextField), "a text is no longer than its field");
 }
 
 // The packets carry the payload, the whole of it and nothing else.
 void RequirePackets(const UsbUpgradeFile& record, Bytes payload) {
-  Require(record.packets.size() == 1 + (payload.size() + 31) / 32, "as many packets as it takes");
+  constexpr size_t kPart = PERILINK_PACKET_PAYLOAD_SIZE;
+  Require(record.packets.size() == 1 + (payload.size() + kPart - 1) / kPart,
+          "as many packets as it takes");
   for (size_t i = 0; i < record.packets.size(); ++i) {
     const UpgradePacket& packet = record.packets[i];
     const bool last = i + 1 == record.packets.size();
     Require(packet.pending == 1 && packet.is_last == (last ? 1 : 0), "the last packet is marked");
     if (i == 0) continue;
     const Bytes part =
-        payload.subspan(32 * (i - 1), std::min<size_t>(32, payload.size() - 32 * (i - 1)));
-    Require(packet.data[3] == part.size(), "a packet says how much it carries");
-    Require(std::equal(part.begin(), part.end(), packet.data + 17), "a packet carries its part");
+        payload.subspan(kPart * (i - 1), std::min(kPart, payload.size() - kPart * (i - 1)));
+    Require(packet.data[PERILINK_PACKET_LENGTH_OFFSET] == part.size(),
+            "a packet says how much it carries");
+    Require(std::equal(part.begin(), part.end(), packet.data + PERILINK_PACKET_PAYLOAD_OFFSET),
+            "a packet carries its part");
   }
 }
 
 void RequireSoundImage(Bytes image) {
   Require(image.size() >= kUpgradeHeaderSize, "an image has a header");
-  const ImageHeader header = ReadImageHeader(image.data());
+  const UpgradeFileHeader header = ReadImageHeader(image.data());
   Require(image.size() == kUpgradeHeaderSize + header.payload_length, "an image has its payload");
   Require(header.checksum == sim::UpgradeFileBuilder::ChecksumOf(image, header.checked_length),
           "an image has its checksum");

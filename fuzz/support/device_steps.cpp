@@ -18,11 +18,11 @@ void Seal(sim::FlashImage& flash, size_t address, size_t width) {
 
 CommandFrame RightAnswer(const CommandFrame& request, const sim::FlashImage& flash) {
   CommandFrame answer = request;
-  if (request.command == kCommandReadMemory) {
+  if (request.command == PERILINK_COMMAND_READ_MEMORY) {
     const size_t address = size_t{request.address_high} << 8 | request.address_low;
     for (size_t i = 0; i < std::size(answer.data); ++i)
       answer.data[i] = address + i < sim::kFlashSize ? flash[address + i] : uint8_t{0xFF};
-  } else if (request.command != kCommandWriteMemory) {
+  } else if (request.command != PERILINK_COMMAND_WRITE_MEMORY) {
     std::fill(std::begin(answer.data), std::end(answer.data), uint8_t{1});
   }
   answer.checksum = FrameChecksum(answer);
@@ -34,9 +34,11 @@ void SealAll(sim::FlashImage& flash) {
     Seal(flash, field.address, field.width);
   for (size_t slot = 0; slot < sim::kSlotCount; ++slot) {
     const size_t shortcut = sim::ShortcutAddress(slot);
-    if (flash[shortcut] <= 6) Seal(flash, shortcut, 1 + 3 * size_t{flash[shortcut]});
+    if (flash[shortcut] <= PERILINK_SHORTCUT_MAX_EVENTS)
+      Seal(flash, shortcut, Perilink_ShortcutSize(flash[shortcut]) - 1);
     const size_t macro = sim::MacroAddress(slot) + PERILINK_MACRO_COUNT_OFFSET;
-    if (flash[macro] <= 70) Seal(flash, macro, 1 + 5 * size_t{flash[macro]});
+    if (flash[macro] <= PERILINK_MACRO_MAX_EVENTS)
+      Seal(flash, macro, 1 + PERILINK_MACRO_EVENT_SIZE * size_t{flash[macro]});
   }
 }
 

@@ -18,7 +18,6 @@ namespace {
 
 using std::memory_order_relaxed;
 
-constexpr uint8_t kBatteryFlag = 0x40;  // of the flags of an event
 constexpr int kLargeDifference = 30;
 constexpr uint8_t kNearFullMeasured = 95;
 constexpr uint8_t kNearFullReported = 85;
@@ -37,8 +36,8 @@ constexpr double kFallPerSecond = 0.014;
 // A level report looks like the device's answer to the battery command. Hosts know it by this
 // last byte, which is not the checksum of the others.
 constexpr CommandFrame kLevelReportFrame = {
-    .report_id = kReportId,
-    .command = kCommandBatteryLevel,
+    .report_id = PERILINK_REPORT_ID,
+    .command = PERILINK_COMMAND_BATTERY_LEVEL,
     .status = 0,
     .address_high = 0,
     .address_low = 0,
@@ -165,11 +164,11 @@ void BatteryOptimizer::Drive(CallbackSource callback) {
 
 std::optional<uint8_t> BatteryOptimizer::TakeEvent(uint8_t flags, CallbackSource callback) {
   if (!Enabled()) return flags;
-  if ((flags & kBatteryFlag) != 0) {
+  if ((flags & PERILINK_EVENT_BATTERY) != 0) {
     BeginStep();
     PollForEvent(callback);
   }
-  const auto others = static_cast<uint8_t>(flags & ~kBatteryFlag);
+  const auto others = static_cast<uint8_t>(flags & ~PERILINK_EVENT_BATTERY);
   return others != 0 ? std::optional(others) : std::nullopt;
 }
 

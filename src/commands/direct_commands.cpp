@@ -16,11 +16,10 @@ namespace perilink {
 namespace {
 
 // Set commands declare all ten data bytes, however few they use; Get commands declare none.
-constexpr uint8_t kSetLength = 10;
+constexpr uint8_t kSetLength = PERILINK_FRAME_DATA_SIZE;
 constexpr uint8_t kGetLength = 0;
 // The two customer and model id commands address the keyboard target, whatever the flag.
-constexpr uint8_t kCidMidLengthByte = 0x83;
-constexpr uint16_t kCurrentDpiAddress = 0x0004;
+constexpr uint8_t kCidMidLengthByte = PERILINK_KEYBOARD_BIT | 3;
 
 constexpr uint8_t kSetRgbEchoed = 0;
 constexpr uint8_t kSetRgbDiffers = 1;
@@ -59,8 +58,8 @@ bool Store(const std::optional<CommandFrame>& reply, Record& record) {
 bool StoreCidMid(const CommandFrame& reply, CidMid& ids) {
   ids.cid = reply.data[0];
   ids.mid = reply.data[1];
-  ids.flag = (reply.length & kKeyboardTargetBit) != 0 ? 1 : 0;
-  return reply.data[2] == ChecksumRange(reply.data, 0, 1);
+  ids.flag = (reply.length & PERILINK_KEYBOARD_BIT) != 0 ? 1 : 0;
+  return reply.data[2] == Perilink_CheckByte(&reply.data[0], 1);
 }
 
 // The command with the caller's own data; none for data that no frame can hold.
@@ -100,96 +99,98 @@ bool UsbFinder_GetDeviceOnLineWithUsbAddress(const std::wstring& path, CommandFr
 }
 
 bool UsbFinder_GetBatteryLevel(const std::wstring& path, BatteryLevel* battery) {
-  const auto reply = AskGet(path, kCommandBatteryLevel);
+  const auto reply = AskGet(path, PERILINK_COMMAND_BATTERY_LEVEL);
   if (!reply) return false;
   *battery = DecodeBatteryLevel(reply->data);
   return true;
 }
 
 int32_t UsbFinder_GetCurrentDPI(const std::wstring& path) {
-  const auto reply = Ask(path, BuildFrame(kCommandReadMemory, 1, {}, kCurrentDpiAddress));
+  const auto reply =
+      Ask(path, BuildFrame(PERILINK_COMMAND_READ_MEMORY, 1, {}, PERILINK_CURRENT_DPI_ADDRESS));
   return reply ? reply->data[0] : 0;
 }
 
 int32_t UsbFinder_GetVersion(const std::wstring& path) {
-  const auto reply = AskGet(path, kCommandVersion);
+  const auto reply = AskGet(path, PERILINK_COMMAND_VERSION);
   return reply ? DecodeVersion(reply->data) : 0;
 }
 
 bool UsbFinder_GetSlaveVersion(const std::wstring& path, int32_t* version) {
-  const auto reply = AskGet(path, kCommandSlaveVersion);
+  const auto reply = AskGet(path, PERILINK_COMMAND_SLAVE_VERSION);
   *version = reply ? DecodeVersion(reply->data) : 0;
   return reply.has_value();
 }
 
 uint8_t UsbFinder_Set4KDongleRGB(const std::wstring& path, const DataRecord10* value) {
-  const auto reply = AskSet(path, kCommandSetDongleRgb, value->bytes);
+  const auto reply = AskSet(path, PERILINK_COMMAND_SET_DONGLE_RGB, value->bytes);
   if (!reply) return kSetRgbNoReply;
   if (reply->status != 0) return reply->status;
   return std::ranges::equal(reply->data, value->bytes) ? kSetRgbEchoed : kSetRgbDiffers;
 }
 
 bool UsbFinder_Get4KDongleRGBValue(const std::wstring& path, DataRecord10* value) {
-  const auto reply = AskGet(path, kCommandGetDongleRgb);
+  const auto reply = AskGet(path, PERILINK_COMMAND_GET_DONGLE_RGB);
   return Store(reply, *value) && reply->length != 0;
 }
 
 bool UsbFinder_SetLongRangeMode(const std::wstring& path, uint8_t mode) {
-  const auto reply = AskSet(path, kCommandSetLongRange, {&mode, 1});
+  const auto reply = AskSet(path, PERILINK_COMMAND_SET_LONG_RANGE, {&mode, 1});
   return reply && reply->data[0] == mode;
 }
 
 bool UsbFinder_GetLongRangeMode(const std::wstring& path, uint8_t* mode) {
   *mode = 0;
-  return Store(AskGet(path, kCommandGetLongRange), *mode);
+  return Store(AskGet(path, PERILINK_COMMAND_GET_LONG_RANGE), *mode);
 }
 
 bool UsbFinder_SetDongleRGBBarMode(const std::wstring& path, const RgbBarMode* mode) {
   std::array<uint8_t, 6> payload{};
   payload[0] = mode->enabled != 0 ? mode->mode : uint8_t{0};
   std::ranges::copy(mode->settings, payload.begin() + 1);
-  return AskSet(path, kCommandSetRgbBarMode, payload).has_value();
+  return AskSet(path, PERILINK_COMMAND_SET_RGB_BAR_MODE, payload).has_value();
 }
 
 bool UsbFinder_GetDongleRGBBarMode(const std::wstring& path, RgbBarMode* mode) {
-  const auto reply = AskGet(path, kCommandGetRgbBarMode);
+  const auto reply = AskGet(path, PERILINK_COMMAND_GET_RGB_BAR_MODE);
   return Store(reply, *mode) && reply->length != 0;
 }
 
 bool UsbFinder_SetDongleIDToMouse(const std::wstring& path, const DataRecord10* id) {
-  const auto reply = AskSet(path, kCommandDongleIdToMouse, id->bytes);
+  const auto reply = AskSet(path, PERILINK_COMMAND_DONGLE_ID_TO_MOUSE, id->bytes);
   return reply && reply->length != 0;
 }
 
 bool UsbFinder_SetMouseSerialNumber(const std::wstring& path, const DataRecord10* number) {
-  return AskSet(path, kCommandSetSerialNumber, number->bytes).has_value();
+  return AskSet(path, PERILINK_COMMAND_SET_SERIAL_NUMBER, number->bytes).has_value();
 }
 
 bool UsbFinder_GetMouseSerialNumber(const std::wstring& path, DataRecord10* number) {
-  return Store(AskGet(path, kCommandGetSerialNumber), *number);
+  return Store(AskGet(path, PERILINK_COMMAND_GET_SERIAL_NUMBER), *number);
 }
 
 bool UsbFinder_GetRSSI(const std::wstring& path, uint8_t* rssi) {
-  return Store(AskGet(path, kCommandRssi), *rssi);
+  return Store(AskGet(path, PERILINK_COMMAND_RSSI), *rssi);
 }
 
 bool UsbFinder_SetDongleIndicatorLed(const std::wstring& path, const IndicatorLed* led) {
-  return AskSet(path, kCommandSetIndicatorLed, led->bytes).has_value();
+  return AskSet(path, PERILINK_COMMAND_SET_INDICATOR_LED, led->bytes).has_value();
 }
 
 bool UsbFinder_GetDongleIndicatorLed(const std::wstring& path, IndicatorLed* led) {
-  return Store(AskGet(path, kCommandGetIndicatorLed), *led);
+  return Store(AskGet(path, PERILINK_COMMAND_GET_INDICATOR_LED), *led);
 }
 
 bool UsbFinder_ReadCidMid(const std::wstring& path, uint8_t /*unused*/, CidMid* ids) {
-  const auto reply = Ask(path, BuildFrameWithLengthByte(kCommandReadCidMid, kCidMidLengthByte));
+  const auto reply =
+      Ask(path, BuildFrameWithLengthByte(PERILINK_COMMAND_READ_CID_MID, kCidMidLengthByte));
   return reply && StoreCidMid(*reply, *ids);
 }
 
 bool UsbFinder_WriteCidMid(const std::wstring& path, uint8_t a, uint8_t b, uint8_t c, CidMid* ids) {
   const std::array<uint8_t, 3> payload = {a, b, c};
-  const auto reply =
-      Ask(path, BuildFrameWithLengthByte(kCommandWriteCidMid, kCidMidLengthByte, payload));
+  const auto reply = Ask(
+      path, BuildFrameWithLengthByte(PERILINK_COMMAND_WRITE_CID_MID, kCidMidLengthByte, payload));
   *ids = CidMid{};
   return reply && StoreCidMid(*reply, *ids);
 }

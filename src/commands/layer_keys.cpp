@@ -13,7 +13,6 @@ namespace {
 constexpr int kTries = 2;
 constexpr uint32_t kTryTimeoutMs = 200;
 constexpr size_t kPiece = kFrameDataCapacity;
-constexpr uint16_t kLayerSize = 0x200;
 
 struct Range {
   uint16_t address;
@@ -21,8 +20,8 @@ struct Range {
 };
 
 Range LayerRange(uint8_t layer) {
-  if (layer < 1 || layer > 3) return {.address = 0, .size = 1};
-  return {.address = static_cast<uint16_t>((layer - 1) * kLayerSize), .size = kLayerSize};
+  if (layer < 1 || layer > PERILINK_LAYERS) return {.address = 0, .size = 1};
+  return {.address = Perilink_LayerAddress(layer), .size = PERILINK_LAYER_SIZE};
 }
 
 class LayerRead {
@@ -49,7 +48,7 @@ class LayerRead {
  private:
   bool ReadPiece(size_t at) {
     const auto address = static_cast<uint16_t>(range_.address + at);
-    const CommandFrame request = BuildFrame(kCommandReadMemory, kPiece, {}, address);
+    const CommandFrame request = BuildFrame(PERILINK_COMMAND_READ_MEMORY, kPiece, {}, address);
     for (int tries = kTries; tries > 0; --tries) {
       link_.Listen();
       if (link_.Write(request) && TakeAnswer(address, at)) return true;
@@ -75,7 +74,7 @@ class LayerRead {
   }
 
   bool Answers(const CommandFrame& frame, uint16_t address, size_t at) {
-    if (frame.command != kCommandReadMemory) return false;
+    if (frame.command != PERILINK_COMMAND_READ_MEMORY) return false;
     const uint16_t answered = FrameAddress(frame);
     const AddressMatch match = echo_.Judge({address, kPiece}, {answered, FrameDataLength(frame)});
     if (match == AddressMatch::kRight) return true;

@@ -13,7 +13,7 @@ constexpr uint8_t kDeviceInfoLength = 0x08;
 }  // namespace
 
 CommandFrame BuildOnLineFrame() {
-  return BuildFrame(kCommandOnLine, 0);
+  return BuildFrame(PERILINK_COMMAND_ON_LINE, 0);
 }
 
 CommandFrame BuildDeviceInfoFrame(bool keyboard) {
@@ -21,8 +21,8 @@ CommandFrame BuildDeviceInfoFrame(bool keyboard) {
   std::array<uint8_t, 4> challenge;
   for (uint8_t& byte : challenge)
     byte = static_cast<uint8_t>(NextRandom());
-  const uint8_t target = keyboard ? kKeyboardTargetBit : uint8_t{0};
-  return BuildFrame(kCommandDeviceInfo, kDeviceInfoLength | target, challenge);
+  const uint8_t target = keyboard ? uint8_t{PERILINK_KEYBOARD_BIT} : uint8_t{0};
+  return BuildFrame(PERILINK_COMMAND_DEVICE_INFO, kDeviceInfoLength | target, challenge);
 }
 
 }  // namespace perilink

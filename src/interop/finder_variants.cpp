@@ -58,14 +58,14 @@ SAFEARRAY* CS_UsbFinder_FindHidDevicesByDeviceId(const char* vendor_id, const ch
 
 char** UsbFinderC_FindHidDevicesByDefaultDeviceId(const char* vendor_id, const char* product_id,
                                                   uint32_t* count) {
-  return UsbFinderC_FindHidDevicesByDeviceId(vendor_id, product_id, kDefaultInterface,
-                                             kDefaultCollection, count);
+  return UsbFinderC_FindHidDevicesByDeviceId(vendor_id, product_id, PERILINK_DEFAULT_INTERFACE,
+                                             PERILINK_DEFAULT_COLLECTION, count);
 }
 
 SAFEARRAY* CS_UsbFinder_FindHidDevicesByDefaultDeviceId(const char* vendor_id,
                                                         const char* product_id) {
-  return CS_UsbFinder_FindHidDevicesByDeviceId(vendor_id, product_id, kDefaultInterface,
-                                               kDefaultCollection);
+  return CS_UsbFinder_FindHidDevicesByDeviceId(vendor_id, product_id, PERILINK_DEFAULT_INTERFACE,
+                                               PERILINK_DEFAULT_COLLECTION);
 }
 
 SAFEARRAY* CS_UsbFinder_GetDllVersion() {

@@ -3,19 +3,16 @@
 #include <algorithm>
 #include <cstring>
 
-#include "protocol/check_byte.h"
 #include "protocol/fields.h"
 #include "protocol/key_events.h"
 
 namespace perilink {
 namespace {
 
-constexpr size_t kSlotCount = std::size(ProtocolData{}.shortcuts);
-
 // Every part of a record that is written by itself, so that the list of writes never grows after
 // the first change.
 constexpr size_t MostWrites() {
-  size_t count = 2 * kSlotCount;
+  size_t count = 2 * PERILINK_SLOTS;
   for (const ConfigGroup& group : kConfigGroups)
     count += group.count * size_t{group.field_count};
   return count;
@@ -38,7 +35,7 @@ void CompareField(const ConfigField& field, size_t entry, const uint8_t* record,
   FlashWrite& write = AddWrite(writes, FlashAddress(field, entry), size_t{field.width} + 1);
   std::memcpy(write.data.data(), value, field.width);
   if (field.rule == FieldRule::kNormalizedSwitch) write.data[0] = *value != 0 ? 1 : 0;
-  write.data[field.width] = CheckByte(write.data.data(), field.width);
+  write.data[field.width] = Perilink_CheckByte(write.data.data(), field.width);
 }
 
 void CompareFields(const ProtocolData& record, ProtocolData& previous,
@@ -55,7 +52,7 @@ void CompareFields(const ProtocolData& record, ProtocolData& previous,
 template <size_t kSize>
 std::array<uint8_t, kSize> ErasedSlot() {
   std::array<uint8_t, kSize> slot;
-  slot.fill(0xFF);
+  slot.fill(PERILINK_ERASED);
   return slot;
 }
 
@@ -68,15 +65,15 @@ void CompareShortcut(size_t index, ShortcutKey& shortcut, ShortcutKey& previous,
   if (slot == old_slot) return;
 
   // An emptied shortcut has count 0 by now: its write is the count alone, and one erased byte.
-  const size_t length = ShortcutLength(shortcut.count);
-  const size_t address = PERILINK_SHORTCUT_ADDRESS + index * PERILINK_SHORTCUT_SLOT_SIZE;
-  std::copy_n(slot.begin(), length, AddWrite(writes, address, length).data.begin());
+  const size_t length = Perilink_ShortcutSize(shortcut.count);
+  FlashWrite& write = AddWrite(writes, Perilink_ShortcutSlotAddress(index), length);
+  std::copy_n(slot.begin(), length, write.data.begin());
   previous.count = shortcut.count;
   std::copy_n(shortcut.events, shortcut.count, previous.events);
 }
 
 bool FitsSlot(const MacroKey& macro) {
-  return macro.count <= kMaxMacroEvents && macro.name_length <= kMaxMacroName;
+  return macro.count <= PERILINK_MACRO_MAX_EVENTS && macro.name_length <= PERILINK_MACRO_NAME_SIZE;
 }
 
 void CompareMacro(size_t index, const MacroKey& macro, MacroKey& previous,
@@ -89,9 +86,9 @@ void CompareMacro(size_t index, const MacroKey& macro, MacroKey& previous,
   // An old macro that fits no slot doesn't tell what the device holds: the new one is written.
   if (slot == old_slot && FitsSlot(previous)) return;
 
-  const size_t length = MacroLength(macro.count);
-  const size_t address = PERILINK_MACRO_ADDRESS + index * PERILINK_MACRO_SLOT_SIZE;
-  std::copy_n(slot.begin(), length, AddWrite(writes, address, length).data.begin());
+  const size_t length = Perilink_MacroSize(macro.count);
+  FlashWrite& write = AddWrite(writes, Perilink_MacroSlotAddress(index), length);
+  std::copy_n(slot.begin(), length, write.data.begin());
   previous.name_length = macro.name_length;
   std::copy_n(macro.name, macro.name_length, previous.name);
   previous.count = macro.count;
@@ -117,10 +114,10 @@ std::vector<FlashWrite> CompareProtocolData(ProtocolData& record, ProtocolData& 
   writes.reserve(MostWrites());
   if (before != nullptr) *before = std::make_unique<const ProtocolData>(previous);
   CompareFields(record, previous, writes);
-  for (size_t i = 0; i < kSlotCount; ++i) {
+  for (size_t i = 0; i < PERILINK_SLOTS; ++i) {
     CompareShortcut(i, record.shortcuts[i], previous.shortcuts[i], writes);
   }
-  for (size_t i = 0; i < kSlotCount; ++i) {
+  for (size_t i = 0; i < PERILINK_SLOTS; ++i) {
     CompareMacro(i, record.macros[i], previous.macros[i], writes);
   }
   return writes;

@@ -8,15 +8,15 @@
 #include <span>
 #include <vector>
 
-#include "perilink/records.h"
+#include "perilink/protocol.h"
 
 namespace perilink {
 
 // One field's new bytes, check byte included, and where they go.
 struct FlashWrite {
   uint16_t address;
-  uint16_t length;                // 2 to 383
-  std::array<uint8_t, 383> data;  // the longest: a macro of 70 events
+  uint16_t length;
+  std::array<uint8_t, Perilink_MacroSize(PERILINK_MACRO_MAX_EVENTS)> data;
 
   std::span<const uint8_t> bytes() const { return {data.data(), length}; }
 };

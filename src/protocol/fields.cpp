@@ -40,8 +40,8 @@ constexpr bool SettingsStandInTheirBlock() {
 // No byte of the image belongs to two fields, or to a field and a slot.
 constexpr bool NoFieldOverlapsAnother() {
   std::array<bool, PERILINK_FLASH_IMAGE_SIZE> taken{};
-  for (size_t at = PERILINK_SHORTCUT_ADDRESS;
-       at < PERILINK_MACRO_ADDRESS + 16 * PERILINK_MACRO_SLOT_SIZE; ++at) {
+  for (size_t at = PERILINK_SHORTCUT_ADDRESS; at < Perilink_MacroSlotAddress(PERILINK_SLOTS);
+       ++at) {
     taken[at] = true;
   }
   for (const ConfigGroup& group : kConfigGroups) {
@@ -60,8 +60,7 @@ constexpr bool NoFieldOverlapsAnother() {
 static_assert(GroupsAreInOrder());
 static_assert(SettingsStandInTheirBlock());
 static_assert(NoFieldOverlapsAnother());
-static_assert(PERILINK_SHORTCUT_ADDRESS + 16 * PERILINK_SHORTCUT_SLOT_SIZE ==
-              PERILINK_MACRO_ADDRESS);
+static_assert(Perilink_ShortcutSlotAddress(PERILINK_SLOTS) == PERILINK_MACRO_ADDRESS);
 
 static_assert(kConfigGroups[kSettingsGroup].fields == kSettings.data());
 static_assert(kConfigGroups[kDpiLevelsGroup].fields == kDpiLevelFields.data());
@@ -72,7 +71,7 @@ static_assert(kConfigGroups[kKeyFunctionsGroup].fields == kKeyFunFields.data());
 }  // namespace
 
 void AcceptField(const ConfigField& field, const uint8_t* stored, uint8_t* record) {
-  bool accepted = CheckHolds(stored, field.width);
+  bool accepted = Perilink_CheckHolds(stored, field.width);
   if (field.rule == FieldRule::kBelowLevelCount)
     accepted = accepted && *stored < record[offsetof(ProtocolData, dpi_level_count)];
   if (!accepted && field.keeps) return;

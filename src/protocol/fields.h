@@ -7,7 +7,6 @@
 #include <cstdint>
 
 #include "perilink/config_layout.h"
-#include "protocol/check_byte.h"
 
 namespace perilink {
 

@@ -1,4 +1,4 @@
-// Shortcuts and macros, as the device's slots hold them. The slots' sizes are in config_layout.h.
+// Shortcuts and macros, as the device's slots hold them. The slots' layout is in protocol.h.
 #ifndef PERILINK_SRC_PROTOCOL_KEY_EVENTS_H_
 #define PERILINK_SRC_PROTOCOL_KEY_EVENTS_H_
 
@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-#include "perilink/config_layout.h"
+#include "perilink/protocol.h"
 
 namespace perilink {
 
@@ -15,26 +15,15 @@ using ShortcutSlotView = std::span<const uint8_t, PERILINK_SHORTCUT_SLOT_SIZE>;
 using MacroSlot = std::span<uint8_t, PERILINK_MACRO_SLOT_SIZE>;
 using MacroSlotView = std::span<const uint8_t, PERILINK_MACRO_SLOT_SIZE>;
 
-inline constexpr uint8_t kMaxShortcutEvents = sizeof(ShortcutKey::events) / sizeof(KeyEvent);
-inline constexpr uint8_t kMaxMacroEvents = sizeof(MacroKey::events) / sizeof(KeyEvent);
-inline constexpr uint8_t kMaxMacroName = sizeof(MacroKey::name);
-
 constexpr bool IsShortcutCount(uint8_t count) {
-  return count >= PERILINK_SHORTCUT_MIN_EVENTS && count <= kMaxShortcutEvents;
+  return count >= PERILINK_SHORTCUT_MIN_EVENTS && count <= PERILINK_SHORTCUT_MAX_EVENTS;
 }
 constexpr bool IsMacroCount(uint8_t count) {
-  return count >= PERILINK_MACRO_MIN_EVENTS && count <= kMaxMacroEvents;
+  return count >= PERILINK_MACRO_MIN_EVENTS && count <= PERILINK_MACRO_MAX_EVENTS;
 }
 
-// Bytes of a slot that an encoded shortcut or macro takes, its check byte included.
-constexpr size_t ShortcutLength(uint8_t count) {
-  return size_t{count} * 3 + 2;
-}
-constexpr size_t MacroLength(uint8_t count) {
-  return PERILINK_MACRO_EVENTS_OFFSET + size_t{count} * 5 + 1;
-}
-static_assert(ShortcutLength(kMaxShortcutEvents) <= PERILINK_SHORTCUT_SLOT_SIZE);
-static_assert(MacroLength(kMaxMacroEvents) <= PERILINK_MACRO_SLOT_SIZE);
+static_assert(Perilink_ShortcutSize(PERILINK_SHORTCUT_MAX_EVENTS) <= PERILINK_SHORTCUT_SLOT_SIZE);
+static_assert(Perilink_MacroSize(PERILINK_MACRO_MAX_EVENTS) <= PERILINK_MACRO_SLOT_SIZE);
 
 // Sets the count and all events to 0. The record's unused bytes stay.
 void EmptyShortcut(ShortcutKey& shortcut);

@@ -15,11 +15,11 @@ void ParseImage(const uint8_t* image, ProtocolData& record) {
   for (const ConfigGroup& group : kConfigGroups)
     AcceptGroup(group, image, RecordBytes(record));
   for (size_t i = 0; i < std::size(record.shortcuts); ++i) {
-    const uint8_t* slot = image + PERILINK_SHORTCUT_ADDRESS + i * PERILINK_SHORTCUT_SLOT_SIZE;
+    const uint8_t* slot = image + Perilink_ShortcutSlotAddress(i);
     DecodeShortcut(ShortcutSlotView(slot, PERILINK_SHORTCUT_SLOT_SIZE), record.shortcuts[i]);
   }
   for (size_t i = 0; i < std::size(record.macros); ++i) {
-    const uint8_t* slot = image + PERILINK_MACRO_ADDRESS + i * PERILINK_MACRO_SLOT_SIZE;
+    const uint8_t* slot = image + Perilink_MacroSlotAddress(i);
     DecodeMacro(MacroSlotView(slot, PERILINK_MACRO_SLOT_SIZE), record.macros[i]);
   }
 }

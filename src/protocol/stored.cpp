@@ -7,7 +7,6 @@
 #include "perilink/config_layout.h"
 #include "perilink/protocol_data.h"
 #include "platform/guard.h"
-#include "protocol/check_byte.h"
 #include "protocol/fields.h"
 #include "protocol/parser.h"
 
@@ -23,7 +22,7 @@ void StoreFields(const ConfigGroup& group, size_t first, size_t count, uint16_t 
   for (size_t i = first; i < first + count; ++i) {
     const ConfigField& field = group.fields[i];
     const uint8_t* value = data.data() + (field.flash_address - address);
-    if (CheckHolds(value, field.width)) {
+    if (Perilink_CheckHolds(value, field.width)) {
       std::memcpy(target + field.record_offset, value, field.width);
     }
   }
@@ -57,10 +56,10 @@ void StoredProtocolData::StoreReply(uint16_t address, std::span<const uint8_t, 1
     uint8_t field_count;
   };
   static constexpr Answer kAnswers[] = {
-      {0, kSettingsGroup, 0, 1},  // report rate
-      {4, kSettingsGroup, 2, 1},  // current DPI level
-      {76, kDpiLedGroup, 0, 4},
-      {160, kLedBarGroup, 0, 2},
+      {PERILINK_REPORT_RATE_ADDRESS, kSettingsGroup, 0, 1},
+      {PERILINK_CURRENT_DPI_ADDRESS, kSettingsGroup, 2, 1},
+      {PERILINK_DPI_LED_ADDRESS, kDpiLedGroup, 0, kDpiLedFields.size()},
+      {PERILINK_LED_BAR_ADDRESS, kLedBarGroup, 0, kLedBarFields.size()},
   };
   for (const Answer& answer : kAnswers) {
     if (answer.address != address) continue;

@@ -31,8 +31,8 @@ class StoredProtocolData {
   void Parse(const uint8_t* image);
 
   // Keeps the record current from the answer to a memory read at `address` with the frame's ten
-  // data bytes: the report rate (address 0), the current level (4), the indicator (76) and the bar
-  // (160), each field whose check byte is right. Any other address stores nothing.
+  // data bytes: the report rate, the current level, the indicator and the bar, each field whose
+  // check byte is right. Any other address stores nothing.
   void StoreReply(uint16_t address, std::span<const uint8_t, 10> data);
 
   // Runs `use` on the record under the lock. `use` takes no other lock.

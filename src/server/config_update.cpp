@@ -19,8 +19,8 @@ void Cut(const FlashWrite& write, std::vector<QueueEntry>& entries) {
   for (uint16_t address = write.address; !rest.empty(); address += kFrameDataCapacity) {
     const std::span<const uint8_t> chunk = rest.first(std::min(rest.size(), kFrameDataCapacity));
     rest = rest.subspan(chunk.size());
-    QueueEntry entry = SingleEntry(
-        BuildFrame(kCommandWriteMemory, static_cast<uint8_t>(chunk.size()), chunk, address));
+    QueueEntry entry = SingleEntry(BuildFrame(PERILINK_COMMAND_WRITE_MEMORY,
+                                              static_cast<uint8_t>(chunk.size()), chunk, address));
     entry.continuation = kUpdateTag;
     entry.last_chunk = rest.empty() ? 1 : 0;
     entries.push_back(entry);

@@ -24,8 +24,9 @@ QueueEntry ChunkEntry(std::span<const char> text, size_t offset) {
                  [](char c) { return static_cast<uint8_t>(c); });
   // Total length and offset travel where memory commands have their address.
   const auto place = static_cast<uint16_t>(text.size() << 8 | offset);
-  QueueEntry entry = SingleEntry(BuildFrame(kCommandDescriptorString, static_cast<uint8_t>(length),
-                                            std::span(chunk).first(length), place));
+  QueueEntry entry =
+      SingleEntry(BuildFrame(PERILINK_COMMAND_DESCRIPTOR_STRING, static_cast<uint8_t>(length),
+                             std::span(chunk).first(length), place));
   entry.last_chunk = offset + length == text.size() ? 1 : 0;
   return entry;
 }

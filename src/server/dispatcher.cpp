@@ -24,7 +24,7 @@ ReadRange RangeOf(const CommandFrame& frame) {
 }  // namespace
 
 Meaning Dispatcher::DispatchReport(const ValidFrame& report) noexcept {
-  if (report->command == kCommandEvent) {
+  if (report->command == PERILINK_COMMAND_EVENT) {
     Guarded([&] { HandleEvent(*report); });
     return Meaning::kNoAnswer;
   }
@@ -51,7 +51,7 @@ Dispatcher::Taken Dispatcher::TakeAnswer(const CommandFrame& report, Answer& ans
   QueueEntry& head = queues.commands.Head();
 
   // A device acknowledges a write by echoing it exactly. Anything else and it is written again.
-  if (report.command == kCommandWriteMemory) {
+  if (report.command == PERILINK_COMMAND_WRITE_MEMORY) {
     if (std::memcmp(&report, &head.frame, sizeof(report)) != 0) {
       head.pending = 1;
       return Taken::kNothing;
@@ -60,7 +60,7 @@ Dispatcher::Taken Dispatcher::TakeAnswer(const CommandFrame& report, Answer& ans
   }
 
   bool unproven = false;
-  if (report.command == kCommandReadMemory) {
+  if (report.command == PERILINK_COMMAND_READ_MEMORY) {
     const AddressMatch match = echo_.Judge(RangeOf(head.frame), RangeOf(report));
     if (echo_.known()) {
       if (const auto requests = queues.replies.UnprovenRequests(); !requests.empty()) {
@@ -74,7 +74,7 @@ Dispatcher::Taken Dispatcher::TakeAnswer(const CommandFrame& report, Answer& ans
     if (match == AddressMatch::kShort) head.pending = 1;
     if (match == AddressMatch::kForeign || match == AddressMatch::kShort) return Taken::kNothing;
     unproven = match == AddressMatch::kUnproven;
-    if (!unproven && report.report_id == kReportId)
+    if (!unproven && report.report_id == PERILINK_REPORT_ID)
       StoredProtocolData::Instance().StoreReply(FrameAddress(report), report.data);
   }
 
@@ -88,7 +88,7 @@ Dispatcher::Taken Dispatcher::TakeAnswer(const CommandFrame& report, Answer& ans
   queues.commands.PopHead();
   if (!complete) return Taken::kPart;
 
-  const uint8_t length_mask = KeyboardTargetFlag() ? uint8_t{0x7F} : uint8_t{0xFF};
+  const uint8_t length_mask = KeyboardTargetFlag() ? uint8_t{PERILINK_LENGTH_MASK} : uint8_t{0xFF};
   answer.length = queues.replies.Assemble(reply_data_, length_mask);
   queues.replies.Clear();
   return Taken::kWhole;
@@ -100,10 +100,10 @@ void Dispatcher::ReportAnswer(Answer& answer) {
     return;
   }
   if (answer.length <= sizeof(CommandFrame::data)) {
-    if (answer.frame.command == kCommandBatteryLevel) {
+    if (answer.frame.command == PERILINK_COMMAND_BATTERY_LEVEL) {
       if (optimizer_.TakeBatteryAnswer(&ServerState::CallbackForReport)) return;
       answer.length = kStatusAnswerLength;
-    } else if (answer.frame.command == kCommandOnLine) {
+    } else if (answer.frame.command == PERILINK_COMMAND_ON_LINE) {
       answer.length = kStatusAnswerLength;
     }
   }

@@ -7,7 +7,6 @@
 
 #include "perilink/server.h"
 #include "platform/guard.h"
-#include "protocol/check_byte.h"
 #include "protocol/key_events.h"
 #include "protocol/stored.h"
 #include "transport/frame.h"
@@ -19,8 +18,9 @@ constexpr uint32_t kFrameBytes = kFrameDataCapacity;
 constexpr int32_t kLongestRead = kReplyFrameLimit * kFrameDataCapacity;
 
 QueueEntry ReadEntry(uint32_t address, uint32_t length, uint8_t tag, bool last) {
-  QueueEntry entry = SingleEntry(BuildFrame(kCommandReadMemory, static_cast<uint8_t>(length), {},
-                                            static_cast<uint16_t>(address)));
+  QueueEntry entry =
+      SingleEntry(BuildFrame(PERILINK_COMMAND_READ_MEMORY, static_cast<uint8_t>(length), {},
+                             static_cast<uint16_t>(address)));
   entry.continuation = tag;
   entry.last_chunk = last ? 1 : 0;
   return entry;
@@ -28,32 +28,21 @@ QueueEntry ReadEntry(uint32_t address, uint32_t length, uint8_t tag, bool last) 
 
 // ---- The image and its slots -------------------------------------------------------------------
 
-constexpr uint32_t kSettingsSize = PERILINK_SETTINGS_BLOCK_SIZE;
-constexpr uint32_t kExtensionAddress = 6912;
-constexpr uint32_t kExtensionSize = 48;
-constexpr uint8_t kErased = 0xFF;
-
-constexpr uint8_t kSlots = std::size(ProtocolData{}.macros);
-constexpr uint32_t ShortcutAddress(uint8_t slot) {
-  return PERILINK_SHORTCUT_ADDRESS + uint32_t{PERILINK_SHORTCUT_SLOT_SIZE} * slot;
-}
-constexpr uint32_t MacroAddress(uint8_t slot) {
-  return PERILINK_MACRO_ADDRESS + uint32_t{PERILINK_MACRO_SLOT_SIZE} * slot;
-}
+constexpr uint32_t kExtensionSize = PERILINK_DPI_LEVELS * PERILINK_DPI_EXTENSION_SIZE;
 
 constexpr bool IsNameLength(uint8_t length) {
-  return length >= 1 && length <= kMaxMacroName;
+  return length >= 1 && length <= PERILINK_MACRO_NAME_SIZE;
 }
 
 using Image = std::array<uint8_t, PERILINK_FLASH_IMAGE_SIZE>;
-static_assert(MacroAddress(kSlots - 1) + PERILINK_MACRO_SLOT_SIZE <= sizeof(Image));
-static_assert(kExtensionAddress + kExtensionSize == sizeof(Image));
+static_assert(Perilink_MacroSlotAddress(PERILINK_SLOTS) <= sizeof(Image));
+static_assert(PERILINK_DPI_EXTENSIONS_ADDRESS + kExtensionSize == sizeof(Image));
 
 // The data of a memory write, as far as they lie in the image.
 void LayOver(Image& image, const CommandFrame& write) {
   const size_t address = FrameAddress(write);
   if (address >= image.size()) return;
-  const size_t declared = write.length & 0x7Fu;
+  const size_t declared = write.length & size_t{PERILINK_LENGTH_MASK};
   const size_t length = std::min({declared, kFrameDataCapacity, image.size() - address});
   std::copy_n(write.data, length, image.begin() + static_cast<ptrdiff_t>(address));
 }
@@ -66,11 +55,11 @@ using Data = std::span<const uint8_t, kReplyDataSize>;
 enum Tag : uint8_t {
   kTagSettings = 1,
   kTagShortcutProbe = 2,
-  kTagShortcut = kTagShortcutProbe + kSlots,
-  kTagMacroProbe = kTagShortcut + kSlots,
-  kTagMacroProbeAgain = kTagMacroProbe + kSlots,
-  kTagMacro = kTagMacroProbeAgain + kSlots,
-  kTagExtension = kTagMacro + kSlots,
+  kTagShortcut = kTagShortcutProbe + PERILINK_SLOTS,
+  kTagMacroProbe = kTagShortcut + PERILINK_SLOTS,
+  kTagMacroProbeAgain = kTagMacroProbe + PERILINK_SLOTS,
+  kTagMacro = kTagMacroProbeAgain + PERILINK_SLOTS,
+  kTagExtension = kTagMacro + PERILINK_SLOTS,
 };
 static_assert(kTagExtension == kLastFlashReadTag);
 
@@ -94,7 +83,7 @@ class FlashRead : public std::enable_shared_from_this<FlashRead> {
  public:
   FlashRead(ServerState& state, ConnectionNumber connection)
       : state_(state), connection_(connection) {
-    image_.fill(kErased);
+    image_.fill(PERILINK_ERASED);
   }
 
   void Continue(uint8_t tag, Data data, ServerReportCallback callback);
@@ -129,22 +118,22 @@ void FlashRead::Queue(std::span<const QueueEntry> entries) {
 }
 
 void FlashRead::TakeSettings(Data data) {
-  image_.fill(kErased);
-  std::copy_n(data.begin(), kSettingsSize, image_.begin());
-  Queue(ReadEntries(kExtensionAddress, kExtensionSize, kTagExtension));
+  image_.fill(PERILINK_ERASED);
+  std::copy_n(data.begin(), PERILINK_SETTINGS_BLOCK_SIZE, image_.begin());
+  Queue(ReadEntries(PERILINK_DPI_EXTENSIONS_ADDRESS, kExtensionSize, kTagExtension));
 }
 
 void FlashRead::TakeExtension(Data data) {
-  std::copy_n(data.begin(), kExtensionSize, image_.begin() + kExtensionAddress);
+  std::copy_n(data.begin(), kExtensionSize, image_.begin() + PERILINK_DPI_EXTENSIONS_ADDRESS);
   ProbeShortcut(0);
 }
 
 void FlashRead::ProbeShortcut(uint8_t slot) {
-  if (slot == kSlots) {
+  if (slot == PERILINK_SLOTS) {
     ProbeMacro(0);
     return;
   }
-  Queue(ReadEntries(ShortcutAddress(slot), kFrameBytes,
+  Queue(ReadEntries(Perilink_ShortcutSlotAddress(slot), kFrameBytes,
                     static_cast<uint8_t>(kTagShortcutProbe + slot)));
 }
 
@@ -154,26 +143,27 @@ void FlashRead::TakeShortcutProbe(uint8_t slot, Data data) {
     ProbeShortcut(static_cast<uint8_t>(slot + 1));
     return;
   }
-  Queue(ReadEntries(ShortcutAddress(slot), static_cast<uint32_t>(ShortcutLength(count)),
+  Queue(ReadEntries(Perilink_ShortcutSlotAddress(slot),
+                    static_cast<uint32_t>(Perilink_ShortcutSize(count)),
                     static_cast<uint8_t>(kTagShortcut + slot)));
 }
 
 void FlashRead::TakeShortcut(uint8_t slot, Data data) {
   const uint8_t count = data[0];
-  const size_t length = ShortcutLength(count);
-  if (IsShortcutCount(count) && CheckHolds(data.data(), length - 1))
-    std::copy_n(data.begin(), length, image_.begin() + ShortcutAddress(slot));
+  const size_t length = Perilink_ShortcutSize(count);
+  if (IsShortcutCount(count) && Perilink_CheckHolds(data.data(), length - 1))
+    std::copy_n(data.begin(), length, image_.begin() + Perilink_ShortcutSlotAddress(slot));
   ProbeShortcut(static_cast<uint8_t>(slot + 1));
 }
 
 void FlashRead::ProbeMacro(uint8_t slot) {
-  if (slot == kSlots) {
+  if (slot == PERILINK_SLOTS) {
     Finish();
     return;
   }
   // Name length and event count stand too far apart for one frame.
   const uint8_t tag = static_cast<uint8_t>(kTagMacroProbe + slot);
-  const uint32_t address = MacroAddress(slot);
+  const uint32_t address = Perilink_MacroSlotAddress(slot);
   const QueueEntry probe[] = {
       ReadEntry(address, kFrameBytes, tag, false),
       ReadEntry(address + PERILINK_MACRO_COUNT_OFFSET, kFrameBytes, tag, true),
@@ -188,8 +178,8 @@ void FlashRead::TakeMacroProbe(uint8_t slot, Data data) {
     ProbeMacro(static_cast<uint8_t>(slot + 1));
     return;
   }
-  const size_t length = IsMacroCount(count) ? MacroLength(count) : name_length + size_t{1};
-  Queue(ReadEntries(MacroAddress(slot), static_cast<uint32_t>(length),
+  const size_t length = IsMacroCount(count) ? Perilink_MacroSize(count) : name_length + size_t{1};
+  Queue(ReadEntries(Perilink_MacroSlotAddress(slot), static_cast<uint32_t>(length),
                     static_cast<uint8_t>(kTagMacro + slot)));
 }
 
@@ -197,7 +187,8 @@ void FlashRead::TakeMacroProbe(uint8_t slot, Data data) {
 void FlashRead::TakeMacro(uint8_t slot, Data data) {
   MacroKey macro{};
   DecodeMacro(data.first<PERILINK_MACRO_SLOT_SIZE>(), macro);
-  EncodeMacro(macro, MacroSlot(image_.data() + MacroAddress(slot), PERILINK_MACRO_SLOT_SIZE));
+  EncodeMacro(macro,
+              MacroSlot(image_.data() + Perilink_MacroSlotAddress(slot), PERILINK_MACRO_SLOT_SIZE));
   ProbeMacro(static_cast<uint8_t>(slot + 1));
 }
 
@@ -209,7 +200,7 @@ bool FlashRead::Store() {
   if (queues.connection != connection_) return false;
   for (size_t i = 0; i < queues.commands.Size(); ++i) {
     const QueueEntry& entry = queues.commands.At(i);
-    if (entry.continuation == kUpdateTag && entry.frame.command == kCommandWriteMemory)
+    if (entry.continuation == kUpdateTag && entry.frame.command == PERILINK_COMMAND_WRITE_MEMORY)
       LayOver(believed_, entry.frame);
   }
   StoredProtocolData::Instance().Parse(believed_.data());
@@ -219,8 +210,8 @@ bool FlashRead::Store() {
 void FlashRead::Finish() {
   if (callback_ == nullptr || !Store()) return;
   CommandFrame frame{};
-  frame.report_id = kReportId;
-  frame.command = kCommandReadMemory;
+  frame.report_id = PERILINK_REPORT_ID;
+  frame.command = PERILINK_COMMAND_READ_MEMORY;
   callback_(FrameBytes(frame).data(), sizeof(frame), image_.data(), PERILINK_FLASH_IMAGE_SIZE);
 }
 
@@ -276,17 +267,17 @@ void UsbServer_ReadFalshData(uint32_t address, int32_t length, uint8_t continuat
 }
 
 void UsbServer_ReadAllFlashData(void) {
-  UsbServer_ReadFalshData(0, perilink::kSettingsSize, perilink::kTagSettings);
+  UsbServer_ReadFalshData(0, PERILINK_SETTINGS_BLOCK_SIZE, perilink::kTagSettings);
 }
 void UsbServer_ReadReportRate(void) {
-  UsbServer_ReadFalshData(0x0000, 1, 0);
+  UsbServer_ReadFalshData(PERILINK_REPORT_RATE_ADDRESS, 1, 0);
 }
 void UsbServer_ReadCurrentDPI(void) {
-  UsbServer_ReadFalshData(0x0004, 1, 0);
+  UsbServer_ReadFalshData(PERILINK_CURRENT_DPI_ADDRESS, 1, 0);
 }
 void UsbServer_ReadDPILed(void) {
-  UsbServer_ReadFalshData(0x004C, 8, 0);
+  UsbServer_ReadFalshData(PERILINK_DPI_LED_ADDRESS, PERILINK_DPI_LED_SIZE, 0);
 }
 void UsbServer_ReadLedBar(void) {
-  UsbServer_ReadFalshData(0x00A0, 9, 0);
+  UsbServer_ReadFalshData(PERILINK_LED_BAR_ADDRESS, PERILINK_LED_BAR_SIZE, 0);
 }

@@ -119,8 +119,8 @@ bool ServerLoop::WriteHead(ServerState::Queues& queues) {
   head.pending = 0;
   awaiting_reply_ = true;
   sent_at_ms_ = GetTickCount64();
-  reply_timeout_ms_ =
-      head.frame.command == kCommandClearSetting ? kClearSettingTimeoutMs : kReplyTimeoutMs;
+  reply_timeout_ms_ = head.frame.command == PERILINK_COMMAND_CLEAR_SETTING ? kClearSettingTimeoutMs
+                                                                           : kReplyTimeoutMs;
   if (++write_count_ >= kUnansweredWriteLimit) {
     write_count_ = 0;
     queues.replies.Clear();

@@ -29,7 +29,7 @@ void CommandQueue::PutBack(std::span<const QueuedFrame> frames) {
 void ReplyChunks::Append(const QueuedFrame& request, const CommandFrame& answer, bool unproven) {
   if (chunks_.size() == kReplyFrameLimit) {
     dropped_length_ += answer.length;
-    dropped_masked_ += answer.length & 0x7Fu;
+    dropped_masked_ += answer.length & uint8_t{PERILINK_LENGTH_MASK};
     return;
   }
   chunks_.push_back({request, answer});
@@ -57,7 +57,7 @@ std::vector<QueuedFrame> ReplyChunks::UnprovenRequests() const {
 uint32_t ReplyChunks::Assemble(std::span<uint8_t, kReplyDataSize> data, uint8_t length_mask) const {
   constexpr size_t kChunk = sizeof(CommandFrame::data);
   std::fill(data.begin(), data.end(), uint8_t{0});
-  uint64_t total = (length_mask & kKeyboardTargetBit) != 0 ? dropped_length_ : dropped_masked_;
+  uint64_t total = (length_mask & PERILINK_KEYBOARD_BIT) != 0 ? dropped_length_ : dropped_masked_;
   for (size_t i = 0; i < chunks_.size(); ++i) {
     const CommandFrame& answer = chunks_[i].answer;
     std::copy_n(answer.data, kChunk, &data[i * kChunk]);

@@ -44,11 +44,11 @@ void QueueSetRgbBarMode(const RgbBarMode& record) {
   std::array<uint8_t, 6> payload;
   payload[0] = record.enabled != 0 ? record.mode : uint8_t{0};
   std::memcpy(&payload[1], record.settings, sizeof(record.settings));
-  QueueCommand(kCommandSetRgbBarMode, kFullLength, payload);
+  QueueCommand(PERILINK_COMMAND_SET_RGB_BAR_MODE, kFullLength, payload);
 }
 
 void QueueGetRgbBarMode() {
-  QueueCommand(kCommandGetRgbBarMode, 0);
+  QueueCommand(PERILINK_COMMAND_GET_RGB_BAR_MODE, 0);
 }
 
 }  // namespace perilink
@@ -68,46 +68,46 @@ void UsbServer_WriteCommand(const QueueEntry* entry) {
 // ---- Queries -----------------------------------------------------------------------------------
 
 void UsbServer_ReadOnLine(void) {
-  Query(kCommandOnLine);
+  Query(PERILINK_COMMAND_ON_LINE);
 }
 void UsbServer_ReadBatteryLevel(void) {
-  Query(kCommandBatteryLevel);
+  Query(PERILINK_COMMAND_BATTERY_LEVEL);
 }
 void UsbServer_ReadDonglePairStatus(void) {
-  Query(kCommandPairStatus);
+  Query(PERILINK_COMMAND_PAIR_STATUS);
 }
 void UsbServer_SetClearSetting(void) {
-  Query(kCommandClearSetting);
+  Query(PERILINK_COMMAND_CLEAR_SETTING);
 }
 void UsbServer_EnterUsbUpdateMode(void) {
-  Query(kCommandUsbUpdateMode);
+  Query(PERILINK_COMMAND_USB_UPDATE_MODE);
 }
 void UsbServer_ReadConfig(void) {
-  Query(kCommandReadConfig);
+  Query(PERILINK_COMMAND_READ_CONFIG);
 }
 void UsbServer_EnterMTKMode(void) {
-  Query(kCommandMtkMode);
+  Query(PERILINK_COMMAND_MTK_MODE);
 }
 void UsbServer_ReadVersion(void) {
-  Query(kCommandVersion);
+  Query(PERILINK_COMMAND_VERSION);
 }
 void UsbServer_Get4KDongleRGBValue(void) {
-  Query(kCommandGetDongleRgb);
+  Query(PERILINK_COMMAND_GET_DONGLE_RGB);
 }
 void UsbServer_GetLongRangeMode(void) {
-  Query(kCommandGetLongRange);
+  Query(PERILINK_COMMAND_GET_LONG_RANGE);
 }
 void UsbServer_GetMouseSerialNumber(void) {
-  Query(kCommandGetSerialNumber);
+  Query(PERILINK_COMMAND_GET_SERIAL_NUMBER);
 }
 void UsbServer_GetRSSI(void) {
-  Query(kCommandRssi);
+  Query(PERILINK_COMMAND_RSSI);
 }
 void UsbServer_GetDongleIndicatorLed(void) {
-  Query(kCommandGetIndicatorLed);
+  Query(PERILINK_COMMAND_GET_INDICATOR_LED);
 }
 void UsbServer_GetSlaveVersion(void) {
-  Query(kCommandSlaveVersion);
+  Query(PERILINK_COMMAND_SLAVE_VERSION);
 }
 void UsbServer_GetData(uint8_t command) {
   Query(command);
@@ -117,7 +117,7 @@ void UsbServer_GetData(uint8_t command) {
 
 void UsbServer_EnterDonglePairWithCidMid(uint8_t cid, uint8_t mid) {
   const uint8_t ids[] = {cid, mid};
-  Queue(kCommandPair, sizeof(ids), ids);
+  Queue(PERILINK_COMMAND_PAIR, sizeof(ids), ids);
 }
 void UsbServer_EnterDonglePair(void) {
   UsbServer_EnterDonglePairWithCidMid(0, 0);
@@ -126,33 +126,33 @@ void UsbServer_EnterDonglePair(void) {
 void UsbServer_EnterDonglePairOnlyCid(uint8_t cid) {
   // The firmware takes it from the third byte, which the declared two do not cover.
   const uint8_t payload[] = {0, 0, cid};
-  Queue(kCommandPair, 2, payload);
+  Queue(PERILINK_COMMAND_PAIR, 2, payload);
 }
 
 void UsbServer_SetVidPid(uint32_t vid, uint32_t pid) {
   const auto high = [](uint32_t id) { return static_cast<uint8_t>((id >> 8) & 0x0F); };
   const auto low = [](uint32_t id) { return static_cast<uint8_t>(id & 0xFF); };
   const uint8_t ids[] = {high(vid), low(vid), high(pid), low(pid)};
-  Queue(kCommandVidPid, sizeof(ids), ids);
+  Queue(PERILINK_COMMAND_VID_PID, sizeof(ids), ids);
 }
 
 void UsbServer_SetCurrentConfig(uint8_t config) {
-  QueueByte(kCommandSetConfig, 1, config);
+  QueueByte(PERILINK_COMMAND_SET_CONFIG, 1, config);
 }
 void UsbServer_SetLongRangeMode(uint8_t mode) {
-  QueueByte(kCommandSetLongRange, kFullLength, mode);
+  QueueByte(PERILINK_COMMAND_SET_LONG_RANGE, kFullLength, mode);
 }
 void UsbServer_Set4KDongleRGB(const DataRecord10* record) {
-  QueueRecord(kCommandSetDongleRgb, record->bytes);
+  QueueRecord(PERILINK_COMMAND_SET_DONGLE_RGB, record->bytes);
 }
 void UsbServer_SetDongleIDToMouse(const DataRecord10* record) {
-  QueueRecord(kCommandDongleIdToMouse, record->bytes);
+  QueueRecord(PERILINK_COMMAND_DONGLE_ID_TO_MOUSE, record->bytes);
 }
 void UsbServer_SetMouseSerialNumber(const DataRecord10* record) {
-  QueueRecord(kCommandSetSerialNumber, record->bytes);
+  QueueRecord(PERILINK_COMMAND_SET_SERIAL_NUMBER, record->bytes);
 }
 void UsbServer_SetDongleIndicatorLed(const IndicatorLed* record) {
-  QueueRecord(kCommandSetIndicatorLed, record->bytes);
+  QueueRecord(PERILINK_COMMAND_SET_INDICATOR_LED, record->bytes);
 }
 
 void UsbServer_SetData(uint8_t command, const uint8_t* data, uint8_t length) {
@@ -167,7 +167,7 @@ void UsbServer_ReadEncryption(void) {
 }
 
 void UsbServer_SetPCDriverStatus(uint8_t status) {
-  QueueByte(kCommandDriverStatus, 1, status);
+  QueueByte(PERILINK_COMMAND_DRIVER_STATUS, 1, status);
   // The host has said so even if the device can't be told.
   Guarded([&] { BatteryOptimizer::Instance().SetDriverStatus(status != 0); });
 }

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "perilink/finder.h"
+#include "perilink/protocol.h"
 #include "platform/ansi_text.h"
 #include "platform/guard.h"
 #include "platform/handles.h"
@@ -203,7 +204,7 @@ void UsbFinder_FindHidDevicesByDeviceId(const std::wstring& vendor_id,
 void UsbFinder_FindHidDevicesByDefaultDeviceId(const std::wstring& vendor_id,
                                                const std::wstring& product_id, HidPathList& list) {
   Replace(list, [&] {
-    return perilink::FindHidPathsByDeviceId(vendor_id, product_id, perilink::kDefaultInterface,
-                                            perilink::kDefaultCollection);
+    return perilink::FindHidPathsByDeviceId(vendor_id, product_id, PERILINK_DEFAULT_INTERFACE,
+                                            PERILINK_DEFAULT_COLLECTION);
   });
 }

@@ -19,10 +19,6 @@ using HidPathList = std::vector<std::wstring>;
 // An enumeration that failed tells of no absence.
 enum class Presence { kPresent, kAbsent, kUnknown };
 
-// Where the devices keep their command interface.
-inline constexpr int32_t kDefaultInterface = 1;
-inline constexpr int32_t kDefaultCollection = 5;
-
 // All of them enumerate afresh, open nothing, and report no errors: a system call that fails ends
 // the enumeration with what it has collected. They throw only when memory runs out.
 HidPathList EnumerateHidPaths();

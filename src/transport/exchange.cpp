@@ -46,7 +46,8 @@ class Exchange {
 
  private:
   bool IsExact(const CommandFrame& reply) const {
-    return request_.command != kCommandReadMemory || FrameAddress(reply) == FrameAddress(request_);
+    return request_.command != PERILINK_COMMAND_READ_MEMORY ||
+           FrameAddress(reply) == FrameAddress(request_);
   }
 
   Link& link_;

@@ -26,14 +26,14 @@ void SetKeyboardTargetFlag(bool set) {
 
 CommandFrame BuildFrame(uint8_t command, uint8_t declared_length, std::span<const uint8_t> payload,
                         uint16_t address) {
-  const uint8_t target = KeyboardTargetFlag() ? kKeyboardTargetBit : uint8_t{0};
+  const uint8_t target = KeyboardTargetFlag() ? uint8_t{PERILINK_KEYBOARD_BIT} : uint8_t{0};
   return BuildFrameWithLengthByte(command, declared_length | target, payload, address);
 }
 
 CommandFrame BuildFrameWithLengthByte(uint8_t command, uint8_t length_byte,
                                       std::span<const uint8_t> payload, uint16_t address) {
   CommandFrame frame{};
-  frame.report_id = kReportId;
+  frame.report_id = PERILINK_REPORT_ID;
   frame.command = command;
   frame.address_high = static_cast<uint8_t>(address >> 8);
   frame.address_low = static_cast<uint8_t>(address & 0xFF);

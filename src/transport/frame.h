@@ -8,57 +8,11 @@
 #include <optional>
 #include <span>
 
-#include "perilink/records.h"
+#include "perilink/protocol.h"
 
 namespace perilink {
 
-inline constexpr uint8_t kReportId = 0x08;
-inline constexpr uint8_t kKeyboardTargetBit = 0x80;
-inline constexpr size_t kFrameDataCapacity = sizeof(CommandFrame::data);
-
-// The command codes that the library itself gives a meaning to.
-enum Command : uint8_t {
-  kCommandDeviceInfo = 0x01,
-  kCommandDriverStatus = 0x02,
-  kCommandOnLine = 0x03,
-  kCommandBatteryLevel = 0x04,
-  kCommandPair = 0x05,
-  kCommandPairStatus = 0x06,
-  kCommandWriteMemory = 0x07,
-  kCommandReadMemory = 0x08,
-  kCommandClearSetting = 0x09,
-  kCommandEvent = 0x0A,
-  kCommandVidPid = 0x0B,
-  kCommandDescriptorString = 0x0C,
-  kCommandUsbUpdateMode = 0x0D,
-  kCommandReadConfig = 0x0E,
-  kCommandSetConfig = 0x0F,
-  kCommandMtkMode = 0x11,
-  kCommandVersion = 0x12,
-  kCommandSetDongleRgb = 0x14,
-  kCommandGetDongleRgb = 0x15,
-  kCommandSetLongRange = 0x16,
-  kCommandGetLongRange = 0x17,
-  kCommandSetRgbBarMode = 0x18,
-  kCommandGetRgbBarMode = 0x19,
-  kCommandDongleIdToMouse = 0x1A,
-  kCommandSetSerialNumber = 0x1F,
-  kCommandGetSerialNumber = 0x20,
-  kCommandRssi = 0x2B,
-  kCommandSetIndicatorLed = 0x2C,
-  kCommandGetIndicatorLed = 0x2D,
-  kCommandSlaveVersion = 0xB3,
-  kCommandWriteCidMid = 0xF0,
-  kCommandReadCidMid = 0xF1,
-};
-
-// 0x55 minus the sum of buffer[first] to buffer[end - 1], modulo 256; 0x55 for an empty range.
-constexpr uint8_t ChecksumRange(const uint8_t* buffer, size_t first, size_t end) {
-  uint8_t sum = 0;
-  for (size_t i = first; i < end; ++i)
-    sum = static_cast<uint8_t>(sum + buffer[i]);
-  return static_cast<uint8_t>(0x55 - sum);
-}
+inline constexpr size_t kFrameDataCapacity = PERILINK_FRAME_DATA_SIZE;
 
 // The bytes of a frame, as they travel.
 inline std::span<const uint8_t, sizeof(CommandFrame)> FrameBytes(const CommandFrame& frame) {
@@ -70,7 +24,7 @@ inline std::span<uint8_t, sizeof(CommandFrame)> FrameBytes(CommandFrame& frame) 
 
 // The checksum that belongs into the frame's last byte.
 inline uint8_t FrameChecksum(const CommandFrame& frame) {
-  return ChecksumRange(FrameBytes(frame).data(), 0, offsetof(CommandFrame, checksum));
+  return Perilink_CheckByte(FrameBytes(frame).data(), offsetof(CommandFrame, checksum));
 }
 
 // The address of a memory command, of its request and of its answer.

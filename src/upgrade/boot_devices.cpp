@@ -22,19 +22,19 @@ HidPathList FindDevicePaths(const std::wstring& key) {
 }
 
 bool FindNormalDevice(const UsbUpgradeFile& record) {
-  const size_t inputs = FindDevicePaths(record.normal_input_end_point).size();
-  const size_t outputs = FindDevicePaths(record.normal_output_end_point).size();
+  const size_t inputs = FindDevicePaths(record.normal_input_key).size();
+  const size_t outputs = FindDevicePaths(record.normal_output_key).size();
   return inputs == 1 && outputs == 1;
 }
 
 HidPathList FindBootDevices(const uint8_t* image) {
   if (!CheckImageHeader(image)) return {};
-  return FindHidPathsByKey(ReadTextField(ReadImageHeader(image).boot_input_end_point));
+  return FindHidPathsByKey(ReadTextField(ReadImageHeader(image).boot_input_key));
 }
 
 HidPathList FindBootDevices(const UsbUpgradeFile& record) {
   if (!record.valid) return {};
-  return FindDevicePaths(record.boot_input_end_point);
+  return FindDevicePaths(record.boot_input_key);
 }
 
 }  // namespace perilink

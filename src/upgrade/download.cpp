@@ -12,22 +12,11 @@
 namespace perilink {
 namespace {
 
-// First bytes of the device's replies, after the report id.
-enum ReplyCode : uint8_t {
-  kReplyReady = 0xB0,
-  kReplyEcho = 0xB1,
-  kReplyError = 0x5A,   // then 0xA5, the error code
-  kReplyStatus = 0x5B,  // then 0xB5, a status, its detail
-};
-constexpr uint8_t kErrorMark = 0xA5;
-constexpr uint8_t kStatusMark = 0xB5;
-constexpr uint8_t kStatusEnd = 0x88;
-
 constexpr int32_t kLongestRepeat = 8;
 constexpr DWORD kLongestWaitMs = 1000;
 
 size_t PacketLength(const UsbUpgradeFile& record) {
-  return std::min<size_t>(record.header.packet_template.length, kPacketDataSize);
+  return std::min<size_t>(record.header.packet_template.length, PERILINK_PACKET_SIZE);
 }
 
 bool HasPacketToWrite(const UsbUpgradeFile& record) {
@@ -55,7 +44,7 @@ class Download {
       }
       if (IdleMs() >= record_.timeout) {
         LogLine(L"Upgrade Timeout");
-        EndUpgrade(record_, kResultTimeout, 3);
+        EndUpgrade(record_, PERILINK_UPGRADE_RESULT_TIMEOUT, PERILINK_UPGRADE_TIMEOUT_DOWNLOAD);
         return false;
       }
     }
@@ -63,8 +52,8 @@ class Download {
 
  private:
   bool Open() {
-    const HidPathList inputs = FindDevicePaths(record_.boot_input_end_point);
-    const HidPathList outputs = FindDevicePaths(record_.boot_output_end_point);
+    const HidPathList inputs = FindDevicePaths(record_.boot_input_key);
+    const HidPathList outputs = FindDevicePaths(record_.boot_output_key);
     // Without a path the log shows a handle of 0.
     link_.Open(outputs.empty() ? nullptr : &outputs.front(),
                inputs.empty() ? nullptr : &inputs.front());
@@ -72,7 +61,8 @@ class Download {
     if (handles.CanWrite() && handles.CanRead()) return true;
     LogLine(L"DownloadFile-HANDLE Error,hDeviceWrite=", handles.WriteHandleNumber(),
             L"  hDeviceRead =", handles.ReadHandleNumber());
-    EndUpgrade(record_, kResultBootOpenFailed, handles.CanWrite(), handles.CanRead());
+    EndUpgrade(record_, PERILINK_UPGRADE_RESULT_BOOT_OPEN_FAILED, handles.CanWrite(),
+               handles.CanRead());
     return false;
   }
 
@@ -115,7 +105,7 @@ class Download {
       return;
     }
     LogLine(L"All Upgrade Success");
-    EndUpgrade(record_, kResultSuccess);
+    EndUpgrade(record_, PERILINK_UPGRADE_RESULT_SUCCESS);
   }
 
   ULONGLONG IdleMs() const { return GetTickCount64() - last_write_ms_; }
@@ -133,11 +123,11 @@ class Download {
 };
 
 bool ReceiveStatus(UsbUpgradeFile& record, uint8_t status, uint8_t detail) {
-  SendUpgradeEvent(record, kNoticeEvent, status, detail);
+  SendUpgradeEvent(record, PERILINK_UPGRADE_NOTICE, status, detail);
   // The device has the packet though its echo was lost; no progress is counted for it.
   if ((status == 1 || status == 2) && detail == 1 && !record.packets.empty())
     record.packets.pop_front();
-  return status == kStatusEnd;
+  return status == PERILINK_UPGRADE_NOTICE_END;
 }
 
 bool EchoMatches(const UsbUpgradeFile& record, const BootReport& report) {
@@ -179,17 +169,18 @@ bool DownloadFile(UsbUpgradeFile& record) {
 bool ReceiveBootReply(UsbUpgradeFile& record, const BootReport& report) {
   LogHexLine(L"Received Data:", report.bytes);
   switch (report[1]) {
-    case kReplyReady:
-      SendUpgradeEvent(record, kNoticeEvent, kNoticeDownload, 3);
+    case PERILINK_BOOT_START:
+      SendUpgradeEvent(record, PERILINK_UPGRADE_NOTICE, PERILINK_UPGRADE_NOTICE_DOWNLOAD, 3);
       return false;
-    case kReplyStatus:
-      return report[2] == kStatusMark && ReceiveStatus(record, report[3], report[4]);
-    case kReplyEcho:
+    case PERILINK_BOOT_STATUS:
+      return report[2] == PERILINK_BOOT_STATUS_MARK && ReceiveStatus(record, report[3], report[4]);
+    case PERILINK_BOOT_DATA:
       ReceiveEcho(record, report);
       return false;
-    case kReplyError:
-      if (report[2] == kErrorMark)
-        SendUpgradeEvent(record, kResultEvent, kResultDeviceError, report[3]);
+    case PERILINK_BOOT_ERROR:
+      if (report[2] == PERILINK_BOOT_ERROR_MARK)
+        SendUpgradeEvent(record, PERILINK_UPGRADE_RESULT, PERILINK_UPGRADE_RESULT_DEVICE_ERROR,
+                         report[3]);
       return false;
     default:
       return false;

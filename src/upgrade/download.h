@@ -15,7 +15,7 @@ bool DownloadFile(UsbUpgradeFile& record);
 // A report of a boot loader, with zeros beyond what it sent. It carries no checksum: any of its
 // bytes may be damaged.
 struct BootReport {
-  std::array<uint8_t, kPacketDataSize> bytes{};
+  std::array<uint8_t, PERILINK_PACKET_SIZE> bytes{};
   uint8_t operator[](size_t index) const { return bytes[index]; }
 };
 

@@ -9,7 +9,7 @@ namespace perilink {
 void SendUpgradeEvent(UpgradeCallback callback, uint8_t kind, uint8_t code, uint8_t arg1,
                       uint8_t arg2) noexcept {
   if (callback == nullptr) return;
-  const UpgradeEvent event{7, kind, code, arg1, arg2, {}};
+  const UpgradeEvent event{PERILINK_UPGRADE_MESSAGE_CLASS, kind, code, arg1, arg2, {}};
   Guarded([&] { callback(&event.message_class, sizeof(event)); });
 }
 
@@ -18,7 +18,7 @@ void SendUpgradeEvent(const UsbUpgradeFile& record, uint8_t kind, uint8_t code, 
   SendUpgradeEvent(record.callback, kind, code, arg1, arg2);
 }
 
-void EndUpgrade(UsbUpgradeFile& record, ResultCode code, uint8_t arg1, uint8_t arg2) {
+void EndUpgrade(UsbUpgradeFile& record, PerilinkUpgradeResult code, uint8_t arg1, uint8_t arg2) {
   record.result = UpgradeResult{code, arg1, arg2};
 }
 
@@ -28,7 +28,7 @@ void ReportProgress(UsbUpgradeFile& record) {
   const auto percent = static_cast<int32_t>(std::min<int64_t>(exact, INT32_MAX));
   if (percent == record.last_percent) return;
   record.last_percent = percent;
-  SendUpgradeEvent(record, kProgressEvent, static_cast<uint8_t>(std::min(percent, 100)));
+  SendUpgradeEvent(record, PERILINK_UPGRADE_PROGRESS, static_cast<uint8_t>(std::min(percent, 100)));
 }
 
 }  // namespace perilink

@@ -8,28 +8,24 @@
 
 namespace perilink {
 
-std::span<const uint8_t> CommandDescriptor::Command() const {
-  return std::span(data).first(std::min<size_t>(length, sizeof(data)));
+std::span<const uint8_t> CommandBytes(const UpgradeFileCommand& command) {
+  return std::span(command.data).first(std::min<size_t>(command.length, sizeof(command.data)));
 }
 
 bool CheckImageHeader(const uint8_t* image) {
   if (image == nullptr) return false;
-  const ImageHeader header = ReadImageHeader(image);
-  if (header.checked_length > kHeaderBlockSize) return header.checksum == 0;
-  uint32_t sum = 0;
-  for (size_t i = offsetof(ImageHeader, payload_length); i < header.checked_length; ++i)
-    sum += image[i];
-  return header.checksum == 0x55555555u - sum;
+  const UpgradeFileHeader header = ReadImageHeader(image);
+  return header.checksum == Perilink_UpgradeChecksum(image, header.checked_length);
 }
 
-ImageHeader ReadImageHeader(const uint8_t* image) {
-  ImageHeader header;
+UpgradeFileHeader ReadImageHeader(const uint8_t* image) {
+  UpgradeFileHeader header;
   std::memcpy(&header, image, sizeof(header));
   return header;
 }
 
-uint64_t ImageSize(const ImageHeader& header) {
-  return uint64_t{kHeaderBlockSize} + header.payload_length;
+uint64_t ImageSize(const UpgradeFileHeader& header) {
+  return uint64_t{PERILINK_UPGRADE_HEADER_SIZE} + header.payload_length;
 }
 
 std::wstring ReadTextField(const TextField& field) {

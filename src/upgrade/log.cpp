@@ -112,12 +112,12 @@ void LogUpgradeFile(const UsbUpgradeFile& record) noexcept {
   remember(record.is_end ? L"isEnd:true" : L"isEnd:false");
   remember(record.valid ? L"valid:true" : L"valid:false");
   LogLine(L"totalPacketCount:", record.total_packet_count);
-  LogLine(L"icName:", record.ic_name);
-  LogLine(L"bootInputEndPoint:", record.boot_input_end_point);
-  LogLine(L"bootOutputEndPoint:", record.boot_output_end_point);
-  LogLine(L"normalInputEndPoint:", record.normal_input_end_point);
-  LogLine(L"normalOutputEndPoint:", record.normal_output_end_point);
-  LogLine(L"senserName:", record.senser_name);
+  LogLine(L"icName:", record.chip_name);
+  LogLine(L"bootInputEndPoint:", record.boot_input_key);
+  LogLine(L"bootOutputEndPoint:", record.boot_output_key);
+  LogLine(L"normalInputEndPoint:", record.normal_input_key);
+  LogLine(L"normalOutputEndPoint:", record.normal_output_key);
+  LogLine(L"senserName:", record.sensor_name);
   LogLine(L"productName:", record.product_name);
 }
 

@@ -9,11 +9,7 @@
 namespace perilink {
 namespace {
 
-constexpr uint8_t kDataPacket = 0xB1;
-constexpr uint8_t kMoreFollow = 0xC0;
-constexpr uint8_t kLastData = 0xC1;
-constexpr size_t kAddressAt = 5;  // in the packet and in the template's data alike
-constexpr size_t kPayloadAt = 17;
+constexpr uint32_t kPayloadSize = PERILINK_PACKET_PAYLOAD_SIZE;
 
 uint32_t ReadBigEndian(const uint8_t* bytes) {
   return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
@@ -24,25 +20,27 @@ void WriteBigEndian(uint32_t value, uint8_t* bytes) {
     bytes[i] = static_cast<uint8_t>(value >> (24 - 8 * i));
 }
 
-// Bytes 49 to 63 stay what the start command made them.
+// What is behind the payload stays what the start command made it.
 void FillDataPacket(uint8_t first_byte, uint32_t address, std::span<const uint8_t> payload,
                     bool last, uint8_t* data) {
-  std::fill_n(data, kPayloadAt, uint8_t{0});
+  std::fill_n(data, PERILINK_PACKET_PAYLOAD_OFFSET, uint8_t{0});
   data[0] = first_byte;
-  data[1] = kDataPacket;
-  data[2] = last ? kLastData : kMoreFollow;
-  data[3] = static_cast<uint8_t>(payload.size());
-  WriteBigEndian(address, data + kAddressAt);
-  std::fill_n(data + kPayloadAt, kPayloadBytesPerPacket, uint8_t{0xFF});
-  std::memcpy(data + kPayloadAt, payload.data(), payload.size());
+  data[PERILINK_PACKET_CODE_OFFSET] = PERILINK_BOOT_DATA;
+  data[PERILINK_PACKET_PLACE_OFFSET] =
+      static_cast<uint8_t>(last ? PERILINK_BOOT_LAST : PERILINK_BOOT_MORE);
+  data[PERILINK_PACKET_LENGTH_OFFSET] = static_cast<uint8_t>(payload.size());
+  WriteBigEndian(address, data + PERILINK_PACKET_ADDRESS_OFFSET);
+  uint8_t* const target = data + PERILINK_PACKET_PAYLOAD_OFFSET;
+  std::fill_n(target, kPayloadSize, uint8_t{PERILINK_ERASED});
+  std::memcpy(target, payload.data(), payload.size());
 }
 
 }  // namespace
 
 std::deque<UpgradePacket> BuildUpgradePackets(const uint8_t* image) {
-  const ImageHeader header = ReadImageHeader(image);
-  const CommandDescriptor& packet_template = header.packet_template;
-  const std::span<const uint8_t> start = header.start_command.Command();
+  const UpgradeFileHeader header = ReadImageHeader(image);
+  const UpgradeFileCommand& packet_template = header.packet_template;
+  const std::span<const uint8_t> start = CommandBytes(header.start_command);
 
   std::deque<UpgradePacket> packets;
   UpgradePacket packet{};
@@ -50,15 +48,16 @@ std::deque<UpgradePacket> BuildUpgradePackets(const uint8_t* image) {
   std::copy(start.begin(), start.end(), packet.data);
   packets.push_back(packet);
 
-  uint32_t address = ReadBigEndian(packet_template.data + kAddressAt);
+  uint32_t address = ReadBigEndian(packet_template.data + PERILINK_PACKET_ADDRESS_OFFSET);
   const uint64_t total = header.payload_length;
-  for (uint64_t sent = 0; sent < total; sent += kPayloadBytesPerPacket) {
-    const bool last = sent + kPayloadBytesPerPacket >= total;
-    const uint64_t count = last ? total - sent : kPayloadBytesPerPacket;
-    const std::span payload(image + kHeaderBlockSize + sent, static_cast<size_t>(count));
+  for (uint64_t sent = 0; sent < total; sent += kPayloadSize) {
+    const bool last = sent + kPayloadSize >= total;
+    const uint64_t count = last ? total - sent : kPayloadSize;
+    const std::span payload(image + PERILINK_UPGRADE_HEADER_SIZE + sent,
+                            static_cast<size_t>(count));
     FillDataPacket(packet_template.data[0], address, payload, last, packet.data);
     packets.push_back(packet);
-    address += kPayloadBytesPerPacket;
+    address += kPayloadSize;
   }
   packets.back().is_last = 1;
   return packets;

@@ -6,20 +6,19 @@
 #include <cstdint>
 #include <deque>
 
-namespace perilink {
+#include "perilink/protocol.h"
 
-inline constexpr size_t kPacketDataSize = 64;
-inline constexpr uint32_t kPayloadBytesPerPacket = 32;
+namespace perilink {
 
 struct UpgradePacket {
   uint8_t is_last;  // 1 on the last packet of the image
   uint8_t pending;  // 1 while the packet is to be written
-  uint8_t data[kPacketDataSize];
+  uint8_t data[PERILINK_PACKET_SIZE];
 };
 static_assert(sizeof(UpgradePacket) == 66);
 
-// The start packet, then one packet for every 32 bytes of payload or part of them. The whole image
-// must be readable.
+// The start packet, then one packet for every PERILINK_PACKET_PAYLOAD_SIZE bytes of payload or part
+// of them. The whole image must be readable.
 std::deque<UpgradePacket> BuildUpgradePackets(const uint8_t* image);
 
 }  // namespace perilink

@@ -27,7 +27,7 @@ struct ReportWriter::Shared {
   std::shared_ptr<DeviceHandles> handles;
   UniqueEvent go = CreateHandOverEvent();
   UniqueEvent done = CreateHandOverEvent();
-  std::array<uint8_t, 64> bytes{};
+  std::array<uint8_t, PERILINK_PACKET_SIZE> bytes{};
   size_t length = 0;
   bool as_feature_report = false;
   bool written = false;
@@ -71,7 +71,7 @@ bool ReportWriter::Start() {
   return true;
 }
 
-Sent ReportWriter::Send(const CommandDescriptor& command, std::span<const uint8_t> bytes,
+Sent ReportWriter::Send(const UpgradeFileCommand& command, std::span<const uint8_t> bytes,
                         uint32_t timeout_ms) {
   if (stuck_) return Sent::kStuck;
   if (!Guarded(false, [this] { return Start(); })) return Sent::kNo;

@@ -30,7 +30,7 @@ class ReportWriter {
   // Sends the bytes as the feature or output report that the command asks for, and waits up to
   // `timeout_ms` for the device to take them. If the system refuses the thread, nothing is sent;
   // the next call asks for it again.
-  Sent Send(const CommandDescriptor& command, std::span<const uint8_t> bytes, uint32_t timeout_ms);
+  Sent Send(const UpgradeFileCommand& command, std::span<const uint8_t> bytes, uint32_t timeout_ms);
 
  private:
   struct Shared;

@@ -11,7 +11,6 @@
 namespace perilink {
 namespace {
 
-constexpr size_t kEchoFlagAt = 5;  // in the reset command: non-zero when the device echoes it
 constexpr ULONGLONG kEchoTimeoutMs = 1000;
 
 enum class Search { kFound, kAbsent, kFailed };
@@ -22,15 +21,15 @@ struct NormalInterfaces {
 };
 
 Search FindNormalInterfaces(UsbUpgradeFile& record, NormalInterfaces& found) {
-  found = {FindDevicePaths(record.normal_input_end_point),
-           FindDevicePaths(record.normal_output_end_point)};
+  found = {FindDevicePaths(record.normal_input_key), FindDevicePaths(record.normal_output_key)};
   const size_t inputs = found.inputs.size();
   const size_t outputs = found.outputs.size();
   if (inputs == 1 && outputs == 1) return Search::kFound;
   if (inputs == 0 && outputs == 0) return Search::kAbsent;
   LogLine(L"ResetToBootMode-Found Multi Devices-input Size =", inputs);
   LogLine(L"ResetToBootMode-Found Multi Devices-output Size =", outputs);
-  EndUpgrade(record, kResultNormalInterfaces, EventCount(inputs), EventCount(outputs));
+  EndUpgrade(record, PERILINK_UPGRADE_RESULT_NORMAL_INTERFACES, EventCount(inputs),
+             EventCount(outputs));
   return Search::kFailed;
 }
 
@@ -41,7 +40,7 @@ Search PollNormalInterfaces(UsbUpgradeFile& record, bool wait_normal, NormalInte
     if (wait_normal) clock.SleepCycle();
     if (!clock.CountCycle()) {
       LogLine(L"ResetToBootMode-TimeOut-", clock.limit());
-      EndUpgrade(record, kResultNoNormalDevice, 1);
+      EndUpgrade(record, PERILINK_UPGRADE_RESULT_NO_NORMAL_DEVICE, 1);
       return Search::kFailed;
     }
     const Search search = FindNormalInterfaces(record, found);
@@ -67,38 +66,39 @@ bool WaitForEcho(UsbUpgradeFile& record, Link& link) {
     }
     const Arrival arrival = link.Next(left_ms);
     reading = arrival == Arrival::kNothing;
-    if (arrival == Arrival::kReport && IsResetEcho(link, record.header.reset_command.Command())) {
+    if (arrival == Arrival::kReport &&
+        IsResetEcho(link, CommandBytes(record.header.reset_command))) {
       LogLine(L"ResetToBootMode-Device Respone Success");
-      SendUpgradeEvent(record, kNoticeEvent, kNoticeBoot, 1);
+      SendUpgradeEvent(record, PERILINK_UPGRADE_NOTICE, PERILINK_UPGRADE_NOTICE_BOOT, 1);
       return true;
     }
   }
   LogLine(L"ResetToBootMode-Timer Out Error");
-  EndUpgrade(record, kResultTimeout, 1);
+  EndUpgrade(record, PERILINK_UPGRADE_RESULT_TIMEOUT, PERILINK_UPGRADE_TIMEOUT_RESET_ECHO);
   return false;
 }
 
 bool SendReset(UsbUpgradeFile& record, const NormalInterfaces& paths) {
-  const CommandDescriptor& reset = record.header.reset_command;
+  const UpgradeFileCommand& reset = record.header.reset_command;
   const auto handles = std::make_shared<DeviceHandles>();
-  Link link(*handles, reset.Command().size());
+  Link link(*handles, CommandBytes(reset).size());
   ReportWriter writer(handles);
   const bool can_wait = link.Open(&paths.outputs.front(), &paths.inputs.front());
   LogLine(L"ResetToBootMode-hDeviceWrite =", link.handles().WriteHandleNumber());
   LogLine(L"ResetToBootMode-hDeviceRead =", link.handles().ReadHandleNumber());
   if (!can_wait) LogLine(L"ResetToBootMode-osReader.hEvent = 0");
   link.Listen();
-  LogHexLine(L"ResetToBootMode-Write data:", reset.Bytes());
+  LogHexLine(L"ResetToBootMode-Write data:", std::span(&reset.length, sizeof(reset)));
 
-  const bool sent = writer.Send(reset, reset.Command(), record.timeout) == Sent::kYes;
+  const bool sent = writer.Send(reset, CommandBytes(reset), record.timeout) == Sent::kYes;
   if (!sent || !can_wait) {
     LogLine(L"ResetToBootMode-Write Usb Error");
-    EndUpgrade(record, kResultResetWriteFailed, sent, can_wait);
+    EndUpgrade(record, PERILINK_UPGRADE_RESULT_RESET_WRITE_FAILED, sent, can_wait);
     return false;
   }
-  if (reset.data[kEchoFlagAt] == 0) {
+  if (reset.data[PERILINK_UPGRADE_ECHO_OFFSET] == 0) {
     LogLine(L"ResetToBootMode-Write data success");
-    SendUpgradeEvent(record, kNoticeEvent, kNoticeBoot, 2);
+    SendUpgradeEvent(record, PERILINK_UPGRADE_NOTICE, PERILINK_UPGRADE_NOTICE_BOOT, 2);
     return true;
   }
   return WaitForEcho(record, link);

@@ -6,8 +6,8 @@ namespace perilink {
 namespace {
 
 bool ImageLiesWithin(const uint8_t* image, size_t readable) {
-  return readable == kUnknownLength ||
-         (readable >= kHeaderBlockSize && ImageSize(ReadImageHeader(image)) <= readable);
+  return readable == kUnknownLength || (readable >= PERILINK_UPGRADE_HEADER_SIZE &&
+                                        ImageSize(ReadImageHeader(image)) <= readable);
 }
 
 void LogAndStore(const wchar_t* name, const TextField& field, std::wstring& text) {
@@ -16,18 +16,16 @@ void LogAndStore(const wchar_t* name, const TextField& field, std::wstring& text
 }
 
 void ParseTextFields(UsbUpgradeFile& record) {
-  const ImageHeader& header = record.header;
-  LogAndStore(L"File header icName:", header.ic_name, record.ic_name);
+  const UpgradeFileHeader& header = record.header;
+  LogAndStore(L"File header icName:", header.chip_name, record.chip_name);
   LogAndStore(L"File header fileId:", header.file_id, record.file_id);
-  LogAndStore(L"File header bootInputEndPoint:", header.boot_input_end_point,
-              record.boot_input_end_point);
-  LogAndStore(L"File header bootOutputEndPoint:", header.boot_output_end_point,
-              record.boot_output_end_point);
-  LogAndStore(L"File header normalInputEndPoint:", header.normal_input_end_point,
-              record.normal_input_end_point);
-  LogAndStore(L"File header normalOutputEndPoint:", header.normal_output_end_point,
-              record.normal_output_end_point);
-  LogAndStore(L"File header senserName:", header.senser_name, record.senser_name);
+  LogAndStore(L"File header bootInputEndPoint:", header.boot_input_key, record.boot_input_key);
+  LogAndStore(L"File header bootOutputEndPoint:", header.boot_output_key, record.boot_output_key);
+  LogAndStore(L"File header normalInputEndPoint:", header.normal_input_key,
+              record.normal_input_key);
+  LogAndStore(L"File header normalOutputEndPoint:", header.normal_output_key,
+              record.normal_output_key);
+  LogAndStore(L"File header senserName:", header.sensor_name, record.sensor_name);
   record.product_name = ReadTextField(header.product_name);
 }
 

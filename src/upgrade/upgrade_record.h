@@ -17,7 +17,7 @@ namespace perilink {
 // No mismatching echo has been seen yet.
 inline constexpr uint64_t kNoRepeatMark = UINT64_MAX;
 
-// How an upgrade has ended: a ResultCode and what goes with it.
+// How an upgrade has ended: a PerilinkUpgradeResult and what goes with it.
 struct UpgradeResult {
   uint8_t code;
   uint8_t arg1;
@@ -30,14 +30,14 @@ struct UsbUpgradeFile {
   int32_t last_percent = 0;              // last computed for a progress event
   int32_t repeat_count = 0;              // mismatching echoes in a row at repeat_mark
   uint64_t repeat_mark = kNoRepeatMark;  // packets left at the last mismatching echo
-  ImageHeader header{};
-  std::wstring ic_name;
+  UpgradeFileHeader header{};
+  std::wstring chip_name;
   std::wstring file_id;
-  std::wstring boot_input_end_point;
-  std::wstring boot_output_end_point;
-  std::wstring normal_input_end_point;
-  std::wstring normal_output_end_point;
-  std::wstring senser_name;
+  std::wstring boot_input_key;
+  std::wstring boot_output_key;
+  std::wstring normal_input_key;
+  std::wstring normal_output_key;
+  std::wstring sensor_name;
   std::wstring product_name;
   bool valid = false;
   bool is_end = true;  // its device is the last one of the upgrade

@@ -103,7 +103,7 @@ Ending RunToTheEnd() noexcept {
     RunUpgrade();
   } catch (...) {
     LogLine(L"Upgrade broken off");
-    EndUpgrade(main, kResultTimeout, 4);
+    EndUpgrade(main, PERILINK_UPGRADE_RESULT_TIMEOUT, PERILINK_UPGRADE_TIMEOUT_LIBRARY);
   }
   return {main.callback, main.result ? main.result : slave.result};
 }
@@ -111,12 +111,12 @@ Ending RunToTheEnd() noexcept {
 void UpgradeThread(void*) {
   const UpgradeThreadMark mark;
   const Ending ending = RunToTheEnd();
-  if (ending.result && ending.result->code == kResultSuccess)
-    SendUpgradeEvent(ending.callback, kProgressEvent, 100);
+  if (ending.result && ending.result->code == PERILINK_UPGRADE_RESULT_SUCCESS)
+    SendUpgradeEvent(ending.callback, PERILINK_UPGRADE_PROGRESS, 100);
   GiveUpgradeTurn();
   if (!ending.result) return;
-  SendUpgradeEvent(ending.callback, kResultEvent, ending.result->code, ending.result->arg1,
-                   ending.result->arg2);
+  SendUpgradeEvent(ending.callback, PERILINK_UPGRADE_RESULT, ending.result->code,
+                   ending.result->arg1, ending.result->arg2);
 }
 
 // Gives the turn back unless the thread has taken it over.

@@ -19,14 +19,15 @@ bool WaitBootMode(UsbUpgradeFile& record) {
     clock.SleepCycle();
     if (!clock.CountCycle()) {
       LogLine(L"WaitBootMode-NotBootFoundDeviceError-TimeOut-", clock.limit());
-      EndUpgrade(record, kResultNoBootDevice, 1);
+      EndUpgrade(record, PERILINK_UPGRADE_RESULT_NO_BOOT_DEVICE, 1);
       return false;
     }
-    const size_t inputs = FindDevicePaths(record.boot_input_end_point).size();
-    const size_t outputs = FindDevicePaths(record.boot_output_end_point).size();
+    const size_t inputs = FindDevicePaths(record.boot_input_key).size();
+    const size_t outputs = FindDevicePaths(record.boot_output_key).size();
     if (inputs > 1 || outputs > 1) {
       LogLine(L"WaitBootMode-Multi Boot Device Error");
-      EndUpgrade(record, kResultBootInterfaces, EventCount(inputs), EventCount(outputs));
+      EndUpgrade(record, PERILINK_UPGRADE_RESULT_BOOT_INTERFACES, EventCount(inputs),
+                 EventCount(outputs));
       return false;
     }
     if (inputs == 0 || outputs == 0) {
@@ -37,7 +38,7 @@ bool WaitBootMode(UsbUpgradeFile& record) {
     LogLine(L"WaitBootMode-Found one device-wait stable");
     if (++stable < kStableSightings) continue;
     LogLine(L"WaitBootMode-usb stable");
-    SendUpgradeEvent(record, kNoticeEvent, kNoticeBoot, 2);
+    SendUpgradeEvent(record, PERILINK_UPGRADE_NOTICE, PERILINK_UPGRADE_NOTICE_BOOT, 2);
     return true;
   }
 }

@@ -23,8 +23,8 @@ Report FromHex(const std::string& hex) {
   std::istringstream text(hex);
   for (unsigned byte; text >> std::hex >> byte;)
     bytes.push_back(static_cast<uint8_t>(byte));
-  if (bytes[0] != kReportId) {
-    bytes.insert(bytes.begin(), kReportId);
+  if (bytes[0] != PERILINK_REPORT_ID) {
+    bytes.insert(bytes.begin(), PERILINK_REPORT_ID);
     bytes.insert(bytes.begin() + 2, 3, uint8_t{0});
   }
   return bytes;

@@ -422,8 +422,9 @@ TEST(FailureSweep, ServerAndUpgrade) {
   };
   SweepAllocations({"managed split", [&] { array = CS_UsbUpgrade_FileSplit(file.data(), size, 0); },
                     [&] { return Judge(BytesOf(array), file, {{}}); }});
-  SweepThreads({"server", run_server, [] { return Judge(answers[kCommandVersion], 1, {0}); },
-                [] { answers[kCommandVersion] = 0; }});
+  SweepThreads({"server", run_server,
+                [] { return Judge(answers[PERILINK_COMMAND_VERSION], 1, {0}); },
+                [] { answers[PERILINK_COMMAND_VERSION] = 0; }});
   SweepThreads({"upgrade", upgrade, JudgeUpgrade, await_restart});
   const Swept kSwept[] = {
       {"narrow log", [&] { texts = UsbUpgradeC_GetLogs(&count); },
@@ -441,7 +442,7 @@ TEST(FailureSweep, ServerLoopGoesOn) {
   ScriptedDevice device(kScriptedPath, Echo);
   CS_UsbServer_SetThreadSleepTime(2000);
   const auto polls = [&] {
-    return std::ranges::count(device.writes(), kCommandBatteryLevel,
+    return std::ranges::count(device.writes(), PERILINK_COMMAND_BATTERY_LEVEL,
                               [](const Written& written) { return written.report[1]; });
   };
   ptrdiff_t polls_before = 0;
@@ -460,7 +461,8 @@ TEST(FailureSweep, ServerLoopGoesOn) {
     platform::ScheduleIn(16'000'000, UsbServer_Exit);
   };
   const auto judge = [&] {
-    const bool served = answers[kCommandVersion] == 2 && answers[kCommandReadMemory] == 2;
+    const bool served =
+        answers[PERILINK_COMMAND_VERSION] == 2 && answers[PERILINK_COMMAND_READ_MEMORY] == 2;
     return served && 0 < polls_before && polls_before < polls() ? Outcome::kWhole
                                                                 : Outcome::kBroken;
   };

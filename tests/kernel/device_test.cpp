@@ -17,8 +17,6 @@ namespace {
 
 using std::this_thread::sleep_for;
 
-constexpr uint8_t kReadMemory = 0x08;
-
 // Of this process, devices apart.
 struct Resources {
   static size_t Count(const char* folder) {
@@ -170,7 +168,7 @@ TEST_F(Library, ReadsTheKeysOfAKeyboard) {
 TEST_F(Library, ReadsUpdatesAndFollowsADevice) {
   StartServer(PathOf(mouse));
   UsbServer_ReadAllFlashData();
-  const Bytes image = AwaitReport(kReadMemory, PERILINK_FLASH_IMAGE_SIZE);
+  const Bytes image = AwaitReport(PERILINK_COMMAND_READ_MEMORY, PERILINK_FLASH_IMAGE_SIZE);
   ASSERT_EQ(image, FlashOf(mouse));
   ProtocolData record{};
   ProtocolDataParser(image.data(), &record);
@@ -274,11 +272,13 @@ TEST_F(UnplugAtEveryStep, OfAWholeRead) {
     StartServer(path);
     UsbServer_ReadAllFlashData();
     ASSERT_TRUE(Eventually([this] { return PathOf(mouse).empty(); }));
-    EXPECT_TRUE(AwaitReport(kReadMemory, PERILINK_FLASH_IMAGE_SIZE, milliseconds(500)).empty());
+    EXPECT_TRUE(
+        AwaitReport(PERILINK_COMMAND_READ_MEMORY, PERILINK_FLASH_IMAGE_SIZE, milliseconds(500))
+            .empty());
   }
   StartServer(PlugAgain());
   UsbServer_ReadAllFlashData();
-  EXPECT_EQ(AwaitReport(kReadMemory, PERILINK_FLASH_IMAGE_SIZE), FlashOf(mouse));
+  EXPECT_EQ(AwaitReport(PERILINK_COMMAND_READ_MEMORY, PERILINK_FLASH_IMAGE_SIZE), FlashOf(mouse));
   UsbServer_Exit();
 }
 

@@ -91,7 +91,8 @@ TEST_F(Answers, WriteIsRepeatedUntilItsEchoIsExact) {
     return Tell(self, Closed(echo));
   });
   const uint8_t data[] = {1, 2};
-  const Callback seen = Ask([&] { UsbServer_SetData(kCommandWriteMemory, data, 2); }, 300);
+  const Callback seen =
+      Ask([&] { UsbServer_SetData(PERILINK_COMMAND_WRITE_MEMORY, data, 2); }, 300);
   EXPECT_EQ(writes, 9);  // each echo was a valid report: nothing is dropped at the fifth write
   EXPECT_EQ(seen.data, (Report{1, 2}));
 }
@@ -119,12 +120,14 @@ class BatteryReports : public ServerTest {
   BatteryReports() {
     UsbServer_SetBatteryOptimizeEnable(1);
     device.SetScript([this](ScriptedDevice& self, const Report& written) {
-      if (written[1] == kCommandOnLine) return Tell(self, Answer(written, {1, 1, 2, 3}));
-      if (written[1] != kCommandBatteryLevel) return AnswerAll(self, written);
+      if (written[1] == PERILINK_COMMAND_ON_LINE) return Tell(self, Answer(written, {1, 1, 2, 3}));
+      if (written[1] != PERILINK_COMMAND_BATTERY_LEVEL) return AnswerAll(self, written);
       return Tell(self, Answer(written, {level, charging, 0, 0}));
     });
   }
-  auto Polls() const { return std::ranges::count(WrittenCommands(), kCommandBatteryLevel); }
+  auto Polls() const {
+    return std::ranges::count(WrittenCommands(), PERILINK_COMMAND_BATTERY_LEVEL);
+  }
   // What an event leads to: the levels reported, and whether the event itself was, with its flags.
   struct Seen {
     std::vector<int> levels;
@@ -137,7 +140,8 @@ class BatteryReports : public ServerTest {
     Sleep(50);
     Seen seen;
     for (const Callback& callback : callbacks)
-      (callback.frame[1] == kCommandEvent ? seen.events : seen.levels).push_back(callback.data[0]);
+      (callback.frame[1] == PERILINK_COMMAND_EVENT ? seen.events : seen.levels)
+          .push_back(callback.data[0]);
     return seen;
   }
 
@@ -190,7 +194,7 @@ TEST_F(BatteryReports, AStartDuringAPollEndsItsReport) {
   Sleep(200);
   callbacks.clear();
   device.SetScript([this](ScriptedDevice& self, const Report& written) {
-    if (written[1] == kCommandBatteryLevel)
+    if (written[1] == PERILINK_COMMAND_BATTERY_LEVEL)
       self.Deliver(Answer(written, {level, charging, 0, 0}), 50);
     return DWORD{0};
   });
@@ -229,7 +233,7 @@ TEST_F(BatteryReports, PollsEveryFiveSecondsAndAnswersForTheDevice) {
   Sleep(200);
   EXPECT_GT(Polls(), polls);
   const auto last = std::find_if(callbacks.rbegin(), callbacks.rend(), [](const Callback& it) {
-    return it.frame[1] == kCommandBatteryLevel;
+    return it.frame[1] == PERILINK_COMMAND_BATTERY_LEVEL;
   });
   const std::wstring reported = L"-" + std::to_wstring(last->data[0]);
   UsbServer_Exit();

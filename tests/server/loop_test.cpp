@@ -204,7 +204,7 @@ TEST_F(Loop, WhatIsQueuedForAnotherDeviceNeverReachesThisOne) {
   Sleep(60);
   EXPECT_TRUE(device.writes().empty());
   EXPECT_EQ(other.writes().size(), 1u);
-  EXPECT_EQ(CallbackCommands(), (Commands{kCommandClearSetting}));
+  EXPECT_EQ(CallbackCommands(), (Commands{PERILINK_COMMAND_CLEAR_SETTING}));
 }
 
 // What fails once, or for a while, on a device that is there makes it neither deaf nor lost.
@@ -223,7 +223,7 @@ TEST_F(Loop, FailedReadsAndEnumerationsAreGotOver) {
     Sleep(100);
     ASSERT_GE(callbacks.size(), 2u) << function;
     EXPECT_EQ(CallbackCommands()[callbacks.size() - 1] + CallbackCommands()[callbacks.size() - 2],
-              0x21 + kCommandEvent)
+              0x21 + PERILINK_COMMAND_EVENT)
         << function;
   }
 }

@@ -58,7 +58,7 @@ inline Report Answer(const Report& request, std::initializer_list<uint8_t> data)
 }
 
 inline Report Event(uint8_t flags) {
-  return Closed({8, kCommandEvent, 0, 0, 0, 0, flags, 1, 2, 3, 4, 5, 6, 7, 8, 9});
+  return Closed({8, PERILINK_COMMAND_EVENT, 0, 0, 0, 0, flags, 1, 2, 3, 4, 5, 6, 7, 8, 9});
 }
 
 // The optimiser is off unless a test switches it on; the idle server looks at its queue every
@@ -106,8 +106,8 @@ class ServerTest : public RegistryTest {
   // Answers everything: memory writes with their echo, memory reads with as many bytes as they ask
   // for, the rest with one byte.
   static DWORD AnswerAll(ScriptedDevice& self, const Report& written) {
-    if (written[1] == kCommandWriteMemory) return Tell(self, written);
-    if (written[1] == kCommandReadMemory) return Tell(self, ReplyTo(written, {0x11}));
+    if (written[1] == PERILINK_COMMAND_WRITE_MEMORY) return Tell(self, written);
+    if (written[1] == PERILINK_COMMAND_READ_MEMORY) return Tell(self, ReplyTo(written, {0x11}));
     return Tell(self, Answer(written, {0x11}));
   }
 

@@ -117,7 +117,7 @@ class Simulation {
     if (kind < 2) {
       const uint32_t address = 16 * (++reads_ % 400);
       const uint32_t frames = 1 + Draw(3);
-      model_.Queue(kCommandReadMemory, address, frames,
+      model_.Queue(PERILINK_COMMAND_READ_MEMORY, address, frames,
                    [&] { UsbServer_ReadFalshData(address, static_cast<int32_t>(10 * frames), 0); });
       return;
     }

@@ -77,7 +77,8 @@ class Model {
   // the queue itself can't be looked at.
   void OnWrite(const std::vector<uint8_t>& report, bool succeeded) {
     const CommandFrame frame = FrameOf(report.data());
-    const bool poll = (frame.command == kCommandOnLine || frame.command == kCommandBatteryLevel) &&
+    const bool poll = (frame.command == PERILINK_COMMAND_ON_LINE ||
+                       frame.command == PERILINK_COMMAND_BATTERY_LEVEL) &&
                       SerialOf(frame) == 0;
     if (poll) return;  // the optimiser's own, on handles of its own
     if (frame.checksum != FrameChecksum(frame)) Broken("a frame without its checksum");
@@ -97,9 +98,9 @@ class Model {
   // The host's callback.
   void OnCallback(const uint8_t* bytes, const uint8_t* data, uint32_t length) {
     const CommandFrame frame = FrameOf(bytes);
-    if (frame.command == kCommandEvent) {
+    if (frame.command == PERILINK_COMMAND_EVENT) {
       if (length != 10) Broken("an event of another length");
-    } else if (frame.command == kCommandBatteryLevel && SerialOf(frame) == 0) {
+    } else if (frame.command == PERILINK_COMMAND_BATTERY_LEVEL && SerialOf(frame) == 0) {
       if (length != 4 || frame.checksum != 0x49) Broken("a level report of another form");
       OnLevel(data[0]);
     } else {
@@ -107,9 +108,9 @@ class Model {
       while (!requests_.empty() && IsBattery(requests_[0]) && !Matches(requests_[0], frame))
         requests_.pop_front();
       if (requests_.empty() || !Matches(requests_[0], frame)) Broken("an answer nobody waits for");
-      if (answers_are_exact && frame.command != kCommandReadMemory && length == 4 &&
-          frame.command != kCommandOnLine && frame.command != kCommandBatteryLevel &&
-          std::memcmp(data, frame.data, 4) != 0)
+      if (answers_are_exact && frame.command != PERILINK_COMMAND_READ_MEMORY && length == 4 &&
+          frame.command != PERILINK_COMMAND_ON_LINE &&
+          frame.command != PERILINK_COMMAND_BATTERY_LEVEL && std::memcmp(data, frame.data, 4) != 0)
         Broken("another request's data");
       requests_.pop_front();
     }
@@ -140,10 +141,12 @@ class Model {
     std::memcpy(&serial, frame.data, sizeof(serial));
     return serial;
   }
-  static bool IsBattery(const Request& request) { return request.command == kCommandBatteryLevel; }
+  static bool IsBattery(const Request& request) {
+    return request.command == PERILINK_COMMAND_BATTERY_LEVEL;
+  }
   static bool Matches(const Request& request, const CommandFrame& frame) {
     if (frame.command != request.command) return false;
-    if (request.command != kCommandReadMemory) return SerialOf(frame) == request.serial;
+    if (request.command != PERILINK_COMMAND_READ_MEMORY) return SerialOf(frame) == request.serial;
     const uint32_t address = static_cast<uint32_t>(frame.address_high << 8 | frame.address_low);
     return address >= request.serial && address < request.serial + 10 * request.frames;
   }

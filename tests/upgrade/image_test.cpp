@@ -50,9 +50,9 @@ TEST(ImageTest, TextFieldsEndAtZeroOrAtTheirEnd) {
   wanted.file_id = std::string(80, 'f');
   wanted.boot_input = "b\xC3\xA4";
   const Bytes image = UpgradeFileBuilder(wanted).Build();
-  const ImageHeader header = ReadImageHeader(image.data());
+  const UpgradeFileHeader header = ReadImageHeader(image.data());
   EXPECT_EQ(ReadTextField(header.file_id), std::wstring(64, L'f'));
-  EXPECT_EQ(ReadTextField(header.boot_input_end_point), L"b\u00E4");
+  EXPECT_EQ(ReadTextField(header.boot_input_key), L"b\u00E4");
 }
 
 // The start packet's tail stays in every other packet; addresses wrap.
