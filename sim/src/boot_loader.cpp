@@ -9,9 +9,6 @@
 namespace perilink::sim {
 namespace {
 
-constexpr uint8_t kStartPacket = 0xB0;
-constexpr uint8_t kDataPacket = 0xB1;
-constexpr uint8_t kLastPacket = 0xC1;
 constexpr size_t kMaxPayload = 32;
 constexpr size_t kPayload = 17;  // position of the payload in a data packet
 
@@ -36,8 +33,8 @@ void BootLoader::Restart() {
 
 std::vector<Outgoing> BootLoader::OnPacket(std::span<const uint8_t> packet) {
   if (packet.size() < kPayload || finished_) return {};
-  if (packet[1] == kStartPacket) return OnStart(packet);
-  if (packet[1] == kDataPacket) return OnData(packet);
+  if (packet[1] == boot::kStart) return OnStart(packet);
+  if (packet[1] == boot::kData) return OnData(packet);
   return {};
 }
 
@@ -47,16 +44,18 @@ std::vector<Outgoing> BootLoader::OnStart(std::span<const uint8_t> packet) {
   erased_ = true;
   address_ = LoadBigEndian(packet, 5);
   expected_length_ = LoadBigEndian(packet, 9);
-  return {{options_.packet_micros, Reply(packet, {0xB0})},
-          {options_.packet_micros + options_.erase_micros, Reply(packet, {0x5B, 0xB5, 1, 1})}};
+  return {{options_.packet_micros, Reply(packet, {boot::kStart})},
+          {options_.packet_micros + options_.erase_micros,
+           Reply(packet, {boot::kStatus, boot::kStatusMark, 1, 1})}};
 }
 
 std::vector<Outgoing> BootLoader::OnData(std::span<const uint8_t> packet) {
   const uint64_t now = options_.packet_micros;
-  if (!started_) return {{now, Reply(packet, {0x5A, 0xA5, kNotStarted})}};
-  if (!StoreData(packet)) return {{now, Reply(packet, {0x5A, 0xA5, kBadPacket})}};
+  if (!started_) return {{now, Reply(packet, {boot::kError, boot::kErrorMark, kNotStarted})}};
+  if (!StoreData(packet))
+    return {{now, Reply(packet, {boot::kError, boot::kErrorMark, kBadPacket})}};
   std::vector<Outgoing> replies = {{now, Bytes(packet.begin(), packet.end())}};
-  if (packet[2] == kLastPacket) {
+  if (packet[2] == boot::kLast) {
     replies.push_back({now + options_.verify_micros, Finish(packet)});
   }
   return replies;
@@ -83,14 +82,14 @@ bool BootLoader::StoreData(std::span<const uint8_t> packet) {
 Bytes BootLoader::Finish(std::span<const uint8_t> packet) {
   const bool complete = std::find(arrived_.begin(), arrived_.end(), false) == arrived_.end() &&
                         (expected_length_ == 0 || received_.size() == expected_length_);
-  if (!complete) return Reply(packet, {0x5A, 0xA5, kIncomplete});
+  if (!complete) return Reply(packet, {boot::kError, boot::kErrorMark, kIncomplete});
   version_ = VirtualFirmwareVersion(received_);
   if (!version_ && !options_.accept_any_firmware) {
-    return Reply(packet, {0x5A, 0xA5, kBadFirmware});
+    return Reply(packet, {boot::kError, boot::kErrorMark, kBadFirmware});
   }
   erased_ = false;
   finished_ = true;
-  return Reply(packet, {0x5B, 0xB5, 0x88, 0});
+  return Reply(packet, {boot::kStatus, boot::kStatusMark, boot::kStatusEnd, 0});
 }
 
 Bytes BootLoader::Reply(std::span<const uint8_t> packet,

@@ -90,7 +90,7 @@ void Device::SendReport(std::span<const uint8_t> report) {
 void Device::SetCharging(bool charging) {
   const auto guard = Lock();
   battery_.SetCharging(charging);
-  SendEvent(0x40);
+  SendEvent(kBatteryFlag);
 }
 
 std::vector<Request> Device::Requests() const {

@@ -9,7 +9,6 @@
 namespace perilink::sim {
 namespace {
 
-constexpr uint8_t kBootEcho = 0xB1;
 constexpr size_t kDataInCommand = 6;  // first data byte of a command report
 constexpr size_t kDataInPacket = 17;  // first payload byte of a boot packet
 
@@ -36,7 +35,7 @@ void DuplicateAll(Exchange& exchange) {
 }
 
 bool IsEcho(const Exchange& exchange) {
-  return exchange.command() == (exchange.boot ? kBootEcho : command::kWriteMemory);
+  return exchange.command() == (exchange.boot ? boot::kData : command::kWriteMemory);
 }
 
 // The dice of one Random set, shared by its request and its reply rule.
@@ -64,7 +63,7 @@ class Dice {
     }
     if (Falls(probabilities_.duplicate)) DuplicateAll(exchange);
     if (!exchange.boot && Falls(probabilities_.stray_event)) {
-      InsertBefore(exchange, MakeEvent(static_cast<uint8_t>(random_() % 0x40)));
+      InsertBefore(exchange, MakeEvent(static_cast<uint8_t>(random_() % kBatteryFlag)));
     }
   }
 

@@ -51,7 +51,7 @@ UpgradeImage ImageFor(const Device& device, Bytes payload, uint32_t address, boo
 
   Bytes start = packet;
   start.resize(13);
-  start[1] = 0xB0;
+  start[1] = boot::kStart;
   StoreBigEndian(start, 9, static_cast<uint32_t>(payload.size()));
   image.start = {static_cast<uint8_t>(start.size()), feature, start};
   image.payload = std::move(payload);

@@ -2,7 +2,9 @@
 //
 // What sim/ knows of the protocols stands here and in flash_image.h, boot_loader.h and
 // upgrade_file.h a second time, on purpose: codes, checksums, addresses and layouts are read from
-// the device's side and share nothing with the library's sources, so that the two check each other.
+// the device's side and share nothing with the library or with perilink/protocol.h, so that the two
+// check each other. tests/sim/protocol_test.cpp compares what is mere numbers; the rest shows when
+// the library talks with a virtual device.
 #ifndef PERILINK_SIM_REPORT_H_
 #define PERILINK_SIM_REPORT_H_
 
@@ -55,6 +57,22 @@ inline constexpr uint8_t kWriteCidMid = 0xF0;
 inline constexpr uint8_t kReadCidMid = 0xF1;
 }  // namespace command
 
+// What a boot loader's packets and replies say in byte 1; the replies' marks follow in byte 2.
+namespace boot {
+inline constexpr uint8_t kStart = 0xB0;
+inline constexpr uint8_t kData = 0xB1;
+inline constexpr uint8_t kMore = 0xC0;  // in byte 2 of a data packet
+inline constexpr uint8_t kLast = 0xC1;  // in byte 2 of the last one
+inline constexpr uint8_t kError = 0x5A;
+inline constexpr uint8_t kErrorMark = 0xA5;
+inline constexpr uint8_t kStatus = 0x5B;
+inline constexpr uint8_t kStatusMark = 0xB5;
+inline constexpr uint8_t kStatusEnd = 0x88;
+}  // namespace boot
+
+// Flags of an event.
+inline constexpr uint8_t kBatteryFlag = 0x40;
+
 // The check byte of a run of bytes: 0x55 minus their sum. It closes reports and flash fields alike.
 uint8_t CheckOf(std::span<const uint8_t> bytes);
 
@@ -71,8 +89,7 @@ Bytes Closed(Bytes report);
 Frame MakeFrame(uint8_t command, uint8_t length_byte, std::span<const uint8_t> payload = {},
                 uint16_t address = 0);
 
-// The report that a device sends by itself when its status changes; bit 6 (0x40) of the flags is
-// the battery's.
+// The report that a device sends by itself when its status changes.
 Frame MakeEvent(uint8_t flags);
 
 }  // namespace perilink::sim
