@@ -11,11 +11,6 @@
 
 namespace {
 
-constexpr uint8_t kWriteMemory = 0x07;
-constexpr uint8_t kReadMemory = 0x08;
-constexpr uint32_t kColorAddress = 44;  // of level 0, in the device
-constexpr uint32_t kColorSize = 4;      // with its check byte
-
 // What the server's callback has brought, for the main thread to take.
 class Inbox {
  public:
@@ -61,10 +56,11 @@ void PERILINK_CALL OnReport(const uint8_t* frame, uint32_t, const uint8_t* data,
 bool WriteColor(ProtocolData& record, DPIColor color) {
   record.dpi_levels[0].color = color;
   ProtocolDataUpdate(&record);
-  if (inbox.Take(kWriteMemory, kColorSize).empty()) return false;
+  if (inbox.Take(PERILINK_COMMAND_WRITE_MEMORY, PERILINK_DPI_COLOR_SIZE).empty()) return false;
 
-  UsbServer_ReadFalshData(kColorAddress, kColorSize, 0);
-  const std::vector<uint8_t> stored = inbox.Take(kReadMemory, kColorSize);
+  UsbServer_ReadFalshData(PERILINK_DPI_COLORS_ADDRESS, PERILINK_DPI_COLOR_SIZE, 0);
+  const std::vector<uint8_t> stored =
+      inbox.Take(PERILINK_COMMAND_READ_MEMORY, PERILINK_DPI_COLOR_SIZE);
   if (stored.empty()) return false;
   DPILevel level{};
   BufferToDPIColor(stored.data(), &level);
@@ -75,7 +71,8 @@ bool WriteColor(ProtocolData& record, DPIColor color) {
 
 bool Configure() {
   UsbServer_ReadAllFlashData();
-  const std::vector<uint8_t> image = inbox.Take(kReadMemory, PERILINK_FLASH_IMAGE_SIZE);
+  const std::vector<uint8_t> image =
+      inbox.Take(PERILINK_COMMAND_READ_MEMORY, PERILINK_FLASH_IMAGE_SIZE);
   if (image.empty()) return false;
   ProtocolData record{};
   ProtocolDataParser(image.data(), &record);

@@ -5,13 +5,9 @@ Asks the first device found for its firmware, then reads one setting through the
 import ctypes
 import queue
 import sys
-from ctypes import POINTER, c_bool, c_char_p, c_int32, c_uint8, c_uint16, c_uint32
+from ctypes import POINTER, c_bool, c_char_p, c_int32, c_uint8, c_uint32
 
-
-class BatteryLevel(ctypes.Structure):
-    _pack_ = 1
-    _fields_ = [("level", c_uint8), ("charging", c_uint8), ("voltage", c_uint16)]
-
+from perilink import BatteryLevel, Command
 
 ReportCallback = ctypes.CFUNCTYPE(None, POINTER(c_uint8), c_uint32, POINTER(c_uint8), c_uint32)
 
@@ -46,7 +42,7 @@ answers = queue.Queue()
 # On the library's thread. Global, because Python must hold on to it as long as it may be called.
 @ReportCallback
 def on_report(frame, _frame_length, data, data_length):
-    if frame[1] == 0x08:
+    if frame[1] == Command.READ_MEMORY:
         answers.put(data[:data_length])
 
 

@@ -1,5 +1,5 @@
 // A managed host: finds the device, asks for its firmware, and reads its configuration through the
-// background server. Built with the two files beside it, as a 64-bit program beside perilink.dll.
+// background server. Built with the file beside it, as a 64-bit program beside perilink.dll.
 using System;
 using System.Runtime.InteropServices;
 using System.Threading;
@@ -8,9 +8,6 @@ namespace Perilink
 {
     internal static class Host
     {
-        private const byte ReadMemory = 0x08;
-        private const int ImageSize = 6960;
-
         private static readonly ManualResetEventSlim Arrived = new ManualResetEventSlim();
         private static byte[] image;
 
@@ -20,7 +17,8 @@ namespace Perilink
         // On the library's thread.
         private static void OnReport(IntPtr frame, uint frameLength, IntPtr data, uint dataLength)
         {
-            if (Marshal.ReadByte(frame, 1) != ReadMemory || dataLength != ImageSize) return;
+            var command = (Command)Marshal.ReadByte(frame, 1);
+            if (command != Command.ReadMemory || dataLength != Constants.FlashImageSize) return;
             image = new byte[dataLength];
             Marshal.Copy(data, image, 0, image.Length);
             Arrived.Set();
