@@ -105,7 +105,7 @@ class Session {
   const bool with_callback_;
   Dispatcher dispatcher_{ServerState::Instance()};
   bool awaiting_reply_ = false;
-  AddressEcho echo_;
+  AddressEcho echo_{2};
   bool unproven_ = false;             // an answer among the chunks may be another read's
   std::vector<CommandFrame> chunks_;  // of an answer that is not complete
   std::vector<uint8_t> image_;        // the last that a callback got
@@ -125,20 +125,23 @@ void Session::Deliver(CommandFrame report) {
 
   const bool is_event = report.command == PERILINK_COMMAND_EVENT;
   const QueueEntry& head = before.head;
-  bool answers =
+  bool is_short = false;
+  const bool answers =
       !is_event && before.size > 0 && head.pending != 1 && head.frame.command == report.command;
   if (answers && report.command == PERILINK_COMMAND_READ_MEMORY) {
-    const AddressMatch match = echo_.Judge(FrameAddress(head.frame), FrameAddress(report));
+    const AddressMatch match = echo_.Judge({FrameAddress(head.frame), FrameDataLength(head.frame)},
+                                           {FrameAddress(report), FrameDataLength(report)});
     if (echo_.known() && unproven_) return RequireAskedAgain(before, after, calls);
     if (match == AddressMatch::kForeign) {
       return Require(SameHead(before, after) && awaiting_reply_ == awaited && calls.empty(),
                      "another read's answer leaves the queue alone");
     }
+    is_short = match == AddressMatch::kShort;
     unproven_ = unproven_ || match == AddressMatch::kUnproven;
   }
   const bool is_echo =
       report.command != PERILINK_COMMAND_WRITE_MEMORY || SameFrame(report, head.frame);
-  if (answers && is_echo) return RequireTaken(report, before, after, calls);
+  if (answers && is_echo && !is_short) return RequireTaken(report, before, after, calls);
 
   QueueEntry expected = head;
   if (answers) expected.pending = 1;

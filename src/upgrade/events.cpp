@@ -19,7 +19,7 @@ void SendUpgradeEvent(const UsbUpgradeFile& record, uint8_t kind, uint8_t code, 
 }
 
 void EndUpgrade(UsbUpgradeFile& record, PerilinkUpgradeResult code, uint8_t arg1, uint8_t arg2) {
-  record.result = UpgradeResult{code, arg1, arg2};
+  record.result = UpgradeResult{static_cast<uint8_t>(code), arg1, arg2};
 }
 
 void ReportProgress(UsbUpgradeFile& record) {

@@ -5,7 +5,7 @@
 
 #include "cli/command_line.h"
 #include "common/suggestion.h"
-#include "perilink/records.h"
+#include "perilink/protocol.h"
 #include "terminal/terminal.h"
 
 namespace perictl {
