@@ -17,18 +17,20 @@
 #include <vector>
 
 #include "figure.h"
-#include "machine.h"
 #include "perilink/perilink.h"
+#include "perilink_platform/hid_bus.h"
 #include "perilink_platform/win32.h"
 #include "ratio.h"
 #include "sim/scripted_device.h"
-#include "usb_device.h"
+#include "sim/usb_device.h"
+#include "support/report_descriptors.h"
 
 namespace perilink {
 namespace {
 
-using testing::Bytes;
-using testing::Clock;
+using sim::Bytes;
+using sim::UsbDevice;
+using Clock = std::chrono::steady_clock;
 
 // A device that answers at once, with 5 collections on each interface. It lives in a process of its
 // own, so that what it takes is not counted for the library's.
@@ -36,14 +38,14 @@ class AnsweringDevice {
  public:
   explicit AnsweringDevice(size_t interfaces) : process_(fork()) {
     if (process_ == 0) Serve(interfaces);
-    testing::Eventually([&] { return Paths().size() == 5 * interfaces; });
+    AwaitPaths(5 * interfaces);
     path = Paths().at(4);
-    node = testing::Nodes().at(0);
+    node = platform::HidNodeOf(path);
   }
   ~AnsweringDevice() {
     kill(process_, SIGKILL);
     waitpid(process_, nullptr, 0);
-    testing::Eventually([] { return Paths().empty(); });
+    AwaitPaths(0);
   }
   AnsweringDevice(const AnsweringDevice&) = delete;
   AnsweringDevice& operator=(const AnsweringDevice&) = delete;
@@ -53,6 +55,11 @@ class AnsweringDevice {
     return paths;
   }
 
+  static void AwaitPaths(size_t count) {
+    while (Paths().size() != count)
+      Sleep(5);
+  }
+
   std::wstring path;  // takes commands
   std::string node;
 
@@ -60,12 +67,11 @@ class AnsweringDevice {
   // Until it is killed, which unplugs it.
   [[noreturn]] static void Serve(size_t interfaces) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    testing::UsbDevice device(
-        {}, std::vector<testing::UsbInterface>(interfaces, {testing::kCommandDescriptor}),
-        [&device](size_t number, testing::UsbDevice::Type, const Bytes& request) {
-          device.Send(number, sim::ReplyTo(request, {1, 2}));
-          return testing::UsbDevice::Answer::kTake;
-        });
+    UsbDevice device({}, std::vector<sim::UsbInterface>(interfaces, {testing::kCommandDescriptor}),
+                     [&device](size_t number, UsbDevice::Type, const Bytes& request) {
+                       device.Send(number, sim::ReplyTo(request, {1, 2}));
+                       return UsbDevice::Answer::kTake;
+                     });
     device.Plug();
     for (;;)
       pause();

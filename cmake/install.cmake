@@ -6,9 +6,9 @@ set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/perilink)
 set(libraries perilink)
 if(NOT WIN32)
   list(APPEND libraries perilink_platform perilink_sim_core perilink_sim
-    perilink_virtual_mouse)
+    perilink_sim_kernel perilink_virtual_mouse)
   install(DIRECTORY portable/include/perilink_platform DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-  install(DIRECTORY sim/include/sim sim/portable/include/sim
+  install(DIRECTORY sim/include/sim sim/portable/include/sim sim/kernel/include/sim
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/perilink_sim)
 endif()
 install(DIRECTORY include/perilink DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})

@@ -12,7 +12,7 @@ compile_one() {
   printf '#include <%s>\n' "$@" |
     "$compiler" -x "$language" -std="$standard" -fsyntax-only -Wall -Wextra -Wpedantic \
       -Wconversion -Wshadow -Werror -Iinclude -Isrc -Iportable/include -Iportable/src -Isim/include \
-      -Isim/portable/include -I. - ||
+      -Isim/portable/include -Isim/kernel/include -I. - ||
     {
       echo "$* does not compile alone with $compiler -std=$standard" >&2
       return 1

@@ -1,10 +1,5 @@
 // The platform's calls on the machine's devices.
-#include <atomic>
-#include <fstream>
-#include <mutex>
-#include <numeric>
-
-#include "handle.h"
+#include "machine.h"
 #include "perilink_platform/hid_bus.h"
 #include "perilink_platform/world.h"
 
@@ -14,61 +9,25 @@ namespace {
 using Type = UsbDevice::Type;
 using Answer = UsbDevice::Answer;
 
-constexpr wchar_t kCommands[] = L"&mi_01&col05#";
-constexpr wchar_t kEvents[] = L"&mi_01&col04#";
-constexpr wchar_t kBoot[] = L"&mi_02#";
-
-size_t OpenDescriptors(const std::string& node) {
-  size_t count = 0;
-  std::error_code ignored;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
-    count += std::filesystem::read_symlink(entry.path(), ignored) == node;
-  return count;
-}
-
-class MachineBus : public ::testing::Test {
+class MachineBus : public Machine {
  protected:
-  struct Received {
-    size_t interface_number;
-    Type type;
-    Bytes report;
-    bool operator==(const Received&) const = default;
-  };
-
   void SetUp() override {
-    ASSERT_TRUE(WaitForNodes(0)) << "of the test before";
-    device_.Plug();
-    ASSERT_TRUE(WaitForNodes(3));
-    ASSERT_TRUE(Eventually([] { return Paths().size() == 7; }));
+    Machine::SetUp();
+    Plug();
+    ASSERT_TRUE(WaitForPaths(7));
   }
-
-  Answer OnReport(const Received& received) {
-    const std::lock_guard lock(mutex_);
-    received_.push_back(received);
-    return answer_;
-  }
-  std::vector<Received> TakeReceived() {
-    const std::lock_guard lock(mutex_);
-    return std::exchange(received_, {});
-  }
-
-  std::mutex mutex_;
-  std::vector<Received> received_;
-  std::atomic<Answer> answer_{Answer::kTake};
-  UsbDevice device_{{}, MouseInterfaces(), [this](size_t number, Type type, const Bytes& report) {
-                      return OnReport({number, type, report});
-                    }};
 };
 
-Bytes Padded(Bytes report, size_t length) {
-  report.resize(length);
-  return report;
+DWORD ErrorOfOpening(const std::wstring& path, DWORD access) {
+  const UniqueFile file(CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                    nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
+  return file.Valid() ? 0 : GetLastError();
 }
 
 TEST_F(MachineBus, ListsCollectionsAsWindowsSpellsThem) {
   const std::vector<std::wstring> paths = Paths();
-  const wchar_t* const parts[] = {
-      L"&mi_00#", L"&mi_01&col01#", L"&mi_01&col02#", L"&mi_01&col03#", kEvents, kCommands, kBoot};
+  const wchar_t* const parts[] = {L"&mi_00#", L"&mi_01&col01#", L"&mi_01&col02#", L"&mi_01&col03#",
+                                  kEventKey,  kCommandKey,      kBootKey};
   for (size_t i = 0; i < std::size(parts); ++i)
     EXPECT_EQ(paths[i].find(std::wstring(L"\\\\?\\hid#vid_1234&pid_abcd") + parts[i] + L"7&"), 0u);
   EXPECT_EQ(OpenDescriptors(Nodes()[1]), 0u) << "nothing is opened for that";
@@ -77,10 +36,10 @@ TEST_F(MachineBus, ListsCollectionsAsWindowsSpellsThem) {
   // Somebody keeps the old node, so that the number can't be the same.
   const int kept = open(Nodes()[1].c_str(), O_RDWR | O_CLOEXEC);
   const std::vector<std::string> before = Nodes();
-  device_.Unplug();
-  ASSERT_TRUE(Eventually([] { return Paths().empty(); }));
-  device_.Plug();
-  ASSERT_TRUE(Eventually([] { return Paths().size() == 7; }));
+  Unplug();
+  ASSERT_TRUE(WaitForPaths(0));
+  Plug();
+  ASSERT_TRUE(WaitForPaths(7));
   EXPECT_NE(Nodes(), before);
   EXPECT_EQ(Paths(), paths) << "the same port, the same paths";
   close(kept);
@@ -96,27 +55,27 @@ TEST_F(MachineBus, OpensWhatIsNotTheSystems) {
       {PathWith(L"&col01#"), GENERIC_WRITE, ERROR_ACCESS_DENIED},
       {PathWith(L"&col01#"), 0, 0},
       {PathWith(L"&col02#"), GENERIC_READ, 0},
-      {PathWith(kCommands), GENERIC_READ | GENERIC_WRITE, 0},
-      {PathWith(kCommands) + L"x", GENERIC_READ, ERROR_FILE_NOT_FOUND},
+      {PathWith(kCommandKey), GENERIC_READ | GENERIC_WRITE, 0},
+      {PathWith(kCommandKey) + L"x", GENERIC_READ, ERROR_FILE_NOT_FOUND},
   };
   for (const auto& row : rows)
-    EXPECT_EQ(Handle(row.path, row.access).error(), row.error);
+    EXPECT_EQ(ErrorOfOpening(row.path, row.access), row.error);
   HIDD_ATTRIBUTES attributes{};
-  const Handle query(PathWith(L"&mi_00#"), 0);
-  ASSERT_TRUE(HidD_GetAttributes(query.get(), &attributes));
+  ASSERT_TRUE(Handle(PathWith(kCommandKey)).handles().GetAttributes(attributes));
   EXPECT_EQ(attributes.VendorID, 0x1234);
   EXPECT_EQ(attributes.ProductID, 0xABCD);
   EXPECT_EQ(attributes.VersionNumber, 0x0123);
   EXPECT_EQ(OpenDescriptors(Nodes()[0]), 0u);
+  EXPECT_DEATH(platform::StartVirtual(1), "StartVirtual must come before");
 }
 
 TEST_F(MachineBus, ChecksAndPadsWhatIsWritten) {
-  Handle commands(PathWith(kCommands));
-  Handle boot(PathWith(kBoot));
-  Handle events(PathWith(kEvents));
+  const Handle commands(PathWith(kCommandKey));
+  const Handle boot(PathWith(kBootKey));
+  const Handle events(PathWith(kEventKey));
   TakeReceived();
   const struct {
-    Handle& handle;
+    const Handle& handle;
     bool feature;
     Bytes report;
     DWORD error;
@@ -134,18 +93,23 @@ TEST_F(MachineBus, ChecksAndPadsWhatIsWritten) {
       {boot, false, {8, 0xB0}, ERROR_INVALID_PARAMETER, {}},
   };
   for (const auto& row : rows) {
-    EXPECT_EQ(row.feature ? row.handle.SetFeature(row.report) : row.handle.Write(row.report),
-              row.error);
+    EXPECT_EQ(row.handle.Send(row.report, row.feature), row.error);
     // The device has it when the write is over.
     EXPECT_EQ(TakeReceived(), row.received);
   }
+  answer_ = Answer::kStall;
+  for (const bool feature : {false, true})
+    EXPECT_EQ(commands.Send({8}, feature), ERROR_GEN_FAILURE);
 }
 
 TEST_F(MachineBus, GivesEachHandleItsCollectionsReports) {
-  Handle commands(PathWith(kCommands));
-  Handle second(PathWith(kCommands));
-  Handle events(PathWith(kEvents));
-  Handle boot(PathWith(kBoot));
+  auto cancelled = std::make_unique<Handle>(PathWith(kCommandKey));
+  Handle commands(PathWith(kCommandKey));
+  Handle second(PathWith(kCommandKey));
+  Handle events(PathWith(kEventKey), 8);
+  Handle boot(PathWith(kBootKey), 64);
+  cancelled->Listen();
+  cancelled.reset();
   device_.Send(1, Padded({6, 1}, 8));
   device_.Send(1, Padded({0x44, 1}, 17));  // an id of no collection
   device_.Send(1, Padded({2, 1}, 3));      // of another one
@@ -155,107 +119,103 @@ TEST_F(MachineBus, GivesEachHandleItsCollectionsReports) {
   EXPECT_EQ(events.Read(), Padded({6, 1}, 8));
   for (Handle* const handle : {&commands, &second}) {
     Bytes report = handle->Read();
-    EXPECT_EQ(report.size(), 17u);
-    if (report[1] == 9) report = handle->Read();
+    if (report == Padded({8, 9}, 17)) report = handle->Read();
     EXPECT_EQ(report, Padded({8, 2}, 17));
   }
   EXPECT_EQ(boot.Read(), Padded({0, 0x5A}, 64)) << "as on Windows, with an id of 0";
-  EXPECT_TRUE(events.Read(milliseconds(300)).empty());
+  EXPECT_TRUE(events.Read(milliseconds(200)).empty());
 }
 
 // From the moment it opened, 32 of them.
 TEST_F(MachineBus, QueuesReportsForEachHandle) {
-  Handle early(PathWith(kCommands));
+  Handle early(PathWith(kCommandKey));
+  Handle probe(PathWith(kCommandKey));
   for (uint8_t i = 0; i < 40; ++i) {
     device_.Send(1, Padded({8, i}, 17));
-    std::this_thread::sleep_for(milliseconds(5));
+    EXPECT_EQ(probe.Read(), Padded({8, i}, 17));
   }
-  std::this_thread::sleep_for(milliseconds(300));
-  Handle late(PathWith(kCommands));
+  Handle late(PathWith(kCommandKey));
   EXPECT_EQ(early.Read(), Padded({8, 8}, 17));
   device_.Send(1, Padded({8, 77}, 17));
   EXPECT_EQ(late.Read(), Padded({8, 77}, 17));
 }
 
+// The kernel's first opening takes 50 ms, and a direct command opens and closes.
 TEST_F(MachineBus, KeepsAFileOpenForTheNextHandle) {
+  const Handle in_use(PathWith(kCommandKey));
   const std::string node = Nodes()[2];
   const auto start = Clock::now();
-  EXPECT_TRUE(Handle(PathWith(kBoot)).IsOpen());
-  EXPECT_EQ(OpenDescriptors(node), 1u) << "the kernel's first opening takes 50 ms";
-  EXPECT_TRUE(Eventually([&] { return OpenDescriptors(node) == 0; }, milliseconds(6000)));
+  EXPECT_TRUE(Handle(PathWith(kBootKey)).IsOpen());
+  EXPECT_EQ(OpenDescriptors(node), 1u);
+  EXPECT_TRUE(Eventually([&] { return OpenDescriptors(node) == 0; }));
   EXPECT_GT(Since(start), milliseconds(1900));
-  const Handle again(PathWith(kBoot));
-  std::this_thread::sleep_for(milliseconds(2500));
-  EXPECT_EQ(OpenDescriptors(node), 1u) << "in use";
+  EXPECT_EQ(OpenDescriptors(Nodes()[1]), 1u);
 }
 
 TEST_F(MachineBus, TellsHandlesOfARemoval) {
-  const std::wstring path = PathWith(kCommands);
+  const std::wstring path = PathWith(kCommandKey);
   const std::string node = Nodes()[1];
   auto reading = std::make_unique<Handle>(path);
   auto queued = std::make_unique<Handle>(path);
-  auto query = std::make_unique<Handle>(path, 0);
   device_.Send(1, Padded({8, 1}, 17));
   EXPECT_EQ(reading->Read(), Padded({8, 1}, 17));
-  EXPECT_TRUE(reading->Read(milliseconds(0)).empty());
-  device_.Unplug();
-  EXPECT_TRUE(reading->Read().empty());
-  EXPECT_EQ(reading->error(), ERROR_DEVICE_NOT_CONNECTED);
-  EXPECT_TRUE(queued->Read().empty()) << "what it had not read is forgotten";
-  EXPECT_EQ(queued->Write(Padded({8}, 17)), ERROR_DEVICE_NOT_CONNECTED);
-  EXPECT_EQ(queued->SetFeature(Padded({8}, 17)), ERROR_DEVICE_NOT_CONNECTED);
-  ASSERT_TRUE(Eventually([] { return Paths().empty(); }));
+  reading->Listen();
+  Unplug();
+  EXPECT_EQ(reading->Next(30'000), Arrival::kFailure);
+  EXPECT_EQ(GetLastError(), ERROR_DEVICE_NOT_CONNECTED);
+  EXPECT_TRUE(queued->HasGone()) << "and what it had not read";
+  EXPECT_EQ(queued->Send(Bytes{8}, true), ERROR_DEVICE_NOT_CONNECTED);
+  ASSERT_TRUE(WaitForPaths(0));
   HIDD_ATTRIBUTES attributes{};
-  EXPECT_FALSE(HidD_GetAttributes(query->get(), &attributes));
-  EXPECT_EQ(Handle(path).error(), ERROR_FILE_NOT_FOUND);
+  EXPECT_FALSE(queued->handles().GetAttributes(attributes));
+  EXPECT_EQ(ErrorOfOpening(path, GENERIC_READ), ERROR_FILE_NOT_FOUND);
 
-  device_.Plug();
-  ASSERT_TRUE(Eventually([&] { return PathWith(kCommands) == path; }));
-  EXPECT_EQ(queued->Write(Padded({8}, 17)), ERROR_DEVICE_NOT_CONNECTED) << "an old handle";
-  Handle fresh(path);
-  EXPECT_EQ(fresh.Write(Padded({8}, 17)), 0u);
+  Plug();
+  ASSERT_TRUE(Eventually([&] { return PathWith(kCommandKey) == path; }));
+  EXPECT_TRUE(queued->HasGone()) << "an old handle";
+  const Handle fresh(path);
+  EXPECT_EQ(fresh.Send({8}), 0u);
   reading.reset();
   queued.reset();
-  query.reset();
   EXPECT_TRUE(Eventually([&] { return OpenDescriptors(node) + OpenDescriptors(Nodes()[1]) <= 1; }));
 }
 
-TEST_F(MachineBus, TellsWhyADeviceDidNotTakeAReport) {
-  Handle commands(PathWith(kCommands));
-  Handle boot(PathWith(kBoot));
-  answer_ = Answer::kStall;
-  EXPECT_EQ(commands.Write({8}), ERROR_GEN_FAILURE);
-  EXPECT_EQ(commands.SetFeature({8}), ERROR_GEN_FAILURE);
-  // A write that the device never takes keeps its caller, and nobody else.
+// A write that the device never takes keeps its caller, and whoever opens or closes a node of the
+// machine's. A host that talks to another interface notices nothing.
+TEST_F(MachineBus, WaitsForAStuckWriteAlone) {
+  Handle commands(PathWith(kCommandKey));
+  const Handle boot(PathWith(kBootKey));
   answer_ = Answer::kHold;
   TakeReceived();
-  DWORD error = 0;
-  std::thread writer([&] { error = boot.Write({0, 1}); });
-  ASSERT_TRUE(Eventually([this] { return !TakeReceived().empty(); }));
   const auto start = Clock::now();
-  EXPECT_EQ(Paths().size(), 7u);
-  Handle second(PathWith(kCommands));
+  DWORD error = 0;
+  std::thread writer([&] { error = boot.Send({0, 1}); });
+  ASSERT_TRUE(Eventually([this] { return !TakeReceived().empty(); }));
+  milliseconds opened{};
+  std::thread stranger([&] {
+    close(open(Nodes()[kPointer].c_str(), O_RDWR | O_CLOEXEC));
+    opened = Since(start);
+  });
+  EXPECT_TRUE(Handle(PathWith(kCommandKey)).IsOpen());
   device_.Send(1, Padded({8, 1}, 17));
   EXPECT_EQ(commands.Read(), Padded({8, 1}, 17));
-  EXPECT_LT(Since(start), milliseconds(3000));
+  EXPECT_LT(Since(start), milliseconds(4000));
   writer.join();
+  stranger.join();
   EXPECT_EQ(error, ERROR_SEM_TIMEOUT);
+  EXPECT_GE(opened, milliseconds(4900));
   answer_ = Answer::kTake;
-  EXPECT_EQ(boot.Write({0, 1}), 0u);
-}
-
-// A read that was cancelled is over when the cancelling has been waited for, and takes no report.
-TEST_F(MachineBus, CancelsReads) {
-  auto reading = std::make_unique<Handle>(PathWith(kCommands));
-  Handle other(PathWith(kCommands));
-  EXPECT_TRUE(reading->Read(milliseconds(10)).empty());
-  reading.reset();
-  device_.Send(1, Padded({8, 3}, 17));
-  EXPECT_EQ(other.Read(), Padded({8, 3}, 17));
-}
-
-TEST_F(MachineBus, IsNothingForAVirtualWorld) {
-  EXPECT_DEATH(platform::StartVirtual(1), "StartVirtual must come before");
+  EXPECT_EQ(boot.Send({0, 1}), 0u);
+  // The device's end ends it at once.
+  answer_ = Answer::kHold;
+  TakeReceived();
+  std::thread last_writer([&] { error = boot.Send({0, 1}); });
+  ASSERT_TRUE(Eventually([this] { return !TakeReceived().empty(); }));
+  const auto unplugged = Clock::now();
+  device_.Unplug();
+  last_writer.join();
+  EXPECT_NE(error, 0u);
+  EXPECT_LT(Since(unplugged), milliseconds(4000));
 }
 
 }  // namespace

@@ -1,13 +1,11 @@
 // The library's exports on virtual devices that the kernel sees, over hidraw from end to end.
-#include <atomic>
-#include <cstring>
-#include <deque>
+#include <sys/wait.h>
 
-#include "kernel_port.h"
+#include <cstring>
+
 #include "machine.h"
-#include "notices.h"
-#include "perilink/perilink.h"
 #include "perilink_platform/world.h"
+#include "sim/kernel_device.h"
 #include "sim/upgrade_file.h"
 #include "sim/virtual_firmware.h"
 #include "support/interop_values.h"
@@ -15,19 +13,20 @@
 namespace perilink::testing {
 namespace {
 
-using std::this_thread::sleep_for;
+constexpr uint8_t kReadMemory = sim::command::kReadMemory;
+
+std::string Narrow(const std::wstring& text) {
+  return {text.begin(), text.end()};
+}
 
 // Of this process, devices apart.
 struct Resources {
-  static size_t Count(const char* folder) {
-    size_t count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder))
-      ++count;
-    return count;
+  static std::ptrdiff_t Count(const char* folder) {
+    return std::distance(std::filesystem::directory_iterator(folder), {});
   }
   uint64_t handles = platform::OpenHandleCount();
-  size_t descriptors = Count("/proc/self/fd");
-  size_t threads = Count("/proc/self/task");
+  std::ptrdiff_t descriptors = Count("/proc/self/fd");
+  std::ptrdiff_t threads = Count("/proc/self/task");
   bool operator==(const Resources&) const = default;
 };
 
@@ -44,7 +43,7 @@ void PERILINK_CALL OnReport(const uint8_t* frame, uint32_t, const uint8_t* data,
 }
 
 // The data of the next report of the command with so many bytes; none if it doesn't come in time.
-Bytes AwaitReport(uint8_t command, size_t length, milliseconds time = 3 * kPatience) {
+Bytes AwaitReport(uint8_t command, size_t length, milliseconds time = kPatience) {
   Bytes found;
   Eventually(
       [&] {
@@ -60,15 +59,15 @@ Bytes AwaitReport(uint8_t command, size_t length, milliseconds time = 3 * kPatie
 }
 
 std::atomic<int> upgrade_result;
-int PERILINK_CALL OnUpgradeEvent(const uint8_t* message, uint32_t) {
-  if (message[1] == 2) upgrade_result = message[2];
-  return 0;
-}
 
 // 1: success. 0: it did not start. A device has 21 s to appear, or as many as are given.
 int Upgrade(const Bytes& file, uint32_t seconds = 21) {
   upgrade_result = 0;
-  if (!UsbUpgrade_Start(file.data(), OnUpgradeEvent, seconds * 1000 / 2)) return 0;
+  const auto on_event = [](const uint8_t* message, uint32_t) {
+    if (message[1] == 2) upgrade_result = message[2];
+    return 0;
+  };
+  if (!UsbUpgrade_Start(file.data(), on_event, seconds * 1000 / 2)) return 0;
   Eventually([] { return upgrade_result != 0; }, 3 * kPatience);
   return upgrade_result;
 }
@@ -80,93 +79,86 @@ class Library : public ::testing::Test {
     Plug(mouse);
   }
   // Ends when all of it is there.
-  static void Plug(KernelDevice& device) {
-    size_t collections = 0;
-    for (const sim::InterfaceShape& shape : device->shape(sim::Mode::kNormal).interfaces)
+  static void Plug(sim::Device& device) {
+    size_t collections = Paths().size();
+    for (const sim::InterfaceShape& shape : device.shape(sim::Mode::kNormal).interfaces)
       collections += shape.collections.size();
-    const size_t before = Present().size();
-    device->Plug();
-    ASSERT_TRUE(Eventually([&] { return Present().size() == before + collections; }));
+    device.Plug();
+    ASSERT_TRUE(WaitForPaths(collections));
   }
   void Unplug() {
-    mouse->Unplug();
-    ASSERT_TRUE(Eventually([] { return Present().empty(); }));
+    mouse.Unplug();
+    ASSERT_TRUE(WaitForPaths(0));
   }
-  static std::wstring PathOf(KernelDevice& device) {
-    const std::string key = device->CommandKey();
-    std::vector<std::wstring> found;
-    UsbFinder_FindHidDevicesByKey({key.begin(), key.end()}, found);
-    return found.empty() ? L"" : found.front();
+  static std::wstring PathOf(sim::Device& device) {
+    const std::string key = device.CommandKey();
+    return PathWith({key.begin(), key.end()});
   }
-  // In whichever mode.
-  static std::vector<std::wstring> Present() {
-    std::vector<std::wstring> paths;
-    UsbFinder_FindHidDevicesByKey(L"vid_1234", paths);
-    return paths;
-  }
-  static void StartServer(const std::wstring& path) {
-    UsbServerC_Start(Narrow(path).c_str(), Narrow(path).c_str(), OnReport);
-  }
-  static std::string Narrow(const std::wstring& text) { return {text.begin(), text.end()}; }
-  static Bytes FlashOf(KernelDevice& device) {
-    const auto lock = device->Lock();
-    const auto bytes = device->flash().bytes().first(PERILINK_FLASH_IMAGE_SIZE);
+  static Bytes FlashOf(sim::Device& device) {
+    const auto lock = device.Lock();
+    const auto bytes = device.flash().bytes().first(PERILINK_FLASH_IMAGE_SIZE);
     return {bytes.begin(), bytes.end()};
   }
+  void StartServer() {
+    const std::string path = Narrow(PathOf(mouse));
+    UsbServerC_Start(path.c_str(), path.c_str(), OnReport);
+  }
   Bytes UpgradeFile(uint16_t version) {
-    return sim::UpgradeFileBuilder(sim::ImageFor(*mouse, sim::MakeVirtualFirmware(version, 2048)))
+    return sim::UpgradeFileBuilder(sim::ImageFor(mouse, sim::MakeVirtualFirmware(version, 2048)))
         .Build();
   }
+  void ExpectVersion(uint16_t version) {
+    ASSERT_TRUE(Eventually([this] { return !PathOf(mouse).empty(); }));
+    EXPECT_EQ(UsbFinder_GetVersion(PathOf(mouse)), version);
+  }
 
-  KernelDevice mouse;
+  sim::KernelDevice mouse;
 };
 
 TEST_F(Library, FindsADeviceByEveryKey) {
-  std::vector<std::wstring> all, by_ids, by_key, by_place, by_default;
+  std::vector<std::wstring> all, by_ids, by_place, by_default;
   UsbFinder_EnumHidDeviceList(all);
   UsbFinder_FindHidDevices(L"1234", L"ABCD", by_ids);
-  UsbFinder_FindHidDevicesByKey(L"MI_01&COL05", by_key);
   UsbFinder_FindHidDevicesByDeviceId(L"1234", L"abcd", 1, 5, by_place);
   UsbFinder_FindHidDevicesByDefaultDeviceId(L"1234", L"abcd", by_default);
+  EXPECT_EQ(all.size(), 6u);
   EXPECT_EQ(by_ids, all);
-  for (const auto& one : {by_key, by_place, by_default})
+  for (const auto& one : {Paths(L"MI_01&COL05"), by_place, by_default})
     EXPECT_EQ(one, std::vector{PathOf(mouse)});
 }
 
 TEST_F(Library, AsksADeviceDirectly) {
-  const std::wstring path = PathOf(mouse);
-  const std::string narrow = Narrow(path);
-  EXPECT_EQ(UsbFinder_GetVersion(path), mouse->firmware().options().version);
-  EXPECT_TRUE(UsbFinderC_GetDeviceOnLine(narrow.c_str()));
+  const std::string path = Narrow(PathOf(mouse));
+  EXPECT_TRUE(UsbFinderC_GetDeviceOnLine(path.c_str()));
   BatteryLevel battery{};
-  EXPECT_TRUE(UsbFinderC_GetBatteryLevel(narrow.c_str(), &battery));
+  EXPECT_TRUE(UsbFinderC_GetBatteryLevel(path.c_str(), &battery));
   EXPECT_EQ(battery.level, 80);
   DataRecord10 number{{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}};
   DataRecord10 kept{};
-  EXPECT_TRUE(UsbFinderC_SetMouseSerialNumber(narrow.c_str(), &number));
-  EXPECT_TRUE(UsbFinderC_GetMouseSerialNumber(narrow.c_str(), &kept));
+  EXPECT_TRUE(UsbFinderC_SetMouseSerialNumber(path.c_str(), &number));
+  EXPECT_TRUE(UsbFinderC_GetMouseSerialNumber(path.c_str(), &kept));
   EXPECT_EQ(std::memcmp(&number, &kept, sizeof kept), 0);
   // Raw, through a pair of handles that stays open.
   const sim::Frame request = sim::MakeFrame(sim::command::kVersion, 0, {}, 0);
   Bytes reply(17);
-  ASSERT_TRUE(UsbFinderC_OpenDevice(narrow.c_str()));
+  ASSERT_TRUE(UsbFinderC_OpenDevice(path.c_str()));
   EXPECT_TRUE(UsbFinderC_ReadWriteDeviceData(request.data(), reply.data(), 17));
   EXPECT_EQ(reply[1], sim::command::kVersion);
   UsbFinderC_CloseDevice();
 }
 
 TEST_F(Library, ReadsTheKeysOfAKeyboard) {
-  KernelDevice keyboard(sim::KeyboardOptions(), 1);
+  sim::KernelDevice keyboard(sim::KeyboardOptions(), 1);
   Plug(keyboard);
   const std::string path = Narrow(PathOf(keyboard));
   const Bytes keys = TakeBytes(CS_UsbKeyboard_LoadLayerKeys(path.c_str(), 2));
-  const auto lock = keyboard->Lock();
-  const auto held = keyboard->flash().bytes().subspan(512, 512);
+  const auto lock = keyboard.Lock();
+  const auto held = keyboard.flash().bytes().subspan(512, 512);
   EXPECT_EQ(keys, Bytes(held.begin(), held.end()));
 }
 
 TEST_F(Library, ReadsUpdatesAndFollowsADevice) {
-  StartServer(PathOf(mouse));
+  StartServer();
   UsbServer_ReadAllFlashData();
   const Bytes image = AwaitReport(PERILINK_COMMAND_READ_MEMORY, PERILINK_FLASH_IMAGE_SIZE);
   ASSERT_EQ(image, FlashOf(mouse));
@@ -174,45 +166,11 @@ TEST_F(Library, ReadsUpdatesAndFollowsADevice) {
   ProtocolDataParser(image.data(), &record);
   record.dpi_levels[0].color = {{0x20, 0x80, 0xE0}};
   ProtocolDataUpdate(&record);
-  EXPECT_FALSE(AwaitReport(0x07, 4).empty());
+  EXPECT_FALSE(AwaitReport(sim::command::kWriteMemory, 4).empty());
   EXPECT_EQ(FlashOf(mouse)[44], 0x20);
-  mouse->SendEvent(0x05);
+  mouse.SendEvent(0x05);
   EXPECT_FALSE(AwaitReport(sim::command::kEvent, 10).empty());
   UsbServer_Exit();
-}
-
-TEST_F(Library, NoticesADevice) {
-  ASSERT_EQ(std::system("udevadm settle"), 0);
-  static std::vector<bool> calls;
-  static bool found = true;
-  StartUsbChanged(
-      [](bool arrived) {
-        calls.push_back(arrived);
-        std::vector<std::wstring> paths;
-        UsbFinder_FindHidDevicesByDefaultDeviceId(L"1234", L"abcd", paths);
-        if (arrived) found &= !paths.empty() && UsbFinder_GetVersion(paths[0]) > 0;
-      },
-      0);
-  const auto pumped = [](size_t count) {
-    return Eventually([count] {
-      MSG message{};
-      PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE);
-      return calls.size() >= count;
-    });
-  };
-  mouse->Unplug();
-  ASSERT_TRUE(pumped(2));
-  mouse->Plug();
-  ASSERT_TRUE(pumped(3));
-  StopUsbChanged();
-  EXPECT_EQ(calls, (std::vector{true, false, true}));
-  EXPECT_TRUE(found) << "at its arrival it is there and answers";
-}
-
-TEST_F(Library, UpgradesADevice) {
-  EXPECT_EQ(Upgrade(UpgradeFile(0x0345)), 1);
-  ASSERT_TRUE(Eventually([this] { return !PathOf(mouse).empty(); }));
-  EXPECT_EQ(UsbFinder_GetVersion(PathOf(mouse)), 0x0345);
 }
 
 // At whichever step the device goes: what is reported is right or nothing, and nothing is left
@@ -222,7 +180,7 @@ class UnplugAtEveryStep : public Library {
   void SetUp() override {
     Library::SetUp();
     // What is made once for a process is there: without a reply, too.
-    mouse->faults().Silence();
+    mouse.faults().Silence();
     UsbFinder_GetVersion(PathOf(mouse));
     Unplug();
     sleep_for(milliseconds(100));
@@ -235,30 +193,28 @@ class UnplugAtEveryStep : public Library {
         << Resources().threads << " threads; before " << before_->handles << ", "
         << before_->descriptors << ", " << before_->threads;
   }
-  std::wstring PlugAgain() {
-    mouse->faults().Heal();
-    mouse->boot_faults().Heal();
+  void PlugAgain() {
+    mouse.faults().Heal();
+    mouse.boot_faults().Heal();
     Unplug();
     Plug(mouse);
-    return PathOf(mouse);
   }
 
   std::unique_ptr<Resources> before_;
 };
 
 TEST_F(UnplugAtEveryStep, OfAnExchange) {
-  const uint16_t version = mouse->firmware().options().version;
-  const std::function<void()> unplug = [this] { mouse->Unplug(); };
-  const std::function<void(sim::Exchange&)> in_exchange = [&](sim::Exchange&) { unplug(); };
+  const uint16_t version = mouse.firmware().options().version;
   const std::function<void()> steps[] = {
-      unplug,
-      [&] { mouse->faults().OnRequest(in_exchange, sim::At(1)); },
-      [&] { mouse->faults().UnplugAfter(sim::At(1)); },
-      [&] { mouse->faults().OnReply(in_exchange, sim::At(1)); },
-      [&] { mouse->faults().OnReply([](sim::Exchange& e) { e.unplug = true; }, sim::At(1)); },
+      [&] { mouse.Unplug(); },
+      [&] { mouse.faults().OnRequest([&](sim::Exchange&) { mouse.Unplug(); }); },
+      [&] { mouse.faults().UnplugAfter(sim::At(1)); },
+      [&] { mouse.faults().OnReply([&](sim::Exchange&) { mouse.Unplug(); }); },
+      [&] { mouse.faults().OnReply([](sim::Exchange& e) { e.unplug = true; }); },
   };
   for (const auto& step : steps) {
-    const std::wstring path = PlugAgain();
+    PlugAgain();
+    const std::wstring path = PathOf(mouse);
     step();
     const int32_t answer = UsbFinder_GetVersion(path);
     EXPECT_TRUE(answer == version || answer <= 0) << answer;
@@ -267,16 +223,17 @@ TEST_F(UnplugAtEveryStep, OfAnExchange) {
 
 TEST_F(UnplugAtEveryStep, OfAWholeRead) {
   for (const uint64_t frame : {1, 2, 40}) {
-    const std::wstring path = PlugAgain();
-    mouse->faults().UnplugAfter(sim::At(frame).For(sim::command::kReadMemory));
-    StartServer(path);
+    PlugAgain();
+    mouse.faults().UnplugAfter(sim::At(frame).For(kReadMemory));
+    StartServer();
     UsbServer_ReadAllFlashData();
-    ASSERT_TRUE(Eventually([this] { return PathOf(mouse).empty(); }));
+    ASSERT_TRUE(WaitForPaths(0));
     EXPECT_TRUE(
-        AwaitReport(PERILINK_COMMAND_READ_MEMORY, PERILINK_FLASH_IMAGE_SIZE, milliseconds(500))
+        AwaitReport(PERILINK_COMMAND_READ_MEMORY, PERILINK_FLASH_IMAGE_SIZE, milliseconds(300))
             .empty());
   }
-  StartServer(PlugAgain());
+  PlugAgain();
+  StartServer();
   UsbServer_ReadAllFlashData();
   EXPECT_EQ(AwaitReport(PERILINK_COMMAND_READ_MEMORY, PERILINK_FLASH_IMAGE_SIZE), FlashOf(mouse));
   UsbServer_Exit();
@@ -286,28 +243,32 @@ TEST_F(UnplugAtEveryStep, OfAWholeRead) {
 TEST_F(UnplugAtEveryStep, OfAnUpgrade) {
   const Bytes file = UpgradeFile(0x0456);
   PlugAgain();
-  mouse->faults().UnplugAfter(sim::At(1));
+  mouse.faults().UnplugAfter(sim::At(1));
   EXPECT_GT(Upgrade(file, 2), 1);
   for (const uint64_t packet : {1, 2, 65}) {
-    mouse->faults().Heal();
-    mouse->boot_faults().Heal();
-    mouse->boot_faults().UnplugAfter(sim::At(packet));
-    mouse->Plug();
-    ASSERT_TRUE(Eventually([] { return !Present().empty(); }));
+    mouse.boot_faults().Heal();
+    mouse.boot_faults().UnplugAfter(sim::At(packet));
+    mouse.faults().Heal();
+    mouse.Plug();
+    ASSERT_TRUE(Eventually([] { return !Paths().empty(); }));
     // On a busy machine an upgrade may end before it comes to that, and is started again.
-    for (int tries = 0; tries < 3 && mouse->mode() != sim::Mode::kUnplugged; ++tries)
+    for (int tries = 0; tries < 3 && mouse.mode() != sim::Mode::kUnplugged; ++tries)
       EXPECT_GT(Upgrade(file, 6), 1) << "at packet " << packet;
-    ASSERT_TRUE(Eventually([] { return Present().empty(); })) << "at packet " << packet;
+    ASSERT_TRUE(WaitForPaths(0)) << "at packet " << packet;
   }
-  mouse->boot_faults().Heal();
-  mouse->Plug();
-  ASSERT_TRUE(Eventually([] { return !Present().empty(); }));
+  mouse.boot_faults().Heal();
+  mouse.Plug();
+  ASSERT_TRUE(Eventually([] { return !Paths().empty(); }));
   int result = 0;
   for (int tries = 0; tries < 3 && result != 1; ++tries)
     result = Upgrade(file);
   EXPECT_EQ(result, 1);
-  ASSERT_TRUE(Eventually([this] { return !PathOf(mouse).empty(); }));
-  EXPECT_EQ(UsbFinder_GetVersion(PathOf(mouse)), 0x0456);
+  ExpectVersion(0x0456);
+}
+
+TEST_F(Library, UpgradesADevice) {
+  EXPECT_EQ(Upgrade(UpgradeFile(0x0345)), 1);
+  ExpectVersion(0x0345);
 }
 
 // Three threads of direct commands on a device that is unplugged and comes back again and again.
@@ -317,31 +278,26 @@ TEST_F(Library, SurvivesReplugsUnderLoad) {
 #else
   constexpr int kReplugs = 6;
 #endif
-  const uint16_t version = mouse->firmware().options().version;
+  const uint16_t version = mouse.firmware().options().version;
   std::atomic<bool> done{false};
   std::atomic<int> right{0};
   std::atomic<int> wrong{0};
   std::vector<std::thread> hosts;
   for (int i = 0; i < 3; ++i) {
     hosts.emplace_back([&] {
-      while (!done) {
-        const std::wstring path = PathOf(mouse);
-        if (path.empty()) {
-          sleep_for(milliseconds(5));
-          continue;
-        }
-        const int32_t answer = UsbFinder_GetVersion(path);
-        if (answer == version) ++right;
-        if (answer != version && answer > 0) ++wrong;
+      for (; !done; sleep_for(milliseconds(1))) {
+        const int32_t answer = UsbFinder_GetVersion(PathOf(mouse));
+        right += answer == version;
+        wrong += answer != version && answer > 0;
       }
     });
   }
   for (int replug = 0; replug < kReplugs; ++replug) {
     const int before = right;
     EXPECT_TRUE(Eventually([&] { return right > before; })) << "after replug " << replug;
-    mouse->Unplug();
+    mouse.Unplug();
     sleep_for(milliseconds(replug % 4 * 40));
-    mouse->Plug();
+    mouse.Plug();
   }
   done = true;
   for (std::thread& host : hosts)
@@ -352,30 +308,26 @@ TEST_F(Library, SurvivesReplugsUnderLoad) {
 // Each sees the other's replies, and takes none of them for its own.
 TEST(TwoProcesses, ShareADevice) {
   const auto ask = [] {
-    std::vector<std::wstring> paths;
-    NEED(Eventually([&] {
-      UsbFinder_FindHidDevicesByDefaultDeviceId(L"1234", L"abcd", paths);
-      return !paths.empty();
-    }));
-    const std::string path(paths[0].begin(), paths[0].end());
-    for (int right = 0, i = 0; right < 30; ++i) {
-      NEED(i < 200);
+    int right = 0;
+    for (const auto start = Clock::now(); right < 30 && Since(start) < kPatience;) {
+      const std::wstring path = PathWith(kCommandKey);
       BatteryLevel battery{};
-      const int32_t version = UsbFinder_GetVersion(paths[0]);
-      NEED(version == 0x0102 || version <= 0);
-      const bool told = UsbFinderC_GetBatteryLevel(path.c_str(), &battery);
-      NEED(!told || battery.level == 80);
+      const int32_t version = UsbFinder_GetVersion(path);
+      const bool told = UsbFinderC_GetBatteryLevel(Narrow(path).c_str(), &battery);
+      if ((version > 0 && version != 0x0102) || (told && battery.level != 80)) return false;
       right += version > 0 && told;
     }
-    return 0;
+    return right == 30;
   };
-  Child other([&](Child&) { return ask(); });
   ASSERT_TRUE(WaitForNodes(0));
-  KernelDevice mouse;
-  mouse->Plug();
-  other.Go();
-  EXPECT_EQ(ask(), 0);
-  EXPECT_TRUE(other.Ends());
+  const pid_t other = fork();
+  if (other == 0) _exit(ask() ? 0 : 1);
+  sim::KernelDevice mouse;
+  mouse.Plug();
+  EXPECT_TRUE(ask());
+  int status = 1;
+  waitpid(other, &status, 0);
+  EXPECT_EQ(status, 0);
 }
 
 }  // namespace

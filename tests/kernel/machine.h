@@ -1,32 +1,44 @@
-// The machine that the tests run in, seen past the library: its nodes, and a wait that ends.
+// The machine that the tests run in, and a device in it that is all theirs.
 #ifndef PERILINK_TESTS_KERNEL_MACHINE_H_
 #define PERILINK_TESTS_KERNEL_MACHINE_H_
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/wait.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
-#include <cstdio>
+#include <deque>
 #include <filesystem>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "perilink/perilink.h"
+#include "sim/usb_device.h"
 #include "support/report_descriptors.h"
-#include "usb_device.h"
+#include "transport/link.h"
 
 namespace perilink::testing {
 
+using sim::Bytes;
+using sim::UsbDevice;
 using std::chrono::milliseconds;
+using std::this_thread::sleep_for;
 using Clock = std::chrono::steady_clock;
 
+// Of the collections that are used, in their paths.
+inline constexpr wchar_t kEventKey[] = L"&mi_01&col04#";
+inline constexpr wchar_t kCommandKey[] = L"&mi_01&col05#";
+inline constexpr wchar_t kBootKey[] = L"&mi_02#";
+
 // The machine is emulated, and shared: what takes a millisecond elsewhere may take a second.
-inline constexpr milliseconds kPatience{20'000};
+inline constexpr milliseconds kPatience{30'000};
 
 inline milliseconds Since(Clock::time_point start) {
   return std::chrono::duration_cast<milliseconds>(Clock::now() - start);
@@ -37,19 +49,18 @@ inline bool Eventually(const std::function<bool()>& holds, milliseconds time = k
   const auto deadline = Clock::now() + time;
   while (!holds()) {
     if (Clock::now() > deadline) return false;
-    std::this_thread::sleep_for(milliseconds(2));
+    sleep_for(milliseconds(2));
   }
   return true;
 }
 
-// Device files of the nodes that are present, by the number of their interface.
+// Device files of the nodes that are present, in the order of their interfaces.
 inline std::vector<std::string> Nodes() {
-  std::error_code ignored;
+  std::error_code gone;
   std::vector<std::pair<std::string, std::string>> found;
-  for (const auto& entry : std::filesystem::directory_iterator("/sys/class/hidraw", ignored)) {
-    const std::filesystem::path device =
-        std::filesystem::canonical(entry.path() / "device", ignored);
-    if (!ignored) found.emplace_back(device, "/dev/" + entry.path().filename().string());
+  for (const auto& entry : std::filesystem::directory_iterator("/sys/class/hidraw", gone)) {
+    const std::filesystem::path device = std::filesystem::canonical(entry.path() / "device", gone);
+    if (!gone) found.emplace_back(device, "/dev/" + entry.path().filename().string());
   }
   std::sort(found.begin(), found.end());
   std::vector<std::string> names;
@@ -62,56 +73,27 @@ inline bool WaitForNodes(size_t count) {
   return Eventually([count] { return Nodes().size() == count; });
 }
 
-// Boot mouse, commands, boot loader: one interface each.
-inline std::vector<UsbInterface> MouseInterfaces() {
-  return {{kMouseDescriptor}, {kCommandDescriptor}, {kBootDescriptor, true}};
+inline size_t OpenDescriptors(const std::string& node) {
+  std::error_code gone;
+  return static_cast<size_t>(std::count_if(
+      std::filesystem::directory_iterator("/proc/self/fd"), {}, [&](const auto& entry) {
+        return std::filesystem::read_symlink(entry.path(), gone) == node;
+      }));
 }
 
-// A process of its own, in which the library starts anew. Made before the test has threads. Both
-// sides pass each other turns; who waits in vain for one ends after a while.
-class Child {
- public:
-  // The body begins with the first Go; it returns 0, or the line that failed.
-  explicit Child(const std::function<int(Child&)>& body) {
-    if (pipe(to_child_) != 0 || pipe(to_parent_) != 0) return;
-    pid_ = fork();
-    if (pid_ == 0) _exit(AwaitGo() && body(*this) == 0 ? 0 : 1);
-    close(to_parent_[1]);
-  }
-  // The parent's.
-  void Go() { Pass(to_child_[1]); }
-  bool AwaitReady() { return Take(to_parent_[0]); }
-  bool Ends() {
-    int status = 0;
-    waitpid(pid_, &status, 0);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-  }
-  pid_t pid() const { return pid_; }
-  // The child's.
-  void Ready() { Pass(to_parent_[1]); }
-  bool AwaitGo() { return Take(to_child_[0]); }
-
- private:
-  static void Pass(int end) { [[maybe_unused]] const ssize_t count = write(end, "", 1); }
-  static bool Take(int end) {
-    pollfd wait{end, POLLIN, 0};
-    char byte = 0;
-    return poll(&wait, 1, static_cast<int>(2 * kPatience.count())) == 1 && read(end, &byte, 1) == 1;
-  }
-
-  int to_child_[2];
-  int to_parent_[2];
-  pid_t pid_ = 0;
-};
-
-// In a child's body: what must hold.
-#define NEED(condition)                                                            \
-  do {                                                                             \
-    if (!(condition)) {                                                            \
-      std::fprintf(stderr, "%s:%d: not so: %s\n", __FILE__, __LINE__, #condition); \
-      return __LINE__;                                                             \
-    }                                                                              \
-  } while (false)
+// What the library finds of the tests' devices.
+inline std::vector<std::wstring> Paths(const std::wstring& key = L"vid_1234") {
+  std::vector<std::wstring> paths;
+  UsbFinder_FindHidDevicesByKey(key, paths);
+  return paths;
+}
+inline std::wstring PathWith(const std::wstring& key) {
+  const std::vector<std::wstring> paths = Paths(key);
+  return paths.empty() ? L"" : paths.front();
+}
+inline bool WaitForPaths(size_t count) {
+  return Eventually([count] { return Paths().size() == count; });
+}
 
 inline void WriteText(const std::string& file, const std::string& text) {
   const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
@@ -119,12 +101,127 @@ inline void WriteText(const std::string& file, const std::string& text) {
   close(fd);
 }
 
-// An ordinary user, who has no rights of his own.
-inline void BecomeNobody() {
-  constexpr uid_t kNobody = 65534;
-  [[maybe_unused]] int left = setgid(kNobody);
-  left = setuid(kNobody);
+// The thread, and those that it makes meanwhile, are an ordinary user's.
+class AsNobody {
+ public:
+  AsNobody() { Become(65534); }
+  ~AsNobody() { Become(0); }
+  AsNobody(const AsNobody&) = delete;
+  AsNobody& operator=(const AsNobody&) = delete;
+
+ private:
+  // Effective ids, of this thread alone: the C library would change those of all.
+  static void Become(int id) {
+    EXPECT_EQ(syscall(SYS_setresuid, -1, 0, -1), 0);
+    EXPECT_EQ(syscall(SYS_setresgid, -1, id, -1), 0);
+    EXPECT_EQ(syscall(SYS_setresuid, -1, id, -1), 0);
+  }
+};
+
+inline Bytes Padded(Bytes report, size_t length) {
+  report.resize(length);
+  return report;
 }
+
+// A path that is open, as the library's own users have it open.
+class Handle : public Link {
+ public:
+  explicit Handle(const std::wstring& path, size_t length = 17) : Link(length) { Open(path); }
+  bool IsOpen() const { return handles().CanWrite() && handles().CanRead(); }
+  // Empty when no report comes in time.
+  Bytes Read(milliseconds time = kPatience) {
+    if (Next(static_cast<uint32_t>(time.count())) != Arrival::kReport) return {};
+    return {report().begin(), report().end()};
+  }
+  // 0, or the error.
+  DWORD Send(const Bytes& report, bool feature = false) const {
+    const bool sent = feature ? handles().SendFeature(report) : Write(report);
+    return sent ? 0 : GetLastError();
+  }
+  bool HasGone() {
+    return Eventually([this] { return Next(100) != Arrival::kReport && !Write(Bytes{8}); }) &&
+           GetLastError() == ERROR_DEVICE_NOT_CONNECTED;
+  }
+};
+
+// What the library tells this thread of devices that come and go. One at a time.
+class Notices {
+ public:
+  explicit Notices(std::function<void()> on_arrival = {}) {
+    StartUsbChanged(
+        [](bool arrived) {
+          if (arrived && on_arrival_) on_arrival_();
+          come_.push_back(arrived);
+        },
+        0);
+    come_.clear();  // the first call told of nothing
+    on_arrival_ = std::move(on_arrival);
+  }
+  ~Notices() { StopUsbChanged(); }
+  Notices(const Notices&) = delete;
+  Notices& operator=(const Notices&) = delete;
+
+  // Whether one of that kind comes in time, after those that came before it.
+  bool Await(bool arrived) {
+    return Eventually([&] { return Poll(arrived); });
+  }
+  static bool Poll(bool arrived) {
+    MSG message{};
+    PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE);
+    for (bool is_it = false; !come_.empty();) {
+      is_it = come_.front() == arrived;
+      come_.pop_front();
+      if (is_it) return true;
+    }
+    return false;
+  }
+
+ private:
+  static inline std::function<void()> on_arrival_;
+  static inline std::deque<bool> come_;
+};
+
+// A machine with no device of other tests, and one to plug in: boot mouse, commands, boot loader,
+// an interface each.
+class Machine : public ::testing::Test {
+ protected:
+  enum Interface : size_t { kPointer, kCommands, kBoot };
+  struct Received {
+    size_t interface_number;
+    UsbDevice::Type type;
+    Bytes report;
+    bool operator==(const Received&) const = default;
+  };
+
+  void SetUp() override {
+    ASSERT_TRUE(WaitForNodes(0));
+    ASSERT_EQ(std::system("udevadm settle"), 0);
+  }
+  // Ends when the kernel shows it.
+  void Plug() {
+    device_.Plug();
+    ASSERT_TRUE(WaitForNodes(3));
+  }
+  void Unplug() {
+    device_.Unplug();
+    ASSERT_TRUE(WaitForNodes(0));
+  }
+  std::vector<Received> TakeReceived() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(received_, {});
+  }
+
+  std::mutex mutex_;
+  std::vector<Received> received_;
+  std::atomic<UsbDevice::Answer> answer_{UsbDevice::Answer::kTake};
+  UsbDevice device_{{},
+                    {{kMouseDescriptor}, {kCommandDescriptor}, {kBootDescriptor, true}},
+                    [this](size_t number, UsbDevice::Type type, const Bytes& report) {
+                      const std::lock_guard lock(mutex_);
+                      received_.push_back({number, type, report});
+                      return answer_.load();
+                    }};
+};
 
 }  // namespace perilink::testing
 

@@ -89,7 +89,7 @@ HidrawBus::HidrawBus()
     : epoll_fd_(epoll_create1(EPOLL_CLOEXEC)), wake_fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   // The monitor listens already: what comes or goes from now on is told.
   for (SysfsNode& description : DescribeAllNodes())
-    Insert(std::make_shared<HidrawNode>(std::move(description), false), false);
+    Insert(std::move(description), false, false);
 }
 
 HidrawBus::~HidrawBus() {

@@ -56,7 +56,7 @@ class HidrawBus final : public HidBus {
   void Rescan();
   std::vector<NodePtr> Nodes();
   NodePtr NodeIn(const std::string& folder);
-  void Insert(const NodePtr& node, bool announce);
+  void Insert(SysfsNode description, bool is_new, bool announce);
   void Remove(const NodePtr& node, bool announce);
   void Remove(const NodePtr& node);
   void CheckLost();

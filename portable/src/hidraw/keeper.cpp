@@ -114,7 +114,7 @@ void HidrawBus::OnNodeAdded(const std::string& folder) {
   if (!description || NodeIn(folder) != nullptr) return;
   // Otherwise its device is announced once it has all its nodes.
   const bool announce = arriving_.count(description->device.folder) == 0;
-  Insert(std::make_shared<HidrawNode>(*std::move(description), true), announce);
+  Insert(*std::move(description), true, announce);
 }
 
 // Both what came and what went while nobody told.
@@ -128,8 +128,7 @@ void HidrawBus::Rescan() {
     if (!stays) Remove(node, true);
   }
   for (SysfsNode& found : present) {
-    if (NodeIn(found.folder) == nullptr)
-      Insert(std::make_shared<HidrawNode>(std::move(found), true), true);
+    if (NodeIn(found.folder) == nullptr) Insert(std::move(found), true, true);
   }
 }
 
@@ -146,8 +145,20 @@ HidrawBus::NodePtr HidrawBus::NodeIn(const std::string& folder) {
   return found == nodes_.end() ? nullptr : *found;
 }
 
-void HidrawBus::Insert(const NodePtr& node, bool announce) {
+void HidrawBus::Insert(SysfsNode description, bool is_new, bool announce) {
   const DeviceGuard guard;
+  const auto is_taken = [&] {
+    return std::any_of(nodes_.begin(), nodes_.end(), [&](const NodePtr& node) {
+      const std::vector<std::wstring>& taken = node->description.paths;
+      return !taken.empty() && taken.front() == description.paths.front();
+    });
+  };
+  // Twins on another bus than USB may say that they are in the same place.
+  while (!description.paths.empty() && is_taken()) {
+    description.place += '+';
+    NamePaths(description);
+  }
+  const auto node = std::make_shared<HidrawNode>(std::move(description), is_new);
   nodes_.reserve(nodes_.size() + 1);
   if (announce) Announce(node->description.device, true);
   const auto after = [](const NodePtr& a, const NodePtr& b) {

@@ -104,18 +104,20 @@ std::string InterfaceText(const UsbParents& usb) {
   return "&mi_" + Printed("%02lu", ReadNumber(usb.interface_folder / "bInterfaceNumber", 16));
 }
 
-void NamePaths(SysfsNode& node, const std::string& interface_text) {
-  const std::string head = "\\\\?\\hid#" + IdText(node.attributes) + interface_text;
+}  // namespace
+
+void NamePaths(SysfsNode& node) {
   const std::string instance = "#7&" + Printed("%08lx", Hash(node.place)) + "&0&";
   const size_t count = node.descriptor.collections.size();
+  node.paths.clear();
   for (size_t i = 0; i < count; ++i) {
     const std::string collection = count > 1 ? "&col" + Printed("%02lu", i + 1) : "";
-    const std::string path = head + collection + instance + Printed("%04lx", i) + "#" + kHidClass;
+    const std::string path = "\\\\?\\hid#" + node.hardware + collection + instance +
+                             Printed("%04lx", i) + "#" + kHidClass;
     node.paths.emplace_back(path.begin(), path.end());
   }
+  if (node.device.folder.empty()) node.device = NoticeOf(node.attributes, node.place, "");
 }
-
-}  // namespace
 
 DeviceNotice UsbNotice(const std::string& folder, const std::string& product) {
   unsigned vendor_id = 0;
@@ -154,16 +156,15 @@ std::optional<SysfsNode> DescribeNode(const fs::path& link) {
                    ? usb.interface_folder.string()
                    : ValueOf(*uevent, "HID_PHYS") + ValueOf(*uevent, "HID_UNIQ");
   if (node.place.empty()) node.place = hid;
-  if (usb.device_folder.empty()) {
-    node.device = NoticeOf(node.attributes, node.place, "");
-  } else {
+  if (!usb.device_folder.empty()) {
     node.attributes.version =
         static_cast<uint16_t>(ReadNumber(usb.device_folder / "bcdDevice", 16));
     node.device =
         UsbNotice(usb.device_folder,
                   ValueOf(ReadAttribute(usb.device_folder / "uevent").value_or(""), "PRODUCT"));
   }
-  NamePaths(node, InterfaceText(usb));
+  node.hardware = IdText(node.attributes) + InterfaceText(usb);
+  NamePaths(node);
   // What was read of a device that went meanwhile is not to be relied on.
   return fs::exists(folder, error) ? std::optional(std::move(node)) : std::nullopt;
 }

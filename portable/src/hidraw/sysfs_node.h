@@ -25,10 +25,14 @@ struct SysfsNode {
   // Where it is plugged in: the same after a replug. Nodes are listed in this order.
   std::string place;
   HidAttributes attributes;
+  std::string hardware;  // "vid_1234&pid_abcd&mi_01"
   ReportDescriptor descriptor;
   std::vector<std::wstring> paths;  // one per collection
   DeviceNotice device;
 };
+
+// Makes the paths, and the notice of a device that is on no USB bus, from the place.
+void NamePaths(SysfsNode& node);
 
 // Describes the node behind a folder of /sys or a link to one. Nothing if it isn't there, is no HID
 // device or goes away meanwhile.

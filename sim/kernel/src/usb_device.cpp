@@ -1,4 +1,4 @@
-#include "usb_device.h"
+#include "sim/usb_device.h"
 
 #include <endian.h>
 #include <fcntl.h>
@@ -13,7 +13,7 @@
 #include <string>
 #include <utility>
 
-namespace perilink::testing {
+namespace perilink::sim {
 namespace {
 
 constexpr char kAttach[] = "/sys/devices/platform/vhci_hcd.0/attach";
@@ -68,6 +68,10 @@ struct UsbDevice::Header {
   uint8_t setup[8];
 };
 
+bool CanPlugIntoKernel() {
+  return access(kAttach, W_OK) == 0;
+}
+
 UsbDevice::UsbDevice(const UsbIdentity& identity, std::vector<UsbInterface> interfaces,
                      Handler handler)
     : identity_(identity), interfaces_(std::move(interfaces)), handler_(std::move(handler)) {}
@@ -79,6 +83,7 @@ void UsbDevice::Plug() {
   {
     const std::lock_guard lock(mutex_);
     socket_ = ends[0];
+    pulled_out_ = false;
   }
   thread_ = std::thread([this, socket = ends[0]] { Serve(socket); });
   const std::string request = std::to_string(identity_.port) + " " + std::to_string(ends[1]) +
@@ -96,8 +101,12 @@ void UsbDevice::Plug() {
 
 void UsbDevice::PullOut() {
   const std::lock_guard lock(mutex_);
+  if (socket_ < 0) return;
+  pulled_out_ = true;
   // What the kernel has sent is still answered: it would wait seconds for the end of a write.
-  if (socket_ >= 0) shutdown(socket_, SHUT_RD);
+  for (const Request& request : std::exchange(held_, {}))
+    Complete(request, -EPROTO, {}, 0);
+  shutdown(socket_, SHUT_RD);
 }
 
 void UsbDevice::Unplug() {
@@ -108,7 +117,6 @@ void UsbDevice::Unplug() {
   close(std::exchange(socket_, -1));
   polls_.clear();
   reports_.clear();
-  held_.clear();
 }
 
 void UsbDevice::Send(size_t interface_number, Bytes report) {
@@ -121,12 +129,6 @@ void UsbDevice::Send(size_t interface_number, Bytes report) {
   const Request poll = polls.front();
   polls.pop_front();
   Complete(poll, 0, report, report.size());
-}
-
-void UsbDevice::Release() {
-  const std::lock_guard lock(mutex_);
-  for (const Request& request : std::exchange(held_, {}))
-    Complete(request, 0, {}, request.length);
 }
 
 // ---- The device's thread ----------------------------------------------------------------------
@@ -180,9 +182,9 @@ void UsbDevice::OnUnlink(const Header& header) {
 void UsbDevice::OnWrite(Request request, size_t interface_number, Type type, const Bytes& report) {
   const Answer answer = handler_ ? handler_(interface_number, type, report) : Answer::kTake;
   const std::lock_guard lock(mutex_);
-  if (answer == Answer::kHold) return held_.push_back(request);
-  const bool taken = answer == Answer::kTake;
-  Complete(request, taken ? 0 : -EPIPE, {}, taken ? request.length : 0);
+  if (answer == Answer::kTake) return Complete(request, 0, {}, request.length);
+  if (answer == Answer::kHold && !pulled_out_) return held_.push_back(request);
+  Complete(request, answer == Answer::kStall ? -EPIPE : -EPROTO, {}, 0);
 }
 
 void UsbDevice::OnControl(const Header& header, const Bytes& data) {
@@ -263,4 +265,4 @@ void UsbDevice::SendAll(const void* data, size_t size, std::span<const uint8_t> 
   if (!more.empty()) send(socket_, more.data(), more.size(), MSG_NOSIGNAL);
 }
 
-}  // namespace perilink::testing
+}  // namespace perilink::sim

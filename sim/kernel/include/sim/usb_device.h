@@ -4,9 +4,10 @@
 //
 // The kernel's virtual host controller (vhci-hcd) takes one end of a socket pair and speaks the
 // USB/IP protocol over it; the other end is served here. So what the device does, stalls, delays,
-// short reports, an unplug at any moment, is a test's own code. Needs root and that controller.
-#ifndef PERILINK_TESTS_KERNEL_USB_DEVICE_H_
-#define PERILINK_TESTS_KERNEL_USB_DEVICE_H_
+// short reports, an unplug at any moment, is the program's own code. Needs root and that
+// controller.
+#ifndef PERILINK_SIM_USB_DEVICE_H_
+#define PERILINK_SIM_USB_DEVICE_H_
 
 #include <condition_variable>
 #include <cstdint>
@@ -18,9 +19,9 @@
 #include <thread>
 #include <vector>
 
-namespace perilink::testing {
+#include "sim/report.h"
 
-using Bytes = std::vector<uint8_t>;
+namespace perilink::sim {
 
 struct UsbInterface {
   Bytes report_descriptor;
@@ -34,13 +35,16 @@ struct UsbIdentity {
   int port = 0;  // of the virtual controller, 0 to 7
 };
 
+// Whether this process may plug devices into the kernel.
+bool CanPlugIntoKernel();
+
 class UsbDevice {
  public:
   enum class Type : uint8_t { kInput = 1, kOutput = 2, kFeature = 3 };
   enum class Answer {
     kTake,
     kStall,
-    kHold,  // the device is busy: the write stays pending until Release
+    kHold,  // the device is busy: the write stays pending until the host or an unplug ends it
   };
   // A report that the host has written, as it is on the wire: its id first, if reports have ids.
   // Runs on the device's own thread.
@@ -52,7 +56,8 @@ class UsbDevice {
   UsbDevice(const UsbDevice&) = delete;
   UsbDevice& operator=(const UsbDevice&) = delete;
 
-  // Both return before the kernel has seen to it. Not from the handler; in turn.
+  // Both return before the kernel has seen to it. Not from the handler; in turn. Plug throws
+  // std::runtime_error when the device can't be plugged in.
   void Plug();
   void Unplug();
   // The first half of an unplug: what has been written is answered, then the kernel sees it go.
@@ -60,8 +65,6 @@ class UsbDevice {
   void PullOut();
   // An input report, as it is on the wire. Waits in the device until the host fetches it.
   void Send(size_t interface_number, Bytes report);
-  // Takes the writes held so far.
-  void Release();
 
  private:
   struct Request {
@@ -87,12 +90,12 @@ class UsbDevice {
 
   std::mutex mutex_;  // for all below
   int socket_ = -1;
-  bool pulled_out_ = false;                      // from the handler
+  bool pulled_out_ = false;
   std::map<size_t, std::deque<Request>> polls_;  // of the host, by interface: not yet answered
   std::map<size_t, std::deque<Bytes>> reports_;  // not yet fetched
   std::deque<Request> held_;
 };
 
-}  // namespace perilink::testing
+}  // namespace perilink::sim
 
-#endif  // PERILINK_TESTS_KERNEL_USB_DEVICE_H_
+#endif  // PERILINK_SIM_USB_DEVICE_H_
