@@ -99,6 +99,7 @@ build_rig() {
   [[ -s $ram/modules/order && -s $ram/hid_modules/order ]] || return
   unpack_layer "$tree/udev" "$ram/layer"
   unpack_layer "$tree/libkmod2" "$ram/layer"
+  mv "$ram/layer/usr/lib/udev/rules.d/50-udev-default.rules" "$ram/" || return
   cp "$parts/init" "$parts/guest" "$ram/"
   (cd "$ram" && find . | cpio --quiet -o -H newc -R 0:0) >"$rig/initramfs.cpio" || return
   rm -rf "$tree" "$ram"

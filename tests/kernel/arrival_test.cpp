@@ -54,10 +54,9 @@ class Arrival : public Machine {
     for (int plug = 1; plug <= 3; ++plug) {
       plugged = Clock::now();
       mouse.Plug();
-      ASSERT_TRUE(Eventually([&] {
+      ASSERT_TRUE(notices.Await(true, [&] {
         for (const std::string& node : Nodes())
           refused += access(node.c_str(), F_OK) == 0 && eaccess(node.c_str(), W_OK) != 0;
-        return Notices::Poll(true);
       }));
       EXPECT_EQ(complete, told);
       mouse.Unplug();

@@ -2,6 +2,7 @@
 #include <sys/wait.h>
 
 #include <cstring>
+#include <map>
 
 #include "machine.h"
 #include "perilink_platform/world.h"
@@ -20,39 +21,32 @@ std::string Narrow(const std::wstring& text) {
 }
 
 // Of this process, devices apart.
-struct Resources {
-  static std::ptrdiff_t Count(const char* folder) {
+enum Resource { kHandles, kDescriptors, kThreads };
+std::map<Resource, int64_t> Resources() {
+  const auto count = [](const char* folder) {
     return std::distance(std::filesystem::directory_iterator(folder), {});
-  }
-  uint64_t handles = platform::OpenHandleCount();
-  std::ptrdiff_t descriptors = Count("/proc/self/fd");
-  std::ptrdiff_t threads = Count("/proc/self/task");
-  bool operator==(const Resources&) const = default;
-};
-
-struct Report {
-  uint8_t command;
-  Bytes data;
-};
-std::mutex reports_mutex;
-std::deque<Report> reports;
-
-void PERILINK_CALL OnReport(const uint8_t* frame, uint32_t, const uint8_t* data, uint32_t length) {
-  const std::lock_guard lock(reports_mutex);
-  reports.push_back({frame[1], {data, data + length}});
+  };
+  return {{kHandles, static_cast<int64_t>(platform::OpenHandleCount())},
+          {kDescriptors, count("/proc/self/fd")},
+          {kThreads, count("/proc/self/task")}};
 }
 
-// The data of the next report of the command with so many bytes; none if it doesn't come in time.
-Bytes AwaitReport(uint8_t command, size_t length, milliseconds time = kPatience) {
+// The last answer of each command and length.
+std::mutex answers_mutex;
+std::map<std::pair<uint8_t, size_t>, Bytes> answers;
+
+void PERILINK_CALL OnReport(const uint8_t* frame, uint32_t, const uint8_t* data, uint32_t length) {
+  const std::lock_guard lock(answers_mutex);
+  answers[{frame[1], length}] = {data, data + length};
+}
+
+// The data of an answer that has not been taken yet; none if it doesn't come in time.
+Bytes TakeAnswer(uint8_t command, size_t length, milliseconds time = kPatience) {
   Bytes found;
   Eventually(
       [&] {
-        const std::lock_guard lock(reports_mutex);
-        for (; !reports.empty() && found.empty(); reports.pop_front()) {
-          if (reports.front().command == command && reports.front().data.size() == length)
-            found = reports.front().data;
-        }
-        return !found.empty();
+        const std::lock_guard lock(answers_mutex);
+        return !(found = std::exchange(answers[{command, length}], {})).empty();
       },
       time);
   return found;
@@ -160,16 +154,16 @@ TEST_F(Library, ReadsTheKeysOfAKeyboard) {
 TEST_F(Library, ReadsUpdatesAndFollowsADevice) {
   StartServer();
   UsbServer_ReadAllFlashData();
-  const Bytes image = AwaitReport(PERILINK_COMMAND_READ_MEMORY, PERILINK_FLASH_IMAGE_SIZE);
+  const Bytes image = TakeAnswer(kReadMemory, PERILINK_FLASH_IMAGE_SIZE);
   ASSERT_EQ(image, FlashOf(mouse));
   ProtocolData record{};
   ProtocolDataParser(image.data(), &record);
   record.dpi_levels[0].color = {{0x20, 0x80, 0xE0}};
   ProtocolDataUpdate(&record);
-  EXPECT_FALSE(AwaitReport(sim::command::kWriteMemory, 4).empty());
+  EXPECT_FALSE(TakeAnswer(sim::command::kWriteMemory, 4).empty());
   EXPECT_EQ(FlashOf(mouse)[44], 0x20);
   mouse.SendEvent(0x05);
-  EXPECT_FALSE(AwaitReport(sim::command::kEvent, 10).empty());
+  EXPECT_FALSE(TakeAnswer(sim::command::kEvent, 10).empty());
   UsbServer_Exit();
 }
 
@@ -184,14 +178,12 @@ class UnplugAtEveryStep : public Library {
     UsbFinder_GetVersion(PathOf(mouse));
     Unplug();
     sleep_for(milliseconds(100));
-    before_ = std::make_unique<Resources>();
+    before_ = Resources();
   }
   void TearDown() override {
     Unplug();
-    EXPECT_TRUE(Eventually([this] { return Resources() == *before_; }))
-        << Resources().handles << " handles, " << Resources().descriptors << " descriptors, "
-        << Resources().threads << " threads; before " << before_->handles << ", "
-        << before_->descriptors << ", " << before_->threads;
+    Eventually([this] { return Resources() == before_; });
+    EXPECT_EQ(Resources(), before_);
   }
   void PlugAgain() {
     mouse.faults().Heal();
@@ -200,7 +192,7 @@ class UnplugAtEveryStep : public Library {
     Plug(mouse);
   }
 
-  std::unique_ptr<Resources> before_;
+  std::map<Resource, int64_t> before_;
 };
 
 TEST_F(UnplugAtEveryStep, OfAnExchange) {
@@ -228,14 +220,12 @@ TEST_F(UnplugAtEveryStep, OfAWholeRead) {
     StartServer();
     UsbServer_ReadAllFlashData();
     ASSERT_TRUE(WaitForPaths(0));
-    EXPECT_TRUE(
-        AwaitReport(PERILINK_COMMAND_READ_MEMORY, PERILINK_FLASH_IMAGE_SIZE, milliseconds(300))
-            .empty());
+    EXPECT_TRUE(TakeAnswer(kReadMemory, PERILINK_FLASH_IMAGE_SIZE, milliseconds(300)).empty());
   }
   PlugAgain();
   StartServer();
   UsbServer_ReadAllFlashData();
-  EXPECT_EQ(AwaitReport(PERILINK_COMMAND_READ_MEMORY, PERILINK_FLASH_IMAGE_SIZE), FlashOf(mouse));
+  EXPECT_EQ(TakeAnswer(kReadMemory, PERILINK_FLASH_IMAGE_SIZE), FlashOf(mouse));
   UsbServer_Exit();
 }
 
@@ -248,21 +238,18 @@ TEST_F(UnplugAtEveryStep, OfAnUpgrade) {
   for (const uint64_t packet : {1, 2, 65}) {
     mouse.boot_faults().Heal();
     mouse.boot_faults().UnplugAfter(sim::At(packet));
-    mouse.faults().Heal();
-    mouse.Plug();
-    ASSERT_TRUE(Eventually([] { return !Paths().empty(); }));
+    mouse.PlugInBootMode();
+    ASSERT_TRUE(WaitForPaths(1));
     // On a busy machine an upgrade may end before it comes to that, and is started again.
-    for (int tries = 0; tries < 3 && mouse.mode() != sim::Mode::kUnplugged; ++tries)
-      EXPECT_GT(Upgrade(file, 6), 1) << "at packet " << packet;
+    while (mouse.mode() != sim::Mode::kUnplugged)
+      ASSERT_GT(Upgrade(file, 2), 1) << "at packet " << packet;
     ASSERT_TRUE(WaitForPaths(0)) << "at packet " << packet;
   }
   mouse.boot_faults().Heal();
   mouse.Plug();
-  ASSERT_TRUE(Eventually([] { return !Paths().empty(); }));
-  int result = 0;
-  for (int tries = 0; tries < 3 && result != 1; ++tries)
-    result = Upgrade(file);
-  EXPECT_EQ(result, 1);
+  ASSERT_TRUE(WaitForPaths(1)) << "in boot mode";
+  // Here, too.
+  EXPECT_TRUE(Eventually([&] { return Upgrade(file) == 1; }, 3 * kPatience));
   ExpectVersion(0x0456);
 }
 
@@ -285,8 +272,10 @@ TEST_F(Library, SurvivesReplugsUnderLoad) {
   std::vector<std::thread> hosts;
   for (int i = 0; i < 3; ++i) {
     hosts.emplace_back([&] {
-      for (; !done; sleep_for(milliseconds(1))) {
-        const int32_t answer = UsbFinder_GetVersion(PathOf(mouse));
+      while (!done) {
+        const std::wstring path = PathOf(mouse);
+        if (path.empty()) sleep_for(milliseconds(20));
+        const int32_t answer = UsbFinder_GetVersion(path);
         right += answer == version;
         wrong += answer != version && answer > 0;
       }

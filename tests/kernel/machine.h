@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <functional>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -33,9 +34,9 @@ using std::this_thread::sleep_for;
 using Clock = std::chrono::steady_clock;
 
 // Of the collections that are used, in their paths.
-inline constexpr wchar_t kEventKey[] = L"&mi_01&col04#";
-inline constexpr wchar_t kCommandKey[] = L"&mi_01&col05#";
-inline constexpr wchar_t kBootKey[] = L"&mi_02#";
+inline constexpr wchar_t kEventKey[] = L"mi_01&col04#";
+inline constexpr wchar_t kCommandKey[] = L"mi_01&col05#";
+inline constexpr wchar_t kBootKey[] = L"mi_02#";
 
 // The machine is emulated, and shared: what takes a millisecond elsewhere may take a second.
 inline constexpr milliseconds kPatience{30'000};
@@ -54,19 +55,16 @@ inline bool Eventually(const std::function<bool()>& holds, milliseconds time = k
   return true;
 }
 
-// Device files of the nodes that are present, in the order of their interfaces.
+// Device files of the nodes that are present, in the order of their interfaces: each gets the least
+// free number.
 inline std::vector<std::string> Nodes() {
-  std::error_code gone;
-  std::vector<std::pair<std::string, std::string>> found;
-  for (const auto& entry : std::filesystem::directory_iterator("/sys/class/hidraw", gone)) {
-    const std::filesystem::path device = std::filesystem::canonical(entry.path() / "device", gone);
-    if (!gone) found.emplace_back(device, "/dev/" + entry.path().filename().string());
+  std::error_code none;
+  std::set<std::string> nodes;
+  for (const auto& entry : std::filesystem::directory_iterator("/sys/class/hidraw", none)) {
+    const std::string node = "/dev/" + entry.path().filename().string();
+    if (access(node.c_str(), F_OK) == 0) nodes.insert(node);  // it comes after its entry
   }
-  std::sort(found.begin(), found.end());
-  std::vector<std::string> names;
-  for (const auto& [device, name] : found)
-    names.push_back(name);
-  return names;
+  return {nodes.begin(), nodes.end()};
 }
 
 inline bool WaitForNodes(size_t count) {
@@ -161,19 +159,19 @@ class Notices {
   Notices(const Notices&) = delete;
   Notices& operator=(const Notices&) = delete;
 
-  // Whether one of that kind comes in time, after those that came before it.
-  bool Await(bool arrived) {
-    return Eventually([&] { return Poll(arrived); });
-  }
-  static bool Poll(bool arrived) {
-    MSG message{};
-    PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE);
-    for (bool is_it = false; !come_.empty();) {
-      is_it = come_.front() == arrived;
+  // Whether one of that kind comes in time; those before it are passed over.
+  bool Await(
+      bool arrived, const std::function<void()>& meanwhile = [] {}) {
+    return Eventually([&] {
+      meanwhile();
+      MSG message{};
+      PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE);
+      while (!come_.empty() && come_.front() != arrived)
+        come_.pop_front();
+      if (come_.empty()) return false;
       come_.pop_front();
-      if (is_it) return true;
-    }
-    return false;
+      return true;
+    });
   }
 
  private:
