@@ -1,0 +1,570 @@
+#include "hosts.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "commands/layer_keys.h"
+#include "note.h"
+#include "perilink/battery.h"
+#include "perilink/config_layout.h"
+#include "perilink/finder.h"
+#include "perilink/protocol_data.h"
+#include "perilink/server.h"
+#include "perilink/upgrade.h"
+#include "perilink/usb_changed.h"
+#include "perilink_platform/hid_bus.h"
+#include "perilink_platform/world.h"
+#include "server/queueing_exports.h"
+#include "sim/upgrade_file.h"
+#include "sim/virtual_firmware.h"
+#include "support/failing_new.h"
+#include "transport/frame.h"
+#include "upgrade/turn.h"
+
+namespace perilink::testing {
+namespace {
+
+constexpr uint16_t kNewVersion = 0x0234;
+constexpr uint8_t kUpdateTag = 0xFF;
+constexpr uint64_t kCalmMicros = 1'500'000;
+constexpr uint64_t kNoEndMicros = 1'000'000'000;
+
+// By the devices' own builder.
+CommandFrame Frame(uint8_t command, size_t length, std::span<const uint8_t> payload = {},
+                   size_t address = 0) {
+  const uint8_t target = KeyboardTargetFlag() ? sim::kKeyboardBit : uint8_t{0};
+  const sim::Frame made = sim::MakeFrame(command, static_cast<uint8_t>(length | target), payload,
+                                         static_cast<uint16_t>(address));
+  CommandFrame frame;
+  std::copy(made.begin(), made.end(), FrameBytes(frame).begin());
+  return frame;
+}
+
+std::vector<CommandFrame> ReadFrames(size_t address, size_t length) {
+  std::vector<CommandFrame> frames;
+  for (size_t at = 0; at < length; at += 10)
+    frames.push_back(
+        Frame(kCommandReadMemory, std::min<size_t>(length - at, 10), {}, address + at));
+  return frames;
+}
+
+}  // namespace
+
+// ---- What hosts queue -------------------------------------------------------------------------
+
+void Hosts::Queue(std::span<const CommandFrame> frames, uint8_t tag,
+                  const std::function<void()>& queue) {
+  const uint64_t failing = DrawFailure(50);
+  watch_.server.Queue(
+      frames, tag, [&] { RunFailing(failing, queue); }, failing != 0);
+}
+
+// Which allocation of a call fails; 0 for none. In a callback they are the server's.
+uint64_t Hosts::DrawFailure(size_t one_in) {
+  return healed_ || watch_.OnServerThread() || !OneIn(one_in) ? 0 : 1 + Draw(8);
+}
+
+// True when it has failed.
+bool Hosts::RunFailing(uint64_t nth, const std::function<void()>& run) {
+  if (nth == 0) return run(), false;
+  FailingNew::Arm(nth);
+  run();
+  FailingNew::Disarm();
+  return FailingNew::HasFailed();
+}
+
+void Hosts::QueueCommand() {
+  const QueueingExports& drawn = kQueueingExports[Draw(kQueueingExports.size())];
+  const bool clears = drawn.command == kCommandClearSetting && !healed_ && OneIn(2);
+  if (!clears && (drawn.command == kCommandClearSetting || drawn.command == kCommandDriverStatus ||
+                  drawn.command == kCommandUsbUpdateMode || OneIn(2))) {
+    const uint32_t serial = ++serial_;
+    uint8_t data[4];
+    std::memcpy(data, &serial, sizeof(data));
+    // Written to the memory, by a host that goes its own way, or something unknown.
+    const auto command =
+        static_cast<uint8_t>(OneIn(4) ? uint32_t{kCommandWriteMemory} : 0x21 + Draw(4));
+    const CommandFrame frames[] = {Frame(command, 4, data)};
+    return Queue(frames, 0, [&] { UsbServer_SetData(command, data, 4); });
+  }
+  const CommandFrame frames[] = {Frame(drawn.command, drawn.length, drawn.payload)};
+  Queue(frames, 0, drawn.exports[Draw(drawn.exports.size())]);
+}
+
+void Hosts::QueueRead() {
+  struct Named {
+    size_t address;
+    size_t length;
+    void (*read)();
+  };
+  static constexpr Named kNamed[] = {{0, 1, UsbServer_ReadReportRate},
+                                     {4, 1, UsbServer_ReadCurrentDPI},
+                                     {0x4C, 8, UsbServer_ReadDPILed},
+                                     {0xA0, 9, UsbServer_ReadLedBar}};
+  if (OneIn(2)) {
+    const Named& named = kNamed[Draw(std::size(kNamed))];
+    return Queue(ReadFrames(named.address, named.length), 0, named.read);
+  }
+  const uint32_t address = Draw(OneIn(2) ? 200 : 7000);
+  const uint32_t length = 1 + Draw(OneIn(20) ? 300 : 40);
+  Queue(ReadFrames(address, length), 0,
+        [&] { UsbServer_ReadFalshData(address, static_cast<int32_t>(length), 0); });
+}
+
+void Hosts::QueueFullRead() {
+  Queue(ReadFrames(0, PERILINK_SETTINGS_BLOCK_SIZE), 1, UsbServer_ReadAllFlashData);
+}
+
+void Hosts::QueueSomething() {
+  const uint32_t kind = Draw(20);
+  if (kind < 7) return QueueCommand();
+  if (kind < 12) return QueueRead();
+  if (kind < 17) return Update();
+  if (kind == 17) return CompareUpdate();
+  if (OneIn(3)) QueueFullRead();
+}
+
+// ---- Updates ----------------------------------------------------------------------------------
+
+void Hosts::Change(ProtocolData& record) {
+  const auto draw_events = [this](KeyEvent* events, size_t count, uint32_t delays) {
+    for (KeyEvent& event : std::span(events, count))
+      event = {static_cast<uint8_t>(Draw(3)),
+               static_cast<uint8_t>(Draw(16)),
+               {DrawByte(), DrawByte()},
+               Draw(delays)};
+  };
+  const uint32_t kind = Draw(8);
+  if (kind == 0) {
+    ShortcutKey& shortcut = record.shortcuts[Draw(16)];
+    shortcut.count = OneIn(3) ? 0 : static_cast<uint8_t>(2 + Draw(5));
+    draw_events(shortcut.events, shortcut.count, 1);
+  } else if (kind == 1) {
+    MacroKey& macro = record.macros[Draw(16)];
+    macro.name_length = static_cast<uint8_t>(Draw(12));
+    for (uint8_t& unit : std::span(macro.name, macro.name_length))
+      unit = DrawByte();
+    macro.count = OneIn(3) ? 0 : static_cast<uint8_t>(2 + Draw(9));
+    draw_events(macro.events, macro.count, 0x10000);
+  } else {
+    const ConfigGroup& group = kConfigGroups[Draw(kConfigGroups.size())];
+    const ConfigField& field = group.fields[Draw(group.field_count)];
+    auto* const bytes = reinterpret_cast<uint8_t*>(&record) + group.record_offset +
+                        Draw(group.count) * group.record_stride + field.record_offset;
+    for (uint8_t& byte : std::span(bytes, field.width))
+      byte = DrawByte();
+  }
+}
+
+// False when nothing could be queued: then nothing has changed.
+bool Hosts::QueueUpdate(const ProtocolData& previous, ProtocolData& record,
+                        const std::function<void()>& update) {
+  for (uint32_t changes = Draw(4); changes > 0; --changes)
+    Change(record);
+  const uint64_t failing = DrawFailure(20);
+  bool failed = false;
+  const std::vector<CommandFrame> writes =
+      watch_.server.Queue({}, kUpdateTag, [&] { failed = RunFailing(failing, update); });
+  if (writes.empty() && failed) return false;
+  ConfigModel::CheckUpdate(previous, record, writes);
+  return true;
+}
+
+void Hosts::Update() {
+  const ProtocolData previous = watch_.config.record();
+  ProtocolData record = previous;
+  if (QueueUpdate(previous, record, [&] { ProtocolDataUpdate(&record); }))
+    watch_.config.OnUpdate(record);
+  watch_.config.Check();
+}
+
+void Hosts::CompareUpdate() {
+  const ProtocolData before = previous_;
+  ProtocolData record = previous_;
+  const bool queued =
+      QueueUpdate(before, record, [&] { CS_ProtocolDataCompareUpdate(&record, &previous_); });
+  if (queued) {
+    ConfigModel::CheckUpdate(previous_, record, {});
+  } else if (std::memcmp(&before, &previous_, sizeof(before)) != 0) {
+    Broken("what is not queued has become the previous record");
+  }
+}
+
+// ---- What they ask devices themselves ----------------------------------------------------------
+
+void Hosts::AskFrame() {
+  const std::wstring path = DrawDevice().path();
+  std::array<uint8_t, 2> field = {DrawByte(), 0};
+  field[1] = sim::CheckOf(std::span(field).first(1));
+  const size_t address = 2 * Draw(6);
+  const CommandFrame drawn[] = {Frame(kCommandVersion, 0),
+                                Frame(kCommandBatteryLevel, 0),
+                                Frame(kCommandOnLine, 0),
+                                Frame(kCommandReadMemory, 10, {}, 10 * Draw(600)),
+                                Frame(0x21, 2, field),
+                                Frame(kCommandGetLongRange, 0),
+                                Frame(kCommandWriteMemory, 2, field, address)};
+  const CommandFrame& request = drawn[Draw(std::size(drawn))];
+  watch_.Ask(request);
+  CommandFrame reply;
+  const bool replied = UsbFinder_GetDeviceData(path, &request, &reply);
+  const Watch::Question question = watch_.TakeAnswer();
+  if (request.command == kCommandReadMemory) return;
+  CommandFrame expected{};
+  if (question.answer) expected = question.answer->report;
+  if (replied != question.answer.has_value() || std::memcmp(&reply, &expected, sizeof(reply)) != 0)
+    Broken("a direct command returns something else than its device has said");
+}
+
+void Hosts::AskCurrentDpi() {
+  Device& device = DrawDevice();
+  watch_.Ask(Frame(kCommandReadMemory, 1, {}, 4));
+  const int32_t level = UsbFinder_GetCurrentDPI(device.path());
+  const Watch::Question question = watch_.TakeAnswer();
+  const bool answered = question.answer && FrameAddress(question.answer->report) == 4;
+  if (answered && level != question.answer->report.data[0]) Broken("another DPI level is returned");
+  // An answer without an address counts when no other comes.
+  const auto byte = static_cast<uint8_t>(level);
+  if (level != 0 && !device.Held(question.oldest, 4, byte) &&
+      !device.Held(question.oldest, 0, byte))
+    Broken("a DPI level is returned that the device never held");
+}
+
+void Hosts::ReadLayer() {
+  Device& device = DrawDevice();
+  const auto layer = static_cast<uint8_t>(OneIn(4) ? 1 + Draw(3) : 0);
+  watch_.Ask(std::nullopt);
+  const std::vector<uint8_t> keys = LoadLayerKeys(device.path(), layer);
+  const Moment since = watch_.TakeAnswer().oldest;
+  const size_t address = layer == 0 ? 0 : (layer - 1u) * 512;
+  if (!keys.empty() && keys.size() != (layer == 0 ? 1u : 512u)) Broken("a layer of another size");
+  for (size_t i = 0; i < keys.size(); ++i)
+    if (!device.Held(since, address + i, keys[i])) Broken("a key is read that was never there");
+}
+
+void Hosts::AskSomething() {
+  if (OneIn(12)) return ReadLayer();
+  OneIn(3) ? AskCurrentDpi() : AskFrame();
+}
+
+void Hosts::UpgradeOnce() {
+  if (upgraded_ != nullptr || !OneIn(4)) return;
+  upgraded_ = &DrawDevice();
+  const sim::Bytes file =
+      sim::UpgradeFileBuilder(
+          sim::ImageFor(upgraded_->mouse, sim::MakeVirtualFirmware(kNewVersion, 100)))
+          .Build();
+  UsbUpgrade_Start(file.data(), OnUpgrade, 2000);
+}
+
+int Hosts::OnUpgrade(const uint8_t* message, uint32_t) {
+  const FailingNew::Pause pause;
+  Note("upgrade", message[1], message[2]);
+  if (message[1] != 2 || message[2] == 10) return 0;
+  if (++current_->results_ > 1) Broken("an upgrade ends twice");
+  const uint16_t version = current_->upgraded_->mouse.firmware().options().version;
+  if (message[2] == 1 && version != kNewVersion) Broken("a device is upgraded that is not");
+  return 0;
+}
+
+// ---- Devices that come and go -----------------------------------------------------------------
+
+void Hosts::Listen() {
+  if (std::exchange(listens_, true)) return;
+  unheard_since_ = Device::Changes();
+  heard_ = 0;
+  StartUsbChanged(OnUsbChange, 0);
+  if (heard_-- != 1) Broken("listening does not begin with an arrival");
+}
+
+// On the thread that listens.
+void Hosts::Pump() {
+  if (!listens_) return;
+  // One more may come while the last message is looked for.
+  const uint64_t changes = Device::Changes() - unheard_since_;
+  MSG message;
+  while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE))
+    DispatchMessageW(&message);
+  if (heard_ < changes || heard_ > Device::Changes() - unheard_since_)
+    Broken("a device comes or goes unheard");
+}
+
+void Hosts::OnUsbChange(bool arrived) {
+  const FailingNew::Pause pause;
+  ++current_->heard_;
+  if (arrived && !current_->healed_ && current_->OneIn(3)) current_->Start();
+}
+
+// ---- What else hosts do -----------------------------------------------------------------------
+
+void Hosts::Start() {
+  StartOn(OneIn(3) ? 1 : 0);
+}
+
+void Hosts::StartOn(size_t device) {
+  static constexpr auto kCallbacks = []<size_t... numbers>(std::index_sequence<numbers...>) {
+    return std::array<ServerReportCallback, sizeof...(numbers)>{OnReport<numbers>...};
+  }
+  (std::make_index_sequence<16>());
+  const ServerReportCallback callback = kCallbacks[++starts_ % kCallbacks.size()];
+  const std::wstring input = MarkedPath(watch_.devices[device]->path(), starts_, false);
+  const std::wstring output = MarkedPath(watch_.devices[device]->path(), starts_, true);
+  const bool keyboard = OneIn(3);
+  watch_.OnStart(starts_, device);
+  if (OneIn(2)) {
+    const auto start = keyboard ? UsbServer_KeyboardStart : UsbServer_Start;
+    const uintptr_t thread = start(input, output, callback);
+    if (thread != 0) CloseHandle(reinterpret_cast<HANDLE>(thread));
+  } else {
+    const auto start = keyboard ? UsbServerC_KeyboardStart : UsbServerC_Start;
+    start(std::string(input.begin(), input.end()).c_str(),
+          std::string(output.begin(), output.end()).c_str(), callback);
+  }
+  if (KeyboardTargetFlag() != keyboard) Broken("a start sets another target");
+}
+
+void Hosts::Exit() {
+  watch_.OnExit();
+  UsbServer_Exit();
+}
+
+void Hosts::SetBattery() {
+  BatteryModel& battery = watch_.battery;
+  const uint32_t kind = Draw(6);
+  if (kind == 0) {
+    const uint8_t enabled = OneIn(3) ? 0 : DrawByte();
+    UsbServer_SetBatteryOptimizeEnable(enabled);
+    battery.SetEnabled(enabled);
+  } else if (kind == 1) {
+    const uint8_t jump = OneIn(2) ? 1 : 0;
+    const uint32_t step_ms = Draw(OneIn(3) ? 10'000 : 200);
+    const uint32_t near_ms = Draw(1000);
+    UsbServer_SetBatteryOptimizeParam(jump, step_ms, near_ms);
+    battery.SetParam(jump, step_ms, near_ms);
+  } else if (kind == 2) {
+    uint32_t voltages[kVoltagePoints];
+    for (size_t i = 0; i < kVoltagePoints; ++i)
+      voltages[i] = static_cast<uint32_t>(3000 + 5 * i * (1 + starts_ % 9));
+    UsbServer_SetBatteryOptimizeSection(voltages);
+    battery.SetSection(voltages);
+  } else if (kind == 3) {
+    const auto age = static_cast<int32_t>(Draw(2000)) - 2;
+    const uint8_t level = DrawByte();
+    UsbServer_SetBatteryOptimizeLastBattery(age, level);
+    battery.SetLastBattery(age, level);
+  } else if (kind == 4) {
+    CS_UsbServer_ReStartBatteryOptimize();
+    battery.Restart();
+  } else {
+    const uint8_t status = OneIn(2) ? 1 : 0;
+    const CommandFrame frames[] = {Frame(kCommandDriverStatus, 1, {&status, 1})};
+    watch_.server.Queue(frames, 0, [&] { UsbServer_SetPCDriverStatus(status); });
+    battery.SetDriverStatus(status);
+  }
+}
+
+void Hosts::SetTarget() {
+  OneIn(2) ? UsbFinder_SetKeyboardMode() : UsbFinder_SetMouseMode();
+}
+
+void Hosts::SetSleepTime() {
+  const uint32_t sleep_ms = 5 + Draw(100);
+  CS_UsbServer_SetThreadSleepTime(sleep_ms);
+  watch_.OnSleepTime(sleep_ms);
+}
+
+// ---- What happens to them ---------------------------------------------------------------------
+
+void Hosts::SendEvent() {
+  Device& device = DrawDevice();
+  for (uint32_t events = OneIn(10) ? 40 : 1; events > 0; --events) {
+    const auto flags = static_cast<uint8_t>(OneIn(2) ? Draw(256) : 0x40);
+    platform::ScheduleIn(Draw(20'000), [&device, flags] { device.SendEvent(flags); });
+  }
+}
+
+void Hosts::Plug() {
+  Device& device = DrawDevice();
+  device.mouse.Plug();
+  if (OneIn(4)) device.mouse.SetAsleep(OneIn(2));
+}
+
+void Hosts::Unplug() {
+  Device& device = DrawDevice();
+  const uint64_t in_micros = Draw(30'000);
+  const uint64_t for_micros = Draw(OneIn(2) ? 30'000 : 3'000'000);
+  platform::ScheduleIn(in_micros, [&device, for_micros] {
+    for_micros > 1'000'000 ? device.mouse.Unplug() : device.mouse.ReplugAfter(for_micros);
+  });
+}
+
+void Hosts::DrawFaults() {
+  Device& device = DrawDevice();
+  sim::Faults& faults = device.mouse.faults();
+  faults.Heal();
+  const auto chance = [&] { return OneIn(3) ? Draw(30) / 100.0 : 0.0; };
+  if (!OneIn(3))
+    faults.Random(random_(), {.fail_write = chance(),
+                              .drop = chance(),
+                              .corrupt = chance(),
+                              .wrong_command = chance(),
+                              .delay = chance(),
+                              .stray_event = chance(),
+                              .duplicate = chance()});
+  const sim::When when = sim::At(1 + Draw(30));
+  if (OneIn(2)) faults.Ignore({.first = 1 + Draw(20), .count = 3 + Draw(6), .command = {}});
+  if (OneIn(6)) faults.LosePower(when, sim::PowerLoss::kDuringWrite);
+  if (OneIn(6)) faults.UnplugAfter(when);
+  if (OneIn(6)) faults.EchoDiffers(sim::At(1 + Draw(5)));
+  if (OneIn(6)) faults.FailOpen({.first = 1 + Draw(4), .count = 1 + Draw(4), .command = {}});
+  device.Watch();
+}
+
+void Hosts::FailCalls() {
+  static constexpr const char* kCalls[] = {"CreateFileW",
+                                           "CreateEventW",
+                                           "ReadFile",
+                                           "WriteFile",
+                                           "GetOverlappedResult",
+                                           "ResetEvent",
+                                           "CancelIo",
+                                           "WaitForSingleObject",
+                                           "WaitForMultipleObjects",
+                                           "SetWaitableTimer",
+                                           "SetEvent",
+                                           "SetupDiGetClassDevsW",
+                                           "SetupDiEnumDeviceInterfaces",
+                                           "SetupDiGetDeviceInterfaceDetailW"};
+  if (OneIn(3)) {
+    platform::DisarmFault();
+    return watch_.Disturb(kCalmMicros);
+  }
+  platform::ArmFault(kCalls[Draw(std::size(kCalls))], 1 + Draw(10));
+  watch_.Disturb(kNoEndMicros);
+}
+
+void Hosts::FailAllocation() {
+  if (OneIn(3)) watch_.FailAllocation(1 + Draw(4));
+}
+
+void Hosts::ChangeBattery() {
+  const uint8_t level = OneIn(3) ? (OneIn(2) ? 0 : 100) : static_cast<uint8_t>(Draw(101));
+  const auto volts = static_cast<uint16_t>(OneIn(2) ? 0 : 3000 + Draw(1200));
+  DrawDevice().mouse.battery().Fix({level, static_cast<uint8_t>(OneIn(2) ? 1 : 0), volts});
+}
+
+// ---- A run ------------------------------------------------------------------------------------
+
+void Hosts::OnCallback(size_t number, const uint8_t* frame, uint32_t frame_length,
+                       std::span<const uint8_t> data) {
+  const FailingNew::Pause pause;
+  if (frame_length != sizeof(CommandFrame)) Broken("a frame of another length");
+  CommandFrame heard;
+  std::memcpy(&heard, frame, sizeof(heard));
+  const auto start = static_cast<StartNumber>(starts_ - (starts_ - number) % 16);
+  watch_.server.OnCallback(start, heard, data);
+  if (healed_) return;
+  const uint32_t action = Draw(60);
+  if (action < 3) QueueSomething();
+  if (action == 3) Start();
+  if (action == 4) Exit();
+}
+
+void Hosts::Rest(DWORD milliseconds) {
+  Sleep(milliseconds);
+  watch_.CheckTimes();
+}
+
+void Hosts::Act(std::span<const Action> actions) {
+  (this->*actions[Draw(actions.size())])();
+  if (OneIn(3)) return;
+  Rest(OneIn(25) ? 1500 : Draw(40));
+}
+
+DWORD Hosts::SecondHost(LPVOID self) {
+  auto& host = *static_cast<Hosts*>(self);
+  static constexpr Action kActions[] = {&Hosts::QueueSomething, &Hosts::AskSomething,
+                                        &Hosts::AskSomething,   &Hosts::AskSomething,
+                                        &Hosts::SendEvent,      &Hosts::Listen};
+  for (int step = 0; step < 12; ++step) {
+    host.Act(kActions);
+    host.Pump();
+  }
+  if (!host.listens_) return 0;
+  StopUsbChanged();
+  host.Pump();
+  return 0;
+}
+
+void Hosts::Run() {
+  static constexpr Action kActions[] = {
+      &Hosts::QueueSomething, &Hosts::QueueSomething, &Hosts::QueueSomething,
+      &Hosts::QueueSomething, &Hosts::QueueSomething, &Hosts::QueueSomething,
+      &Hosts::Start,          &Hosts::Start,          &Hosts::Exit,
+      &Hosts::SetBattery,     &Hosts::SetBattery,     &Hosts::SetTarget,
+      &Hosts::SetSleepTime,   &Hosts::SendEvent,      &Hosts::Plug,
+      &Hosts::Unplug,         &Hosts::DrawFaults,     &Hosts::FailCalls,
+      &Hosts::FailAllocation, &Hosts::ChangeBattery,  &Hosts::UpgradeOnce,
+      &Hosts::AskSomething};
+  const uint64_t handles = platform::OpenHandleCount();
+  for (const auto& device : watch_.devices)
+    device->mouse.Plug();
+  SetSleepTime();
+  Start();
+  const HANDLE second = CreateThread(nullptr, 0, &Hosts::SecondHost, this, 0, nullptr);
+  for (int step = 0; step < 25; ++step)
+    Act(kActions);
+  platform::DisarmFault();
+  WaitForSingleObject(second, INFINITE);
+  CloseHandle(second);
+  Heal();
+  End();
+  if (platform::Bus().OpenConnections() != 0) Broken("a device is not released");
+  if (platform::OpenHandleCount() != handles) Broken("handles are left open");
+}
+
+// Everything works again: what is queued is answered, and the configuration is read.
+void Hosts::Heal() {
+  healed_ = true;
+  platform::DisarmFault();
+  watch_.Disturb(kCalmMicros);
+  while (!TakeUpgradeTurn())
+    Rest(50);
+  GiveUpgradeTurn();
+  Rest(1000);  // it restarts
+  for (const auto& device : watch_.devices) {
+    device->mouse.faults().Heal();
+    device->Watch();
+    device->mouse.Plug();
+    device->mouse.SetAsleep(false);
+  }
+  StartOn(watch_.devices[0]->present() ? 0 : 1);
+  for (int i = 0; i < 4; ++i)
+    QueueSomething();
+  QueueFullRead();
+  // What hosts do while a full read runs.
+  for (int i = 0; i < 4; ++i) {
+    Rest(Draw(400));
+    if (OneIn(16)) StartOn(watch_.devices[0]->present() ? 0 : 1);
+    OneIn(6) ? QueueFullRead() : OneIn(3) ? AskSomething() : QueueSomething();
+  }
+  for (int i = 0; i < 2000 && !watch_.server.AtRest(); ++i)
+    Rest(100);
+  if (!watch_.server.AtRest()) Broken("healed, and requests are not answered");
+}
+
+void Hosts::End() {
+  Exit();
+  for (int i = 0; i < 100 && !watch_.Idle(); ++i)
+    Rest(50);
+  Rest(10);
+  if (!watch_.Idle()) Broken("the loop has not ended");
+  for (const auto& device : watch_.devices)
+    device->mouse.Unplug();
+}
+
+}  // namespace perilink::testing

@@ -1,0 +1,134 @@
+#include "support/failing_new.h"
+
+#include <execinfo.h>
+#include <link.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <span>
+#include <utility>
+
+#include "platform/guard.h"
+
+extern "C" const char __executable_start;
+extern "C" const char etext;
+
+namespace perilink::testing {
+namespace {
+
+struct OfThread {
+  uint64_t left = 0;  // none is armed
+  int pauses = 0;
+  bool has_failed = false;
+};
+thread_local OfThread of_thread;
+
+struct OfAll {
+  bool armed = false;
+  bool for_ever = false;
+  uint64_t nth = 0;
+  uint64_t count = 0;
+} of_all;
+
+struct Range {
+  uintptr_t begin = 0;
+  uintptr_t end = 0;
+};
+
+Range FindSystem() {
+  Range range;
+  dl_iterate_phdr(
+      [](dl_phdr_info* module, size_t, void* found) {
+        if (std::strstr(module->dlpi_name, "perilink_platform") == nullptr) return 0;
+        for (const ElfW(Phdr) & part : std::span(module->dlpi_phdr, module->dlpi_phnum)) {
+          if (part.p_type != PT_LOAD || (part.p_flags & PF_X) == 0) continue;
+          const uintptr_t begin = module->dlpi_addr + part.p_vaddr;
+          *static_cast<Range*>(found) = {begin, begin + part.p_memsz};
+        }
+        return 1;
+      },
+      &range);
+  return range;
+}
+
+bool IsThePrograms(const void* code) {
+  const auto at = static_cast<const char*>(code);
+  return at >= &__executable_start && at < &etext;
+}
+
+// A thread begins in the system: that is where the outermost frames stand.
+bool WithinTheSystem() {
+  void* frames[100];
+  int count = backtrace(frames, 100);
+  while (count > 0 && !IsThePrograms(frames[count - 1]))
+    --count;
+  return std::any_of(frames, frames + count, IsTheSystems);
+}
+
+bool MustFail() {
+  if (of_all.armed && !WithinTheSystem()) {
+    ++of_all.count;
+    return of_all.count == of_all.nth || (of_all.for_ever && of_all.count > of_all.nth);
+  }
+  if (of_thread.left == 0 || of_thread.pauses > 0) return false;
+  if (of_thread.left > 1) return --of_thread.left, false;
+  if (WithinTheSystem()) return false;
+  of_thread.left = 0;
+  return of_thread.has_failed = true;
+}
+
+}  // namespace
+
+bool IsTheSystems(const void* code) {
+  static const Range system = FindSystem();
+  const auto at = reinterpret_cast<uintptr_t>(code);
+  return at >= system.begin && at < system.end;
+}
+
+void FailingNew::Arm(uint64_t nth) {
+  of_thread.left = nth;
+}
+void FailingNew::Disarm() {
+  of_thread.left = 0;
+}
+bool FailingNew::HasFailed() {
+  return std::exchange(of_thread.has_failed, false);
+}
+
+void FailingNew::ArmAll(uint64_t nth, bool for_ever) {
+  of_all = {.armed = true, .for_ever = for_ever, .nth = nth, .count = 0};
+}
+uint64_t FailingNew::DisarmAll() {
+  of_all.armed = false;
+  return of_all.count;
+}
+
+FailingNew::Pause::Pause() {
+  ++of_thread.pauses;
+}
+FailingNew::Pause::~Pause() {
+  --of_thread.pauses;
+}
+bool FailingNew::Paused() {
+  return of_thread.pauses > 0;
+}
+
+}  // namespace perilink::testing
+
+// Out of line: inlined, a free of what the compiler knows to come from a new looks like a mistake.
+[[gnu::noinline]] void* operator new(size_t size) {
+  if (perilink::testing::MustFail()) throw std::bad_alloc();
+  if (void* const memory = std::malloc(size)) return memory;
+  throw std::bad_alloc();
+}
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  return perilink::Guarded<void*>(nullptr, [size] { return operator new(size); });
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
+  std::free(memory);
+}

@@ -1,0 +1,43 @@
+// Allocations that fail. Linked into a program, it replaces operator new; until a failure is armed
+// it does what it always does.
+#ifndef PERILINK_TESTS_SUPPORT_FAILING_NEW_H_
+#define PERILINK_TESTS_SUPPORT_FAILING_NEW_H_
+
+#include <cstdint>
+
+namespace perilink::testing {
+
+// What the system allocates within its calls, the devices on its bus included, never fails: those
+// calls report failures of their own.
+class FailingNew {
+ public:
+  // The nth allocation of the calling thread from now on throws, or if that is the system's the
+  // next one that is not. Once.
+  static void Arm(uint64_t nth);
+  static void Disarm();
+  // Whether one has thrown on the calling thread since this was last asked.
+  static bool HasFailed();
+
+  // The nth one that is not the system's throws, of whatever thread, and with `for_ever` every
+  // later one. While this is armed, one thread runs at a time.
+  static void ArmAll(uint64_t nth, bool for_ever);
+  // How many there were since.
+  static uint64_t DisarmAll();
+
+  // While one lives, the calling thread's allocations don't fail.
+  class Pause {
+   public:
+    Pause();
+    ~Pause();
+    Pause(const Pause&) = delete;
+    Pause& operator=(const Pause&) = delete;
+  };
+  static bool Paused();
+};
+
+// Whether code of the platform library stands there.
+bool IsTheSystems(const void* code);
+
+}  // namespace perilink::testing
+
+#endif  // PERILINK_TESTS_SUPPORT_FAILING_NEW_H_
