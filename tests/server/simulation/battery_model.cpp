@@ -9,6 +9,7 @@
 #include "perilink_platform/runtime.h"
 #include "perilink_platform/world.h"
 #include "seam.h"
+#include "server/state.h"
 #include "transport/frame.h"
 
 namespace perilink::testing {
@@ -100,6 +101,7 @@ bool BatteryModel::Overdue(const IntervalTimer& timer, uint64_t free_since_ms) c
 
 void BatteryModel::OnConnected() {
   Settle();
+  left_ = false;
   state_.poll = {.armed = true, .start_ms = kJustNow, .interval_ms = 0};
 }
 
@@ -279,12 +281,18 @@ bool BatteryModel::TakeLevelChange(bool force) {
   return true;
 }
 
+void BatteryModel::ReportAwaited() {
+  level_awaited_ = false;
+  TakeLevelChange(true);
+  if (std::exchange(restarts_smoothing_, false) && state_.smoothing.armed)
+    state_.smoothing.start_ms = kJustNow;
+}
+
 void BatteryModel::OnLevel(const uint8_t* data) {
+  if (left_) Broken("a level is reported of a device that its host has left");
   FinishPoll();
-  if (std::exchange(level_awaited_, false)) {
-    TakeLevelChange(true);
-    if (std::exchange(restarts_smoothing_, false) && state_.smoothing.armed)
-      state_.smoothing.start_ms = kJustNow;
+  if (level_awaited_) {
+    ReportAwaited();
   } else if (!MayStep() || !Step()) {
     Broken("a level is reported that nothing asks for");
   }
@@ -305,6 +313,7 @@ void BatteryModel::OnSaved(const std::wstring& name, const std::wstring& text) {
   if (std::swscanf(text.c_str(), L"0%u-%u", &time, &level) != 2 ||
       static_cast<uint64_t>(platform::CalendarTime()) - time > 1)
     Broken("a level is saved with another time");
+  if (saved_ && left_) Settle();
   if (saved_) Broken("a level is saved twice");
   saved_ = static_cast<uint8_t>(level);
 }
@@ -349,11 +358,12 @@ void BatteryModel::OnLoopEnd() {
 // Takes the model to where the optimiser is, by a step that has told nobody anything if need be.
 void BatteryModel::Settle() {
   FinishPoll();
+  if (level_awaited_ && left_) ReportAwaited();
   const BatterySteps::State real = BatterySteps().Copy();
   Follow(state_.poll, real.poll);
   Follow(state_.smoothing, real.smoothing);
   if (Same(state_.smoothing, real.smoothing)) return;
-  if (!MayStep() || Step())
+  if (!MayStep() || (Step() && !left_))
     Broken("the smoothing took a step that it must not take, or did not report it");
   Follow(state_.poll, real.poll);
   Follow(state_.smoothing, real.smoothing);
@@ -375,6 +385,8 @@ void BatteryModel::Check(uint64_t free_since_ms) {
     Broken("the smoothing is somewhere else");
   checked_ms_ = NowMs();
   polled_in_pass_ = false;
+  // A device that could not be opened is opened again.
+  left_ = left_ || ServerState::Instance().ReopenRequested();
   if (!enabled()) return;
   if (Overdue(state_.poll, free_since_ms)) Broken("the battery is not polled");
   if (state_.active && Overdue(state_.smoothing, free_since_ms)) Broken("no smoothing");

@@ -28,7 +28,10 @@ class BatteryModel {
   void SetDriverStatus(uint8_t status);
   void Restart() { state_.first_reading_done = false; }
   void Exit() { exit_requested_ = true; }
-  void Start() { exit_requested_ = false; }
+  void Start() {
+    exit_requested_ = false;
+    left_ = true;
+  }
   bool enabled() const { return enabled_ != 0; }
 
   // ---- What the server's thread does ---------------------------------------------------------
@@ -74,6 +77,7 @@ class BatteryModel {
   uint8_t Measured() const;
   bool MayStep() const;
   bool Step();
+  void ReportAwaited();
   bool StepCharging(uint32_t& next_ms);
   bool TakeLevelChange(bool force);
   void CheckSaved(bool expected);
@@ -95,6 +99,8 @@ class BatteryModel {
   uint64_t step_epoch_ = 0;
   bool polled_in_pass_ = false;
   bool ended_ = false;  // the connection: the loop is at its end
+  // The next connection is asked for, and not taken: levels are saved, and reported to nobody.
+  bool left_ = false;
   uint64_t checked_ms_ = 0;
   std::optional<Poll> poll_;
   bool event_awaited_ = false;

@@ -239,7 +239,7 @@ void ServerModel::CompleteRequest() {
 void ServerModel::OnCallback(StartNumber start, const CommandFrame& frame,
                              std::span<const uint8_t> data) {
   Note("callback", frame.command, data.size());
-  if (start < step_start_) Broken("a host hears of a device that it has left");
+  if (start != start_ || connected_ != start_) Broken("a host hears of a device that it has left");
   const bool level =
       frame.command == kCommandBatteryLevel && frame.length == 2 && frame.checksum == 0x49;
   if (level && data.size() == 4) return battery_.OnLevel(data.data());
@@ -300,7 +300,6 @@ void ServerModel::Check(bool allocation_failed) {
   }
   if (step_ && !allocation_failed) Broken("a full read does not go on");
   step_ = nullptr;
-  step_start_ = start_;
   CheckQueue();
   if (std::exchange(has_report_, false)) config_.Check();
 }

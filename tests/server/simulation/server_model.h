@@ -110,7 +110,6 @@ class ServerModel {
   int shorts_ = 0;  // answers of too few bytes
   bool answers_short_ = false;
 
-  StartNumber step_start_ = 0;      // the latest when this step of the thread began
   std::shared_ptr<FullRead> step_;  // a full read that goes on in it, or ends
   std::deque<Expected> expected_;
   bool has_report_ = false;
