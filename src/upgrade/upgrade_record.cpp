@@ -1,5 +1,7 @@
 #include "upgrade/upgrade_record.h"
 
+#include <exception>
+
 #include "upgrade/log.h"
 
 namespace perilink {
@@ -15,16 +17,25 @@ void LogAndStore(const wchar_t* name, const TextField& field, std::wstring& text
   LogLine(name, text);
 }
 
+// Of the interfaces of a device. One whose text is lost would look absent, and the upgrade would go
+// another way.
+struct TextLost : std::exception {};
+void LogAndStoreKey(const wchar_t* name, const TextField& field, std::wstring& text) {
+  LogAndStore(name, field, text);
+  if (text.empty() && field[0] != '\0') throw TextLost();
+}
+
 void ParseTextFields(UsbUpgradeFile& record) {
   const UpgradeFileHeader& header = record.header;
   LogAndStore(L"File header icName:", header.chip_name, record.chip_name);
   LogAndStore(L"File header fileId:", header.file_id, record.file_id);
-  LogAndStore(L"File header bootInputEndPoint:", header.boot_input_key, record.boot_input_key);
-  LogAndStore(L"File header bootOutputEndPoint:", header.boot_output_key, record.boot_output_key);
-  LogAndStore(L"File header normalInputEndPoint:", header.normal_input_key,
-              record.normal_input_key);
-  LogAndStore(L"File header normalOutputEndPoint:", header.normal_output_key,
-              record.normal_output_key);
+  LogAndStoreKey(L"File header bootInputEndPoint:", header.boot_input_key, record.boot_input_key);
+  LogAndStoreKey(L"File header bootOutputEndPoint:", header.boot_output_key,
+                 record.boot_output_key);
+  LogAndStoreKey(L"File header normalInputEndPoint:", header.normal_input_key,
+                 record.normal_input_key);
+  LogAndStoreKey(L"File header normalOutputEndPoint:", header.normal_output_key,
+                 record.normal_output_key);
   LogAndStore(L"File header senserName:", header.sensor_name, record.sensor_name);
   record.product_name = ReadTextField(header.product_name);
 }
