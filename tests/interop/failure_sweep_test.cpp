@@ -2,14 +2,12 @@
 // n, until an export and the threads that it starts run without a failure: nothing is thrown,
 // nothing stays behind, what it returns is documented for a failure, and the next call works.
 #include <dlfcn.h>
-#include <execinfo.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <new>
+#include <optional>
 
 #include "perilink/battery.h"
 #include "perilink/finder.h"
@@ -18,42 +16,21 @@
 #include "perilink/upgrade.h"
 #include "perilink/usb_changed.h"
 #include "platform/ansi_text.h"
-#include "platform/guard.h"
 #include "server/state.h"
 #include "sim/mouse.h"
 #include "sim/upgrade_file.h"
 #include "sim/virtual_firmware.h"
+#include "support/failing_new.h"
 #include "support/interop_values.h"
 #include "support/scripted_device.h"
+#include "upgrade/log.h"
 #include "upgrade/turn.h"
 
 namespace {
 
-bool counting = false;
-uint64_t allocations = 0;
-uint64_t failing_allocation = 0;
-bool all_from_there_on = false;
-
 bool counting_locks = false;
 uint64_t locks = 0;
 uint64_t failing_lock = 0;
-
-bool MustFail() {
-  ++allocations;
-  return allocations == failing_allocation ||
-         (all_from_there_on && allocations > failing_allocation);
-}
-
-bool IsTheSystem(void* code) {
-  Dl_info module;
-  return dladdr(code, &module) != 0 && std::strstr(module.dli_fname, "perilink_platform");
-}
-
-// What the system allocates doesn't count: its calls report failures of their own.
-bool WithinTheSystem() {
-  void* frames[100];
-  return std::any_of(frames, frames + backtrace(frames, 100), IsTheSystem);
-}
 
 }  // namespace
 
@@ -61,25 +38,10 @@ bool WithinTheSystem() {
 extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) {
   using Lock = int (*)(pthread_mutex_t*);
   static const auto lock = reinterpret_cast<Lock>(dlsym(RTLD_NEXT, "pthread_mutex_lock"));
-  if (counting_locks && !IsTheSystem(__builtin_return_address(0)) && ++locks == failing_lock)
+  if (counting_locks && !perilink::testing::WithinTheSystem(__builtin_return_address(0)) &&
+      ++locks == failing_lock)
     return EDEADLK;
   return lock(mutex);
-}
-
-// Out of line: inlined, a free of what the compiler knows to come from a new looks like a mistake.
-[[gnu::noinline]] void* operator new(size_t size) {
-  if (counting && !WithinTheSystem() && MustFail()) throw std::bad_alloc();
-  if (void* const memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
-}
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-  return perilink::Guarded<void*>(nullptr, [size] { return operator new(size); });
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
-  std::free(memory);
 }
 
 namespace perilink::testing {
@@ -105,32 +67,45 @@ struct Swept {
   std::function<void()> prepare = [] {};
 };
 
-// The nth call of a system function fails, or without one the nth allocation.
-void Arm(const char* function, uint64_t nth, bool for_ever) {
-  if (function != nullptr) platform::ArmFault(function, nth, for_ever);
-  allocations = 0;
-  failing_allocation = nth;
-  all_from_there_on = for_ever;
-  counting = function == nullptr;
+// What may fail beside the system functions, which have names.
+constexpr const char* kAllocation = "allocation";
+constexpr const char* kLogAllocation = "allocation for a log line";
+constexpr const char* kLock = "lock";
+
+void Arm(const char* what, uint64_t nth, bool for_ever) {
+  if (what == kAllocation) {
+    FailingNew::ArmAll(nth, for_ever);
+  } else if (what == kLogAllocation) {
+    FailingNew::ArmAllWithin(
+        {reinterpret_cast<const void*>(&LogParts), reinterpret_cast<const void*>(&LogHexLine),
+         reinterpret_cast<const void*>(&LogUpgradeFile)},
+        nth);
+  } else if (what == kLock) {
+    locks = 0;
+    failing_lock = nth;
+    counting_locks = true;
+  } else {
+    platform::ArmFault(what, nth, for_ever);
+  }
 }
 
 // How many there were since Arm.
-uint64_t Disarm(const char* function) {
-  counting = false;
-  const uint64_t calls = function != nullptr ? platform::PlatformCallCount() : allocations;
+uint64_t Disarm(const char* what) {
+  if (std::exchange(counting_locks, false)) return locks;
+  if (what == kAllocation || what == kLogAllocation) return FailingNew::DisarmAll();
+  const uint64_t calls = platform::PlatformCallCount();
   platform::DisarmFault();
   return calls;
 }
 
-void Sweep(const Swept& swept, const char* function, bool for_ever = false) {
+void Sweep(const Swept& swept, const char* what, bool for_ever = false) {
   const uint64_t handles = platform::OpenHandleCount();
   for (uint64_t nth = 1, count = nth; nth <= count + 1; ++nth) {
-    SCOPED_TRACE(::testing::Message()
-                 << swept.name << ", " << nth << " " << (function ? function : ""));
+    SCOPED_TRACE(::testing::Message() << swept.name << ", " << nth << " " << what);
     swept.prepare();
-    Arm(function, nth, for_ever);
+    Arm(what, nth, for_ever);
     swept.call();
-    count = Disarm(function);
+    count = Disarm(what);
     const Outcome outcome = swept.judge();
     EXPECT_NE(outcome, Outcome::kBroken);
     EXPECT_EQ(platform::OpenHandleCount(), handles);
@@ -143,7 +118,7 @@ void Sweep(const Swept& swept, const char* function, bool for_ever = false) {
 }
 
 void SweepAllocations(const Swept& swept) {
-  Sweep(swept, nullptr);
+  Sweep(swept, kAllocation);
 }
 
 // For what runs on threads of the library: every call of the system's, and a lasting want of
@@ -151,7 +126,7 @@ void SweepAllocations(const Swept& swept) {
 void SweepThreads(const Swept& swept) {
   SweepAllocations(swept);
   Sweep(swept, "*");
-  Sweep(swept, nullptr, true);
+  Sweep(swept, kAllocation, true);
 }
 
 // Calls that a failure must leave nothing behind of. Of those that release, nothing can be asked
@@ -354,11 +329,10 @@ TEST(FailureSweep, Locks) {
   };
   UsbServer_Exit();
   for (const auto& call : kCalls) {
-    for (failing_lock = 1; failing_lock <= 40; ++failing_lock) {
-      locks = 0;
-      counting_locks = true;
+    for (uint64_t nth = 1; nth <= 40; ++nth) {
+      Arm(kLock, nth, false);
       EXPECT_NO_THROW(call());
-      counting_locks = false;
+      Disarm(kLock);
     }
   }
   TakeQueued();
@@ -386,12 +360,28 @@ Outcome JudgeUpgrade() {
   return started == (result != 0) ? Outcome::kFailed : Outcome::kBroken;
 }
 
+sim::DeviceOptions SlaveOptions() {
+  sim::DeviceOptions options = sim::Mouse::Options();
+  options.product_id = 0x5678;
+  options.boot.product_id = 0xB008;
+  options.instance = "slave";
+  return options;
+}
+
 TEST(FailureSweep, ServerAndUpgrade) {
-  sim::Mouse mouse;
-  mouse.Plug();
-  const std::string path = mouse.CommandPathNarrow();
-  const sim::Bytes file =
-      sim::UpgradeFileBuilder(sim::ImageFor(mouse, sim::MakeVirtualFirmware(0x0234, 100))).Build();
+  std::optional<sim::Mouse> mouse;
+  std::optional<sim::Mouse> slave;
+  const auto renew_devices = [&] {
+    mouse.emplace().Plug();
+    slave.emplace(SlaveOptions()).Plug();
+  };
+  renew_devices();
+  const std::string path = mouse->CommandPathNarrow();
+  const auto new_firmware = sim::MakeVirtualFirmware(0x0234, 100);
+  const sim::Bytes file = sim::UpgradeFileBuilder(sim::ImageFor(*mouse, new_firmware)).Build();
+  const sim::Bytes set = sim::UpgradeFileBuilder(sim::ImageFor(*mouse, new_firmware))
+                             .Slave(sim::ImageFor(*slave, new_firmware))
+                             .Build();
   const auto size = static_cast<uint32_t>(file.size());
   SAFEARRAY* array = nullptr;
   char** texts = nullptr;
@@ -403,18 +393,20 @@ TEST(FailureSweep, ServerAndUpgrade) {
     UsbServer_Exit();
     Sleep(1000);
   };
-  const auto upgrade = [&] {
-    started = UsbUpgrade_Start(file.data(), WatchUpgrade, 2000);
-    while (!TakeUpgradeTurn())
+  const auto upgrade_with = [](const sim::Bytes& bytes) {
+    return [&bytes] {
+      started = UsbUpgrade_Start(bytes.data(), WatchUpgrade, 2000);
+      while (!TakeUpgradeTurn())
+        Sleep(10);
+      GiveUpgradeTurn();
       Sleep(10);
-    GiveUpgradeTurn();
+    };
   };
-  const auto await_restart = [&mouse] {
+  const auto await_restart = [&] {
     Sleep(1000);
     started = false;
     result = 0;
-    mouse.Unplug();
-    mouse.Plug();
+    renew_devices();
   };
   // By its last line; the failure is no log at all.
   const auto judge_log = [](const auto& log, const auto& last) {
@@ -422,10 +414,18 @@ TEST(FailureSweep, ServerAndUpgrade) {
   };
   SweepAllocations({"managed split", [&] { array = CS_UsbUpgrade_FileSplit(file.data(), size, 0); },
                     [&] { return Judge(BytesOf(array), file, {{}}); }});
-  SweepThreads({"server", run_server,
-                [] { return Judge(answers[PERILINK_COMMAND_VERSION], 1, {0}); },
-                [] { answers[PERILINK_COMMAND_VERSION] = 0; }});
-  SweepThreads({"upgrade", upgrade, JudgeUpgrade, await_restart});
+  SweepThreads({"server", run_server, [] { return Judge(answers[kCommandVersion], 1, {0}); },
+                [] { answers[kCommandVersion] = 0; }});
+  const Swept of_set = {"upgrade of a set", upgrade_with(set), JudgeUpgrade, await_restart};
+  SweepThreads(of_set);
+  Sweep(of_set, kLock);
+  // What a line of the log lacks ends nothing.
+  Sweep({of_set.name, of_set.call, [] { return result == 1 ? Outcome::kWhole : Outcome::kBroken; },
+         of_set.prepare},
+        kLogAllocation);
+  const Swept upgrade = {"upgrade", upgrade_with(file), JudgeUpgrade, await_restart};
+  SweepAllocations(upgrade);
+  Sweep(upgrade, "*");
   const Swept kSwept[] = {
       {"narrow log", [&] { texts = UsbUpgradeC_GetLogs(&count); },
        [&] { return judge_log(TakeTexts(texts, count), std::string("All Upgrade Success")); }},

@@ -2,6 +2,7 @@
 
 #include <execinfo.h>
 #include <link.h>
+#include <unwind.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -9,6 +10,7 @@
 #include <new>
 #include <span>
 #include <utility>
+#include <vector>
 
 #include "platform/guard.h"
 
@@ -30,6 +32,7 @@ struct OfAll {
   bool for_ever = false;
   uint64_t nth = 0;
   uint64_t count = 0;
+  std::vector<const void*> within{};  // anywhere if empty
 } of_all;
 
 struct Range {
@@ -58,23 +61,40 @@ bool IsThePrograms(const void* code) {
   return at >= &__executable_start && at < &etext;
 }
 
-// A thread begins in the system: that is where the outermost frames stand.
-bool WithinTheSystem() {
+// The calls under way on this thread.
+struct Frames {
   void* frames[100];
   int count = backtrace(frames, 100);
-  while (count > 0 && !IsThePrograms(frames[count - 1]))
-    --count;
-  return std::any_of(frames, frames + count, IsTheSystems);
+
+  // A thread begins in the system: that is where the outermost frames stand. Those inside of
+  // `caller` are of this file.
+  bool WithinTheSystem(void* caller) const {
+    void* const* const begin = std::find(frames, frames + count, caller);
+    void* const* end = frames + count;
+    while (end != begin && !IsThePrograms(end[-1]))
+      --end;
+    return end == begin || std::any_of(begin, end, IsTheSystems);
+  }
+  bool Within(std::span<const void* const> functions) const {
+    return std::any_of(frames, frames + count, [&](void* frame) {
+      return std::ranges::count(functions, _Unwind_FindEnclosingFunction(frame)) > 0;
+    });
+  }
+};
+
+bool CountsForAll(void* caller) {
+  const Frames stack{};
+  return !stack.WithinTheSystem(caller) && (of_all.within.empty() || stack.Within(of_all.within));
 }
 
-bool MustFail() {
-  if (of_all.armed && !WithinTheSystem()) {
+bool MustFail(void* caller) {
+  if (of_all.armed && CountsForAll(caller)) {
     ++of_all.count;
     return of_all.count == of_all.nth || (of_all.for_ever && of_all.count > of_all.nth);
   }
   if (of_thread.left == 0 || of_thread.pauses > 0) return false;
   if (of_thread.left > 1) return --of_thread.left, false;
-  if (WithinTheSystem()) return false;
+  if (WithinTheSystem(caller)) return false;
   of_thread.left = 0;
   return of_thread.has_failed = true;
 }
@@ -85,6 +105,10 @@ bool IsTheSystems(const void* code) {
   static const Range system = FindSystem();
   const auto at = reinterpret_cast<uintptr_t>(code);
   return at >= system.begin && at < system.end;
+}
+
+bool WithinTheSystem(void* caller) {
+  return Frames().WithinTheSystem(caller);
 }
 
 void FailingNew::Arm(uint64_t nth) {
@@ -98,7 +122,10 @@ bool FailingNew::HasFailed() {
 }
 
 void FailingNew::ArmAll(uint64_t nth, bool for_ever) {
-  of_all = {.armed = true, .for_ever = for_ever, .nth = nth, .count = 0};
+  of_all = {.armed = true, .for_ever = for_ever, .nth = nth};
+}
+void FailingNew::ArmAllWithin(std::vector<const void*> functions, uint64_t nth) {
+  of_all = {.armed = true, .nth = nth, .within = std::move(functions)};
 }
 uint64_t FailingNew::DisarmAll() {
   of_all.armed = false;
@@ -117,14 +144,22 @@ bool FailingNew::Paused() {
 
 }  // namespace perilink::testing
 
+namespace {
+
+void* Allocate(size_t size, void* caller) {
+  void* const memory = perilink::testing::MustFail(caller) ? nullptr : std::malloc(size);
+  return memory != nullptr ? memory : throw std::bad_alloc();
+}
+
+}  // namespace
+
 // Out of line: inlined, a free of what the compiler knows to come from a new looks like a mistake.
 [[gnu::noinline]] void* operator new(size_t size) {
-  if (perilink::testing::MustFail()) throw std::bad_alloc();
-  if (void* const memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
+  return Allocate(size, __builtin_return_address(0));
 }
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-  return perilink::Guarded<void*>(nullptr, [size] { return operator new(size); });
+[[gnu::noinline]] void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  void* const caller = __builtin_return_address(0);
+  return perilink::Guarded<void*>(nullptr, [&] { return Allocate(size, caller); });
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
   std::free(memory);

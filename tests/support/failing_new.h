@@ -4,6 +4,7 @@
 #define PERILINK_TESTS_SUPPORT_FAILING_NEW_H_
 
 #include <cstdint>
+#include <vector>
 
 namespace perilink::testing {
 
@@ -21,6 +22,9 @@ class FailingNew {
   // The nth one that is not the system's throws, of whatever thread, and with `for_ever` every
   // later one. While this is armed, one thread runs at a time.
   static void ArmAll(uint64_t nth, bool for_ever);
+  // The same for those alone that are made within one of these functions, which stand in sources of
+  // their own.
+  static void ArmAllWithin(std::vector<const void*> functions, uint64_t nth);
   // How many there were since.
   static uint64_t DisarmAll();
 
@@ -37,6 +41,8 @@ class FailingNew {
 
 // Whether code of the platform library stands there.
 bool IsTheSystems(const void* code);
+// Whether a function that was called from there runs within a call, or a thread, of the system's.
+bool WithinTheSystem(void* caller);
 
 }  // namespace perilink::testing
 
