@@ -288,6 +288,14 @@ void BatteryModel::ReportAwaited() {
     state_.smoothing.start_ms = kJustNow;
 }
 
+// Of the steps that have told nobody anything, those that are over when a level is saved. In the
+// midst of one the level is another than the last one reported.
+void BatteryModel::TakeUnheard() {
+  if (level_awaited_ && (saved_ || state_.reported == state_.last_reported)) ReportAwaited();
+  const BatterySteps::State real = BatterySteps().Copy();
+  if (!level_awaited_ && real.reported == real.last_reported) Settle();
+}
+
 void BatteryModel::OnLevel(const uint8_t* data) {
   if (left_) Broken("a level is reported of a device that its host has left");
   FinishPoll();
@@ -313,7 +321,7 @@ void BatteryModel::OnSaved(const std::wstring& name, const std::wstring& text) {
   if (std::swscanf(text.c_str(), L"0%u-%u", &time, &level) != 2 ||
       static_cast<uint64_t>(platform::CalendarTime()) - time > 1)
     Broken("a level is saved with another time");
-  if (saved_ && left_) Settle();
+  if (left_) TakeUnheard();
   if (saved_) Broken("a level is saved twice");
   saved_ = static_cast<uint8_t>(level);
 }

@@ -78,6 +78,7 @@ class BatteryModel {
   bool MayStep() const;
   bool Step();
   void ReportAwaited();
+  void TakeUnheard();
   bool StepCharging(uint32_t& next_ms);
   bool TakeLevelChange(bool force);
   void CheckSaved(bool expected);
