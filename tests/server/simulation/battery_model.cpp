@@ -119,7 +119,8 @@ void BatteryModel::OnPollOpened() {
   FinishPoll();
   if (!poll_) BeginPoll();
   if (poll_->opens++ % 2 != 0) return;
-  poll_->question = BuildFrame(poll_->opens == 1 ? kCommandOnLine : kCommandBatteryLevel, 0);
+  poll_->question =
+      BuildFrame(poll_->opens == 1 ? PERILINK_COMMAND_ON_LINE : PERILINK_COMMAND_BATTERY_LEVEL, 0);
   poll_->writes = 0;
 }
 

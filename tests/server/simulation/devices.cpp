@@ -103,10 +103,10 @@ void Device::OnRequest(sim::Exchange& exchange) {
   touched_when_ = ++Now();
   const auto flash = mouse.flash().bytes();
   const sim::Bytes& request = exchange.request;
-  if (request[1] == kCommandWriteMemory) {
+  if (request[1] == PERILINK_COMMAND_WRITE_MEMORY) {
     touched_at_ = std::min<size_t>(request[3] * 256u + request[4], sim::kFlashSize - 10);
     touched_.assign(&flash[touched_at_], &flash[touched_at_] + 10);
-  } else if (request[1] == kCommandClearSetting) {
+  } else if (request[1] == PERILINK_COMMAND_CLEAR_SETTING) {
     touched_at_ = 0;
     touched_.assign(flash.begin(), flash.end());
   }

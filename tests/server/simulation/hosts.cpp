@@ -48,7 +48,7 @@ std::vector<CommandFrame> ReadFrames(size_t address, size_t length) {
   std::vector<CommandFrame> frames;
   for (size_t at = 0; at < length; at += 10)
     frames.push_back(
-        Frame(kCommandReadMemory, std::min<size_t>(length - at, 10), {}, address + at));
+        Frame(PERILINK_COMMAND_READ_MEMORY, std::min<size_t>(length - at, 10), {}, address + at));
   return frames;
 }
 
@@ -79,15 +79,16 @@ bool Hosts::RunFailing(uint64_t nth, const std::function<void()>& run) {
 
 void Hosts::QueueCommand() {
   const QueueingExports& drawn = kQueueingExports[Draw(kQueueingExports.size())];
-  const bool clears = drawn.command == kCommandClearSetting && !healed_ && OneIn(2);
-  if (!clears && (drawn.command == kCommandClearSetting || drawn.command == kCommandDriverStatus ||
-                  drawn.command == kCommandUsbUpdateMode || OneIn(2))) {
+  const bool clears = drawn.command == PERILINK_COMMAND_CLEAR_SETTING && !healed_ && OneIn(2);
+  if (!clears && (drawn.command == PERILINK_COMMAND_CLEAR_SETTING ||
+                  drawn.command == PERILINK_COMMAND_DRIVER_STATUS ||
+                  drawn.command == PERILINK_COMMAND_USB_UPDATE_MODE || OneIn(2))) {
     const uint32_t serial = ++serial_;
     uint8_t data[4];
     std::memcpy(data, &serial, sizeof(data));
     // Written to the memory, by a host that goes its own way, or something unknown.
     const auto command =
-        static_cast<uint8_t>(OneIn(4) ? uint32_t{kCommandWriteMemory} : 0x21 + Draw(4));
+        static_cast<uint8_t>(OneIn(4) ? uint32_t{PERILINK_COMMAND_WRITE_MEMORY} : 0x21 + Draw(4));
     const CommandFrame frames[] = {Frame(command, 4, data)};
     return Queue(frames, 0, [&] { UsbServer_SetData(command, data, 4); });
   }
@@ -201,19 +202,19 @@ void Hosts::AskFrame() {
   std::array<uint8_t, 2> field = {DrawByte(), 0};
   field[1] = sim::CheckOf(std::span(field).first(1));
   const size_t address = 2 * Draw(6);
-  const CommandFrame drawn[] = {Frame(kCommandVersion, 0),
-                                Frame(kCommandBatteryLevel, 0),
-                                Frame(kCommandOnLine, 0),
-                                Frame(kCommandReadMemory, 10, {}, 10 * Draw(600)),
+  const CommandFrame drawn[] = {Frame(PERILINK_COMMAND_VERSION, 0),
+                                Frame(PERILINK_COMMAND_BATTERY_LEVEL, 0),
+                                Frame(PERILINK_COMMAND_ON_LINE, 0),
+                                Frame(PERILINK_COMMAND_READ_MEMORY, 10, {}, 10 * Draw(600)),
                                 Frame(0x21, 2, field),
-                                Frame(kCommandGetLongRange, 0),
-                                Frame(kCommandWriteMemory, 2, field, address)};
+                                Frame(PERILINK_COMMAND_GET_LONG_RANGE, 0),
+                                Frame(PERILINK_COMMAND_WRITE_MEMORY, 2, field, address)};
   const CommandFrame& request = drawn[Draw(std::size(drawn))];
   watch_.Ask(request);
   CommandFrame reply;
   const bool replied = UsbFinder_GetDeviceData(path, &request, &reply);
   const Watch::Question question = watch_.TakeAnswer();
-  if (request.command == kCommandReadMemory) return;
+  if (request.command == PERILINK_COMMAND_READ_MEMORY) return;
   CommandFrame expected{};
   if (question.answer) expected = question.answer->report;
   if (replied != question.answer.has_value() || std::memcmp(&reply, &expected, sizeof(reply)) != 0)
@@ -222,7 +223,7 @@ void Hosts::AskFrame() {
 
 void Hosts::AskCurrentDpi() {
   Device& device = DrawDevice();
-  watch_.Ask(Frame(kCommandReadMemory, 1, {}, 4));
+  watch_.Ask(Frame(PERILINK_COMMAND_READ_MEMORY, 1, {}, 4));
   const int32_t level = UsbFinder_GetCurrentDPI(device.path());
   const Watch::Question question = watch_.TakeAnswer();
   const bool answered = question.answer && FrameAddress(question.answer->report) == 4;
@@ -361,7 +362,7 @@ void Hosts::SetBattery() {
     battery.Restart();
   } else {
     const uint8_t status = OneIn(2) ? 1 : 0;
-    const CommandFrame frames[] = {Frame(kCommandDriverStatus, 1, {&status, 1})};
+    const CommandFrame frames[] = {Frame(PERILINK_COMMAND_DRIVER_STATUS, 1, {&status, 1})};
     watch_.server.Queue(frames, 0, [&] { UsbServer_SetPCDriverStatus(status); });
     battery.SetDriverStatus(status);
   }

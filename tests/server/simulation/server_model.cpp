@@ -25,7 +25,7 @@ bool Same(const CommandFrame& a, const CommandFrame& b) {
 }
 
 bool HasTargetBit(const CommandFrame& frame) {
-  return (frame.length & kKeyboardTargetBit) != 0;
+  return (frame.length & PERILINK_KEYBOARD_BIT) != 0;
 }
 
 }  // namespace
@@ -53,7 +53,7 @@ std::vector<CommandFrame> ServerModel::Queue(std::span<const CommandFrame> frame
     const QueueEntry& entry = queues.commands.At(before + i);
     const CommandFrame& frame = entry.frame;
     const bool right = frames.empty()
-                           ? frame.command == kCommandWriteMemory &&
+                           ? frame.command == PERILINK_COMMAND_WRITE_MEMORY &&
                                  frame.checksum == FrameChecksum(frame) &&
                                  HasTargetBit(frame) == KeyboardTargetFlag()
                            : Same(frame, frames[i]) && entry.last_chunk == (i + 1 == added);
@@ -95,7 +95,7 @@ std::optional<uint64_t> ServerModel::ready_micros() const {
 
 uint64_t ServerModel::patience_micros() const {
   if (queue_.frames.empty()) return 0;
-  const bool clears = queue_.frames.front().frame.command == kCommandClearSetting;
+  const bool clears = queue_.frames.front().frame.command == PERILINK_COMMAND_CLEAR_SETTING;
   return clears ? kClearTimeoutMicros : kTimeoutMicros;
 }
 
@@ -124,7 +124,7 @@ void ServerModel::OnReport(const Sent& sent) {
   if (connected_ != start_ || FrameChecksum(sent.report) != sent.report.checksum) return;
   unanswered_ = 0;
   has_report_ = true;
-  if (sent.report.command == kCommandEvent) return OnEvent(sent.report);
+  if (sent.report.command == PERILINK_COMMAND_EVENT) return OnEvent(sent.report);
   OnAnswer(sent);
 }
 
@@ -143,8 +143,8 @@ void ServerModel::OnAnswer(const Sent& sent) {
   LookForTimeout();
   if (!queue_.awaited || queue_.frames.front().frame.command != sent.report.command) return;
   std::optional<bool> unproven = false;
-  if (sent.report.command == kCommandWriteMemory && !IsEcho(sent)) return;
-  if (sent.report.command == kCommandReadMemory) unproven = JudgeRead(sent);
+  if (sent.report.command == PERILINK_COMMAND_WRITE_MEMORY && !IsEcho(sent)) return;
+  if (sent.report.command == PERILINK_COMMAND_READ_MEMORY) unproven = JudgeRead(sent);
   if (!unproven) return;
   queue_.answered.push_back({queue_.frames.front(), sent, *unproven});
   queue_.frames.pop_front();
@@ -213,7 +213,7 @@ void ServerModel::CompleteRequest() {
     const Moment since = std::min(asked.queued, answer.moment);
     if (last.read)
       last.read->OnAnswer(answer.moment, FrameAddress(asked.frame), asked.frame.length & 0x7Fu);
-    if (asked.frame.command != kCommandReadMemory || !echoes_) continue;
+    if (asked.frame.command != PERILINK_COMMAND_READ_MEMORY || !echoes_) continue;
     for (size_t i = 0; i < (asked.frame.length & 0x7Fu); ++i)
       if (!device_->Held(since, FrameAddress(asked.frame) + i, answer.report.data[i]))
         Broken("a byte is read that the device never held");
@@ -222,10 +222,10 @@ void ServerModel::CompleteRequest() {
     step_ = last.read;
     return;
   }
-  if (length <= 10 && last.frame.command == kCommandBatteryLevel) {
+  if (length <= 10 && last.frame.command == PERILINK_COMMAND_BATTERY_LEVEL) {
     if (battery_.enabled()) return battery_.OnBatteryAnswer();
     length = 4;
-  } else if (length <= 10 && last.frame.command == kCommandOnLine) {
+  } else if (length <= 10 && last.frame.command == PERILINK_COMMAND_ON_LINE) {
     length = 4;
   }
   data.resize(length);
@@ -240,8 +240,8 @@ void ServerModel::OnCallback(StartNumber start, const CommandFrame& frame,
                              std::span<const uint8_t> data) {
   Note("callback", frame.command, data.size());
   if (start != start_ || connected_ != start_) Broken("a host hears of a device that it has left");
-  const bool level =
-      frame.command == kCommandBatteryLevel && frame.length == 2 && frame.checksum == 0x49;
+  const bool level = frame.command == PERILINK_COMMAND_BATTERY_LEVEL && frame.length == 2 &&
+                     frame.checksum == 0x49;
   if (level && data.size() == 4) return battery_.OnLevel(data.data());
   if (data.size() == PERILINK_FLASH_IMAGE_SIZE) return OnImage(data);
   if (expected_.empty()) Broken("a host hears what no device has said");
@@ -267,7 +267,7 @@ void ServerModel::TakeSteps(ServerState::Queues& queues) {
   if (!step_) return;
   for (size_t i = queue_.frames.size(); i < queues.commands.Size(); ++i) {
     const QueueEntry& entry = queues.commands.At(i);
-    if (entry.frame.command != kCommandReadMemory || entry.continuation == 0 ||
+    if (entry.frame.command != PERILINK_COMMAND_READ_MEMORY || entry.continuation == 0 ||
         entry.continuation > kLastStep || HasTargetBit(entry.frame) != KeyboardTargetFlag())
       Broken("a full read queues something else");
     if (queue_.frames.empty()) ready_micros_ = platform::NowMicros();

@@ -229,7 +229,7 @@ void Watch::OnReadTaken(HANDLE handle, bool success) {
     Broken("a report is read that no device has sent");
   Note("read", sent->report.command, FrameAddress(sent->report));
   if (it->role == Role::kServerInput) Preempt();
-  if (TheNotes().canary && sent->report.command == kCommandReadMemory) {
+  if (TheNotes().canary && sent->report.command == PERILINK_COMMAND_READ_MEMORY) {
     // One bit of the first byte, and its check.
     it->buffer[6] ^= 1;
     it->buffer[16] = static_cast<uint8_t>(it->buffer[16] + (it->buffer[6] % 2 != 0 ? -1 : 1));
@@ -250,7 +250,7 @@ void Watch::TakeReport(Handle& handle, const Sent& sent) {
   if (!question->frame || sent.report.command != question->frame->command ||
       FrameChecksum(sent.report) != sent.report.checksum)
     return;
-  if (question->answer && sent.report.command != kCommandReadMemory)
+  if (question->answer && sent.report.command != PERILINK_COMMAND_READ_MEMORY)
     Broken("a direct command goes on after its answer");
   question->answer = sent;
 }
