@@ -42,7 +42,7 @@ static_assert(PERILINK_DPI_EXTENSIONS_ADDRESS + kExtensionSize == sizeof(Image))
 void LayOver(Image& image, const CommandFrame& write) {
   const size_t address = FrameAddress(write);
   if (address >= image.size()) return;
-  const size_t declared = write.length & size_t{PERILINK_LENGTH_MASK};
+  const size_t declared = FrameDataLength(write);
   const size_t length = std::min({declared, kFrameDataCapacity, image.size() - address});
   std::copy_n(write.data, length, image.begin() + static_cast<ptrdiff_t>(address));
 }

@@ -29,7 +29,7 @@ void CommandQueue::PutBack(std::span<const QueuedFrame> frames) {
 void ReplyChunks::Append(const QueuedFrame& request, const CommandFrame& answer, bool unproven) {
   if (chunks_.size() == kReplyFrameLimit) {
     dropped_length_ += answer.length;
-    dropped_masked_ += answer.length & uint8_t{PERILINK_LENGTH_MASK};
+    dropped_masked_ += FrameDataLength(answer);
     return;
   }
   chunks_.push_back({request, answer});

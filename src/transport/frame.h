@@ -34,7 +34,7 @@ inline uint16_t FrameAddress(const CommandFrame& frame) {
 
 // The data length that the frame declares, without the keyboard's bit.
 inline uint8_t FrameDataLength(const CommandFrame& frame) {
-  return frame.length & uint8_t{0x7F};
+  return frame.length & uint8_t{PERILINK_LENGTH_MASK};
 }
 
 // A report whose checksum holds. Only Check makes one, so code that is given one need not test it.
