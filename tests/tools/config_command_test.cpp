@@ -56,11 +56,11 @@ TEST_F(ConfigCommand, ReadsWritesSavesLoadsAndCompares) {
       {"config diff DIR/old.json", 10, "report_rate           250 Hz -> 500 Hz\n"},
       // A write that is not acknowledged, one that is not kept, one that is cut short.
       {"config load DIR/old.json --virtual-fault=write-silent", 5, "acknowledged 0 of 8 writes"},
-      {"config load DIR/old.json --virtual-fault=write-lost", 7, "does not hold the new switch9"},
+      {"config load DIR/old.json --virtual-fault=write-lost", 7, "does not hold the new lights"},
       {"config load DIR/old.json --virtual-fault=silent@1500ms", 5, "does not answer"},
       {"set lights=off sleep_after=60 dpi=800 color=red report_rate=125", 0, kVerified},
       {"config load DIR/old.json --virtual-fault=write-interrupted", 13,
-       "interrupted; written, read back: report_rate, switch9, setting13; not written: dpi_levels"},
+       "written, read back: report_rate, lights, sleep_after; not written: dpi_levels[1].dpi, "},
       {"config load --dry-run DIR/old.json", 0, "dpi_levels[1].dpi     800 dpi -> 400 dpi\n"},
       {"set --raw setting3=3 setting4=4 setting5=5 --virtual-fault=write-torn", 3,
        "acknowledged 2 of 3 writes, not those of setting5; they can't be read back"},

@@ -8,6 +8,7 @@
 #include "common/protocol.h"
 #include "config/config_device.h"
 #include "exit_codes.h"
+#include "server/inbox.h"
 #include "sim/mouse.h"
 
 namespace perictl {
@@ -151,6 +152,16 @@ TEST_P(LostUpdate, CableIsLostAfterEachWrite) {
   LoseAtEachWrite([](sim::Faults& faults, uint64_t write) {
     faults.UnplugAfter(sim::At(write).For(kWriteMemory));
   });
+}
+
+// The newest may be an outcome.
+TEST(InboxTest, LosesTheOldestAndCountsThem) {
+  Inbox<size_t> inbox;
+  for (size_t i = 0; i < kInboxLimit + 2; ++i)
+    inbox.Put(i);
+  EXPECT_EQ(inbox.Next(0), 2u);
+  EXPECT_EQ(inbox.TakeLost(), 2u);
+  EXPECT_EQ(inbox.TakeLost(), 0u);
 }
 
 }  // namespace

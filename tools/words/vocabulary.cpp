@@ -302,6 +302,13 @@ std::vector<Value> Vocabulary::Fact(const std::string& name, std::span<const uin
   return values;
 }
 
+std::string Vocabulary::NameOf(const ConfigPart& part) const {
+  const auto found = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
+    return entry.offset == part.offset && entry.member->size * entry.member->count == part.size;
+  });
+  return found == entries_.end() ? part.name : found->name;
+}
+
 const KeyNames& Vocabulary::keys() const {
   static const KeyNames none;
   return model_ == nullptr ? none : model_->keys;

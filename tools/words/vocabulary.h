@@ -14,6 +14,7 @@
 
 #include "common/config.h"
 #include "common/config_members.h"
+#include "common/config_parts.h"
 #include "words/model.h"
 
 namespace perilink::tools {
@@ -70,6 +71,10 @@ class Vocabulary {
   // Something that a direct command told, under one of the names of Describables: as a whole, or in
   // the parts that the description gives it.
   std::vector<Value> Fact(const std::string& name, std::span<const uint8_t> bytes) const;
+
+  // What people call the part of a configuration that one write changes: as the record does where
+  // that is more or less than a field.
+  std::string NameOf(const ConfigPart& part) const;
 
   const KeyNames& keys() const;
 

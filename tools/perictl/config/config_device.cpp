@@ -58,13 +58,6 @@ std::vector<size_t> CountAddresses() {
   return addresses;
 }
 
-std::string Names(std::span<const ConfigPart> parts, size_t most = 8) {
-  perilink::tools::NameList names;
-  for (const ConfigPart& part : parts)
-    names.Add(part.name);
-  return names.empty() ? "nothing" : names.Text(most);
-}
-
 // What of the update the device does not hold.
 std::vector<ConfigPart> Missing(const DeviceConfig& device, const ConfigUpdate& update) {
   std::set<std::string> written;
@@ -82,8 +75,16 @@ const std::string& RequireOnlineAt(const std::string& path) {
 
 }  // namespace
 
-ConfigDevice::ConfigDevice(const std::string& path, bool keyboard)
-    : path_(RequireOnlineAt(path)), session_(path, keyboard) {}
+ConfigDevice::ConfigDevice(const std::string& path, bool keyboard,
+                           const perilink::tools::Model* model)
+    : path_(RequireOnlineAt(path)), words_(model), session_(path, keyboard) {}
+
+std::string ConfigDevice::Names(std::span<const ConfigPart> parts, size_t most) const {
+  perilink::tools::NameList names;
+  for (const ConfigPart& part : parts)
+    names.Add(words_.NameOf(part));
+  return names.empty() ? "nothing" : names.Text(most);
+}
 
 // Other reports, such as the battery's, come in between and are let pass.
 bool ConfigDevice::Await(uint32_t timeout_ms, const ReportHandler& is_it) {

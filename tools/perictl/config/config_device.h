@@ -3,19 +3,24 @@
 #define PERILINK_TOOLS_PERICTL_CONFIG_CONFIG_DEVICE_H_
 
 #include <functional>
+#include <span>
 #include <string>
 
 #include "common/config_parts.h"
 #include "selection/devices.h"
 #include "server/server_session.h"
+#include "words/vocabulary.h"
 
 namespace perictl {
 
 class ConfigDevice {
  public:
-  // Runs the background server on an interface. Throws Failure when the device is not on line.
-  ConfigDevice(const std::string& path, bool keyboard);
-  explicit ConfigDevice(const DeviceEntry& device) : ConfigDevice(device.path, device.keyboard) {}
+  // Runs the background server on an interface. Throws Failure when the device is not on line. What
+  // fails is named in the words of the model, or as the record does.
+  ConfigDevice(const std::string& path, bool keyboard,
+               const perilink::tools::Model* model = nullptr);
+  explicit ConfigDevice(const DeviceEntry& device)
+      : ConfigDevice(device.path, device.keyboard, device.model) {}
 
   // Throws Failure when the device stops answering. Shows progress under the title.
   perilink::tools::DeviceConfig Read(const std::string& title = "reading");
@@ -31,9 +36,11 @@ class ConfigDevice {
   size_t Send(const perilink::tools::ConfigUpdate& update);
   [[noreturn]] void FailInterrupted(const perilink::tools::ConfigUpdate& update,
                                     size_t acknowledged);
+  std::string Names(std::span<const perilink::tools::ConfigPart> parts, size_t most = 8) const;
   bool Await(uint32_t timeout_ms, const ReportHandler& is_it);
 
   const std::string path_;
+  const perilink::tools::Vocabulary words_;
   ServerSession session_;
 };
 
