@@ -87,7 +87,12 @@ class FlashRead : public std::enable_shared_from_this<FlashRead> {
   }
 
   void Continue(uint8_t tag, Data data, ServerReportCallback callback);
-  void OnWritten(const CommandFrame& write) { LayOver(image_, write); }
+  void OnWritten(const CommandFrame& write) {
+    LayOver(image_, write);
+    const uint32_t address = FrameAddress(write);
+    if (address + kFrameBytes > macro_ && address < macro_ + PERILINK_MACRO_SLOT_SIZE)
+      macro_written_ = true;
+  }
 
  private:
   void TakeSettings(Data data);
@@ -107,8 +112,10 @@ class FlashRead : public std::enable_shared_from_this<FlashRead> {
   ServerState& state_;
   const ConnectionNumber connection_;
   ServerReportCallback callback_ = nullptr;
-  Image image_;     // what the device holds
-  Image believed_;  // the same with what is on its way to the device
+  Image image_;                     // what the device holds
+  Image believed_;                  // the same with what is on its way to the device
+  uint32_t macro_ = sizeof(Image);  // the address of the macro that is probed or read
+  bool macro_written_ = false;      // since it was probed
 };
 
 // Nothing of a read reaches another connection.
@@ -164,6 +171,8 @@ void FlashRead::ProbeMacro(uint8_t slot) {
   // Name length and event count stand too far apart for one frame.
   const uint8_t tag = static_cast<uint8_t>(kTagMacroProbe + slot);
   const uint32_t address = Perilink_MacroSlotAddress(slot);
+  macro_ = address;
+  macro_written_ = false;
   const QueueEntry probe[] = {
       ReadEntry(address, kFrameBytes, tag, false),
       ReadEntry(address + PERILINK_MACRO_COUNT_OFFSET, kFrameBytes, tag, true),
@@ -185,6 +194,11 @@ void FlashRead::TakeMacroProbe(uint8_t slot, Data data) {
 
 // Decodes the slot into the record and encodes it again: the image gets its normalised form.
 void FlashRead::TakeMacro(uint8_t slot, Data data) {
+  // The new macro may be longer than what was read of it.
+  if (macro_written_) {
+    ProbeMacro(slot);
+    return;
+  }
   MacroKey macro{};
   DecodeMacro(data.first<PERILINK_MACRO_SLOT_SIZE>(), macro);
   EncodeMacro(macro,
