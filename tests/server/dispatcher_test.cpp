@@ -6,6 +6,7 @@
 #include <tuple>
 #include <vector>
 
+#include "commands/layer_keys.h"
 #include "perilink/finder.h"
 #include "protocol/stored.h"
 #include "server_fixture.h"
@@ -95,6 +96,29 @@ TEST_F(Answers, WriteIsRepeatedUntilItsEchoIsExact) {
       Ask([&] { UsbServer_SetData(PERILINK_COMMAND_WRITE_MEMORY, data, 2); }, 300);
   EXPECT_EQ(writes, 9);  // each echo was a valid report: nothing is dropped at the fifth write
   EXPECT_EQ(seen.data, (Report{1, 2}));
+}
+
+// An answer of too few bytes may be a shorter read's. A device that gives no other is believed.
+TEST_F(Answers, ShortAnswersToReads) {
+  struct Row {
+    size_t short_answers;
+    size_t writes_of_server;
+    size_t writes_of_layer;
+    uint8_t byte;
+  };
+  for (const Row& row : {Row{1, 2, 2, 0x77}, Row{9, 3, 2, 0x51}}) {
+    size_t asked = 0;
+    device.SetScript([&](ScriptedDevice& self, const Report& written) {
+      if (asked++ < row.short_answers) return Tell(self, Answer(written, {0x51}));
+      return Tell(self, Answer(written, {0x77, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
+    });
+    Start();
+    EXPECT_EQ(Ask(UsbServer_ReadLedBar).data[0], row.byte);
+    EXPECT_EQ(asked, row.writes_of_server);
+    asked = 0;
+    EXPECT_EQ(LoadLayerKeys(device.Path(), 0), Report{row.byte});
+    EXPECT_EQ(asked, row.writes_of_layer);
+  }
 }
 
 TEST_F(Answers, MemoryRepliesRefreshTheStoredRecord) {
