@@ -294,7 +294,7 @@ void BatteryModel::ReportAwaited() {
 void BatteryModel::TakeUnheard() {
   if (level_awaited_ && (saved_ || state_.reported == state_.last_reported)) ReportAwaited();
   const BatterySteps::State real = BatterySteps().Copy();
-  if (!level_awaited_ && real.reported == real.last_reported) Settle();
+  if (!level_awaited_ && real.reported == real.last_reported && MayStep()) Settle();
 }
 
 void BatteryModel::OnLevel(const uint8_t* data) {

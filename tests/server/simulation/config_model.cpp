@@ -103,8 +103,10 @@ void CheckSlots(Device& device, const FullRead& read, const uint8_t* image, size
       continue;
     }
     for (size_t i = 0; i < size; ++i)
-      if (!MayBeRead(device, read.of(at + i), at + i, i, image[at + i]))
+      if (!MayBeRead(device, read.of(at + i), at + i, i, image[at + i])) {
+        Note("byte", at + i, image[at + i]);
         Broken("a slot of an image holds what the device never held");
+      }
   }
 }
 
@@ -134,7 +136,11 @@ void FullRead::OnAcknowledged(Moment moment, size_t address, size_t length) {
 void ConfigModel::CheckImage(Device& device, const FullRead& read, const uint8_t* image) {
   const auto check = [&](size_t begin, size_t end) {
     for (size_t at = begin; at < end; ++at)
-      if (image[at] != device.At(read.of(at), at)) Broken("an image holds another byte");
+      if (image[at] != device.At(read.of(at), at)) {
+        Note("byte", at, image[at]);
+        Note("must be", device.At(read.of(at), at), read.of(at));
+        Broken("an image holds another byte");
+      }
   };
   check(0, PERILINK_SETTINGS_BLOCK_SIZE);
   check(6912, PERILINK_FLASH_IMAGE_SIZE);
