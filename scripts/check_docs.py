@@ -37,6 +37,7 @@ TIMEOUT = 120
 NOT_RUN = {
     "./test": "it runs this check",
     "scripts/fuzz.sh": "it runs for as long as one likes; its brief form is a stage of ./test",
+    "scripts/simulate.sh": "it runs as many seeds as one likes; some thousands are tests",
     "scripts/coverage.sh": "it runs all tests, in a build of its own",
     "scripts/vm.sh": "it starts a virtual machine; the stage kernel runs in one",
     "scripts/bench.sh": "it measures, which wants a machine that does nothing else",
