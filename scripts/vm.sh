@@ -130,10 +130,10 @@ main() {
   (($# > 0)) || fail "which command?"
   quiet vm-setup prepare || exit 125
   mkdir -p "$rig/kept"
-  work=$(mktemp -d)
-  trap 'rm -rf "$work"' EXIT
-  printf 'cd %q && %s\n' "$PWD" "$(printf '%q ' "$@")" >"$work/command"
-  printf '%s\n' "$keep" >"$work/keep"
+  session=$(mktemp -d)
+  trap 'rm -rf "$session"' EXIT
+  printf 'cd %q && %s\n' "$PWD" "$(printf '%q ' "$@")" >"$session/command"
+  printf '%s\n' "$keep" >"$session/keep"
 
   [[ -w /dev/kvm ]] && accelerators=(-accel kvm)
   appended="console=ttyS0 quiet loglevel=4 panic=-1 mitigations=off nokaslr tsc=reliable"
@@ -142,21 +142,21 @@ main() {
   timeout --foreground -k 5 "$seconds" qemu-system-x86_64 \
     "${accelerators[@]}" -accel tcg,thread=multi,tb-size=256 -cpu max -smp 2 -m 512 \
     -nodefaults -no-user-config -display none -no-reboot \
-    -serial "file:$work/console" -serial stdio \
+    -serial "file:$session/console" -serial stdio \
     -kernel "$rig/vmlinux" -initrd "$rig/initramfs.cpio" -append "$appended" \
     -fsdev local,id=host,path=/,security_model=none,readonly=on,multidevs=remap \
     -device virtio-9p-pci,fsdev=host,mount_tag=host \
     -fsdev "local,id=keep,path=$keep,security_model=none" \
     -device virtio-9p-pci,fsdev=keep,mount_tag=keep \
-    -fsdev "local,id=work,path=$work,security_model=none" \
-    -device virtio-9p-pci,fsdev=work,mount_tag=work </dev/null || status=$?
-  if [[ ! -s $work/status ]]; then
-    tail -n 40 "$work/console" >&2
+    -fsdev "local,id=session,path=$session,security_model=none" \
+    -device virtio-9p-pci,fsdev=session,mount_tag=session </dev/null || status=$?
+  if [[ ! -s $session/status ]]; then
+    tail -n 40 "$session/console" >&2
     ((status == 124)) && echo "vm.sh: the machine ran for $seconds s" >&2
     echo "vm.sh: the machine did not run the command to its end" >&2
     return 125
   fi
-  return "$(<"$work/status")"
+  return "$(<"$session/status")"
 }
 
 main "$@"
