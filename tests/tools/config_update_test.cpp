@@ -5,9 +5,9 @@
 #include <functional>
 
 #include "common/config.h"
-#include "common/protocol.h"
 #include "config/config_device.h"
 #include "exit_codes.h"
+#include "perilink/protocol.h"
 #include "server/inbox.h"
 #include "sim/mouse.h"
 
@@ -21,8 +21,6 @@ using perilink::tools::DeviceConfig;
 using perilink::tools::DeviceConfigFromImage;
 using perilink::tools::PartKind;
 using perilink::tools::UnsoundParts;
-
-using perilink::tools::kWriteMemory;
 
 sim::FlashImage OldFlash() {
   const sim::SlotEvent events[] = {{0, 2, 4, 0, 20}, {1, 2, 4, 0, 30}, {0, 1, 5, 0, 40},
@@ -150,7 +148,7 @@ TEST_P(LostUpdate, PowerIsLostDuringEachWrite) {
 // The write is stored and not acknowledged; so the next one's is as if it had not begun.
 TEST_P(LostUpdate, CableIsLostAfterEachWrite) {
   LoseAtEachWrite([](sim::Faults& faults, uint64_t write) {
-    faults.UnplugAfter(sim::At(write).For(kWriteMemory));
+    faults.UnplugAfter(sim::At(write).For(PERILINK_COMMAND_WRITE_MEMORY));
   });
 }
 

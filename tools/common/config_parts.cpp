@@ -4,7 +4,7 @@
 #include <cctype>
 
 #include "common/config_members.h"
-#include "common/protocol.h"
+#include "perilink/protocol.h"
 #include "perilink/protocol_data.h"
 
 namespace perilink::tools {
@@ -41,15 +41,14 @@ std::vector<ConfigPart> BuildParts() {
   for (const ConfigGroup& group : kConfigGroups)
     AddFields(group, parts);
   for (size_t i = 0; i < kSlots; ++i) {
-    parts.push_back(
-        {Indexed("shortcuts", i), PartKind::kShortcut,
-         offsetof(ProtocolData, shortcuts) + i * sizeof(ShortcutKey), sizeof(ShortcutKey),
-         PERILINK_SHORTCUT_ADDRESS + i * PERILINK_SHORTCUT_SLOT_SIZE, i, FieldRule::kPlain});
+    parts.push_back({Indexed("shortcuts", i), PartKind::kShortcut,
+                     offsetof(ProtocolData, shortcuts) + i * sizeof(ShortcutKey),
+                     sizeof(ShortcutKey), Perilink_ShortcutSlotAddress(i), i, FieldRule::kPlain});
   }
   for (size_t i = 0; i < kSlots; ++i) {
     parts.push_back({Indexed("macros", i), PartKind::kMacro,
                      offsetof(ProtocolData, macros) + i * sizeof(MacroKey), sizeof(MacroKey),
-                     PERILINK_MACRO_ADDRESS + i * PERILINK_MACRO_SLOT_SIZE, i, FieldRule::kPlain});
+                     Perilink_MacroSlotAddress(i), i, FieldRule::kPlain});
   }
   return parts;
 }
@@ -57,14 +56,14 @@ std::vector<ConfigPart> BuildParts() {
 std::vector<uint8_t> EncodedField(const uint8_t* value, const ConfigPart& part) {
   std::vector<uint8_t> bytes(value, value + part.size);
   if (part.rule == FieldRule::kNormalizedSwitch) bytes[0] = bytes[0] != 0 ? 1 : 0;
-  bytes.push_back(CheckByte(bytes));
+  bytes.push_back(Perilink_CheckByte(bytes.data(), bytes.size()));
   return bytes;
 }
 
 // ---- Updates -----------------------------------------------------------------------------------
 
 bool IsEmptyCount(uint8_t count) {
-  return count == 0 || count == kErased;
+  return count == 0 || count == PERILINK_ERASED;
 }
 
 bool ImageHolds(const DeviceConfig& device, const ConfigPart& part, const ProtocolData& record) {
@@ -73,7 +72,7 @@ bool ImageHolds(const DeviceConfig& device, const ConfigPart& part, const Protoc
   const bool is_switch =
       part.rule == FieldRule::kSwitch || part.rule == FieldRule::kNormalizedSwitch;
   if (is_switch && bytes[0] != 0 && stored != 0) {
-    bytes = {stored, CheckByte({&stored, 1})};  // on is on, whatever stands for it
+    bytes = {stored, Perilink_CheckByte(&stored, 1)};  // on is on, whatever stands for it
   }
   return std::equal(bytes.begin(), bytes.end(),
                     device.image.begin() + static_cast<ptrdiff_t>(part.address));
@@ -86,7 +85,7 @@ bool IsSound(const DeviceConfig& device, const ConfigPart& part) {
              IsEmptyCount(device.shortcut_counts[part.slot]);
     case PartKind::kMacro: {
       const uint8_t name_length = device.image[part.address];
-      if (name_length > sizeof(MacroKey::name) && name_length != kErased) return false;
+      if (name_length > sizeof(MacroKey::name) && name_length != PERILINK_ERASED) return false;
       return device.record.macros[part.slot].count != 0 ||
              IsEmptyCount(device.macro_counts[part.slot]);
     }
@@ -121,7 +120,7 @@ void MakeOther(const ConfigPart& part, const ProtocolData& record, ProtocolData&
 
 // The image of a whole read from a device that holds the record.
 std::vector<uint8_t> ReadBackImage(const ProtocolData& record) {
-  std::vector<uint8_t> image(PERILINK_FLASH_IMAGE_SIZE, kErased);
+  std::vector<uint8_t> image(PERILINK_FLASH_IMAGE_SIZE, PERILINK_ERASED);
   for (const ConfigPart& part : ConfigParts()) {
     // A macro without a name is left out.
     if (part.kind == PartKind::kMacro && record.macros[part.slot].name_length == 0) continue;
@@ -166,7 +165,7 @@ KnownBytes PartBytes(const ConfigPart& part) {
 
 std::vector<uint8_t> EncodedPart(const ProtocolData& record, const ConfigPart& part) {
   if (part.kind == PartKind::kField) return EncodedField(BytesOf(record) + part.offset, part);
-  std::vector<uint8_t> slot(PERILINK_MACRO_SLOT_SIZE, kErased);
+  std::vector<uint8_t> slot(PERILINK_MACRO_SLOT_SIZE, PERILINK_ERASED);
   if (part.kind == PartKind::kShortcut) {
     ShortcutKey shortcut = record.shortcuts[part.slot];
     ShortcutKeyToBuffer(&shortcut, slot.data());
@@ -228,7 +227,7 @@ bool LooksLikeConfig(const DeviceConfig& device) {
   const auto taken = std::count_if(parts.begin(), settings_end, [&](const ConfigPart& part) {
     const auto value = device.image.begin() + static_cast<ptrdiff_t>(part.address);
     const bool erased = std::all_of(value, value + static_cast<ptrdiff_t>(part.size) + 1,
-                                    [](uint8_t byte) { return byte == kErased; });
+                                    [](uint8_t byte) { return byte == PERILINK_ERASED; });
     return erased || IsSound(device, part);
   });
   return 2 * taken > kSettingCount;

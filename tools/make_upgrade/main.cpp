@@ -11,7 +11,7 @@
 #include <stdexcept>
 
 #include "common/files.h"
-
+#include "perilink/protocol.h"
 #include "sim/upgrade_file.h"
 #include "sim/virtual_firmware.h"
 
@@ -122,7 +122,7 @@ sim::UpgradeImage Complete(ImageOptions& o) {
   packet.insert(packet.end(), address.begin(), address.end());
   image.packet = {o.packet_length, o.feature, packet};
   Bytes start = packet;
-  start[1] = 0xB0;
+  start[PERILINK_PACKET_CODE_OFFSET] = PERILINK_BOOT_START;
   const Bytes length = BigEndian(static_cast<uint32_t>(image.payload.size()));
   start.insert(start.end(), length.begin(), length.end());
   image.start = Command(o.start_hex.empty() ? start : ParseHex(o.start_hex, "--start"), o.feature);

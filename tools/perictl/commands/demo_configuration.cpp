@@ -7,9 +7,9 @@
 #include "commands/demo_steps.h"
 #include "common/config.h"
 #include "common/config_parts.h"
-#include "common/protocol.h"
 #include "device/online.h"
 #include "exit_codes.h"
+#include "perilink/protocol.h"
 #include "perilink/protocol_data.h"
 #include "perilink/server.h"
 #include "server/server_session.h"
@@ -37,7 +37,7 @@ class Editor {
 
   ProtocolData Read(std::vector<uint8_t>& image) {
     UsbServer_ReadAllFlashData();
-    image = Await(perilink::tools::kReadMemory, kReadTimeoutMs, "its configuration").data;
+    image = Await(PERILINK_COMMAND_READ_MEMORY, kReadTimeoutMs, "its configuration").data;
     if (image.size() != PERILINK_FLASH_IMAGE_SIZE) FailUnanswered(path_, "its configuration");
     ProtocolData record{};
     ProtocolDataParser(image.data(), &record);
@@ -59,7 +59,7 @@ class Editor {
   // Writes what differs from the configuration that was read or written last: one field.
   void Write(ProtocolData record) {
     ProtocolDataUpdate(&record);
-    Await(perilink::tools::kWriteMemory, kWriteTimeoutMs, "taking its new configuration");
+    Await(PERILINK_COMMAND_WRITE_MEMORY, kWriteTimeoutMs, "taking its new configuration");
   }
 
  private:

@@ -30,8 +30,8 @@ struct UpgradeOptions {
   bool dry_run = false;
 };
 
-const char* TransportText(const UpgradeCommand& command) {
-  return command.feature_report != 0 ? "feature report" : "output report";
+const char* TransportText(const UpgradeFileCommand& command) {
+  return command.use_feature_report != 0 ? "feature report" : "output report";
 }
 
 void AddText(Report& report, const char* key, const char* label, const UpgradeText& field) {
@@ -39,8 +39,8 @@ void AddText(Report& report, const char* key, const char* label, const UpgradeTe
   report.Fact(key, label, text, text);
 }
 
-void AddCommand(Report& report, const char* key, const char* label, const UpgradeCommand& command,
-                const std::string& how) {
+void AddCommand(Report& report, const char* key, const char* label,
+                const UpgradeFileCommand& command, const std::string& how) {
   const size_t length = std::min<size_t>(command.length, sizeof command.data);
   const std::string data = HexBytes({command.data, length});
   report.Fact(key, label, data + " (" + std::to_string(command.length) + " bytes" + how + ")",
@@ -65,7 +65,7 @@ void AddProof(Report& report, const UpgradeFile& file, const UpgradeImage& image
   const std::string digest = Sha256(PayloadOf(file, image));
   report.Fact("payload_digest", "payload's SHA-256", digest, digest);
   const uint32_t checked = image.header.checked_length;
-  const bool header = image.ChecksumIsRight() && checked >= sizeof(UpgradeHeader);
+  const bool header = image.ChecksumIsRight() && checked >= sizeof(UpgradeFileHeader);
   report.Fact("proven", "proven",
               header ? "the header was not damaged: its bytes add up to its checksum"
                      : "nothing: the checksum is wrong, or covers less than the header",
@@ -76,31 +76,32 @@ void AddProof(Report& report, const UpgradeFile& file, const UpgradeImage& image
 }
 
 void AddImage(Report& report, const UpgradeFile& file, const UpgradeImage& image) {
-  const UpgradeHeader& header = image.header;
+  const UpgradeFileHeader& header = image.header;
   report.Section(image.name, image.name == "main" ? "Main image" : "Slave image");
   report.Fact("offset", "offset in the file", std::to_string(image.offset), image.offset);
   AddText(report, "product_name", "product", header.product_name);
   AddText(report, "file_id", "file id", header.file_id);
-  AddText(report, "ic_name", "IC", header.ic_name);
+  AddText(report, "ic_name", "IC", header.chip_name);
   AddText(report, "sensor_name", "sensor", header.sensor_name);
   AddChecksum(report, image);
   const uint32_t payload = header.payload_length;
   report.Fact("payload_length", "payload", std::to_string(payload) + " bytes", payload);
   report.Fact("packets", "packets", std::to_string(image.PacketCount()) + ", the start included",
               image.PacketCount());
-  report.Fact("packet_length", "packet length", std::to_string(header.packet.length) + " bytes",
-              int{header.packet.length});
-  report.Fact("transport", "packets go as", TransportText(header.packet),
-              TransportText(header.packet));
+  report.Fact("packet_length", "packet length",
+              std::to_string(header.packet_template.length) + " bytes",
+              int{header.packet_template.length});
+  report.Fact("transport", "packets go as", TransportText(header.packet_template),
+              TransportText(header.packet_template));
   report.Fact("start_address", "start address", Hex32(image.StartAddress()), image.StartAddress());
-  AddCommand(report, "reset", "reset command", header.reset,
-             std::string(", ") + TransportText(header.reset) +
+  AddCommand(report, "reset", "reset command", header.reset_command,
+             std::string(", ") + TransportText(header.reset_command) +
                  (image.ResetHasEcho() ? ", echo awaited" : ", no echo"));
-  AddCommand(report, "start", "start command", header.start, "");
-  AddText(report, "normal_input", "normal input", header.normal_input);
-  AddText(report, "normal_output", "normal output", header.normal_output);
-  AddText(report, "boot_input", "boot-mode input", header.boot_input);
-  AddText(report, "boot_output", "boot-mode output", header.boot_output);
+  AddCommand(report, "start", "start command", header.start_command, "");
+  AddText(report, "normal_input", "normal input", header.normal_input_key);
+  AddText(report, "normal_output", "normal output", header.normal_output_key);
+  AddText(report, "boot_input", "boot-mode input", header.boot_input_key);
+  AddText(report, "boot_output", "boot-mode output", header.boot_output_key);
   AddProof(report, file, image);
 }
 

@@ -7,9 +7,9 @@
 #include <span>
 #include <vector>
 
-#include "common/protocol.h"
 #include "device/online.h"
 #include "exit_codes.h"
+#include "perilink/protocol.h"
 #include "perilink/protocol_data.h"
 #include "perilink/server.h"
 #include "system.h"
@@ -24,9 +24,6 @@ using perilink::tools::ConfigParts;
 using perilink::tools::ConfigUpdate;
 using perilink::tools::DeviceConfig;
 using perilink::tools::EncodedPart;
-using perilink::tools::kFrameData;
-using perilink::tools::kReadMemory;
-using perilink::tools::kWriteMemory;
 using perilink::tools::PartKind;
 
 // A frame may take 100 ms and be sent five times; then the server drops it and all that follow, and
@@ -36,7 +33,7 @@ constexpr uint32_t kPatienceMs = 3000;
 constexpr uint32_t kPauseMs = 200;
 
 size_t FramesOf(size_t bytes) {
-  return (bytes + kFrameData - 1) / kFrameData;
+  return (bytes + PERILINK_FRAME_DATA_SIZE - 1) / PERILINK_FRAME_DATA_SIZE;
 }
 
 uint32_t TimeoutFor(size_t frames) {
@@ -103,7 +100,7 @@ DeviceConfig ConfigDevice::Read(const std::string& title) {
   std::vector<uint8_t> image;
   std::vector<uint8_t> counts;
   const auto is_step = [&](const ServerReport& report) {
-    if (report.frame.command != kReadMemory) return false;
+    if (report.frame.command != PERILINK_COMMAND_READ_MEMORY) return false;
     if (report.data.size() == PERILINK_FLASH_IMAGE_SIZE) {
       image = report.data;
       return true;
@@ -151,9 +148,10 @@ size_t ConfigDevice::Send(const ConfigUpdate& update) {
     progress.Show(static_cast<int>(done * 100 / update.writes.size()));
     const ConfigPart& part = update.writes[done];
     const size_t frames = FramesOf(EncodedPart(update.record, part).size());
-    const size_t last_address = part.address + kFrameData * (frames - 1);
+    const size_t last_address = part.address + PERILINK_FRAME_DATA_SIZE * (frames - 1);
     const bool acknowledged = Await(TimeoutFor(frames), [&](const ServerReport& report) {
-      return report.frame.command == kWriteMemory && AddressOf(report.frame) == last_address;
+      return report.frame.command == PERILINK_COMMAND_WRITE_MEMORY &&
+             AddressOf(report.frame) == last_address;
     });
     if (!acknowledged) return done;
   }

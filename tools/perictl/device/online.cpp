@@ -1,14 +1,16 @@
 #include "device/online.h"
 
-#include "common/protocol.h"
 #include "exit_codes.h"
 #include "perilink/finder.h"
+#include "perilink/protocol.h"
 #include "selection/interfaces.h"
 
 namespace perictl {
 namespace {
 
-namespace tools = perilink::tools;
+uint8_t ChecksumOf(const CommandFrame& frame) {
+  return Perilink_CheckByte(reinterpret_cast<const uint8_t*>(&frame), sizeof frame - 1);
+}
 
 bool IsOnline(const CommandFrame& reply) {
   return reply.data[0] != 0;
@@ -18,9 +20,9 @@ bool IsOnline(const CommandFrame& reply) {
 // that the device sends by itself can come first; a few are let pass.
 Link AskRaw(const std::string& path) {
   CommandFrame request{};
-  request.report_id = tools::kReportId;
-  request.command = tools::kReadOnline;
-  request.checksum = tools::Checksum(request);
+  request.report_id = PERILINK_REPORT_ID;
+  request.command = PERILINK_COMMAND_ON_LINE;
+  request.checksum = ChecksumOf(request);
 
   Link link = Link::kSilent;
   if (!UsbFinderC_OpenDevice(path.c_str())) link = Link::kLocked;
@@ -30,9 +32,9 @@ Link AskRaw(const std::string& path) {
                                         reinterpret_cast<uint8_t*>(&reply), sizeof request)) {
       break;
     }
-    if (reply.checksum != tools::Checksum(reply)) {
+    if (reply.checksum != ChecksumOf(reply)) {
       link = Link::kNonsense;
-    } else if (reply.command == tools::kReadOnline) {
+    } else if (reply.command == PERILINK_COMMAND_ON_LINE) {
       link = IsOnline(reply) ? Link::kOnline : Link::kAsleep;
     }
   }

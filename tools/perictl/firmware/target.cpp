@@ -19,7 +19,7 @@ std::string Key(const UpgradeText& field) {
 }
 
 // Of a set of two, the one that is looked for in normal mode is the slave.
-const UpgradeHeader& NormalHeader(const UpgradeFile& file) {
+const UpgradeFileHeader& NormalHeader(const UpgradeFile& file) {
   return file.images.back().header;
 }
 
@@ -31,9 +31,9 @@ std::string InterfaceWith(const std::vector<std::string>& paths, const std::stri
 }
 
 bool IsFor(const UpgradeFile& file, const DeviceEntry& device) {
-  const UpgradeHeader& header = NormalHeader(file);
-  return !InterfaceWith(device.interfaces, Key(header.normal_input)).empty() ||
-         !InterfaceWith(device.interfaces, Key(header.normal_output)).empty();
+  const UpgradeFileHeader& header = NormalHeader(file);
+  return !InterfaceWith(device.interfaces, Key(header.normal_input_key)).empty() ||
+         !InterfaceWith(device.interfaces, Key(header.normal_output_key)).empty();
 }
 
 // What of a path no other interface's has: "vid_1234&pid_abcd&mi_01&col05#7&1a2b3c4d&0&0004".
@@ -57,14 +57,14 @@ void NarrowTo(UpgradeFile& file, const std::string& input, const std::string& ou
 
 // The library takes whatever has the file's keys, and refuses when that is more than one.
 void TellApart(UpgradeFile& file, const DeviceEntry& device) {
-  const UpgradeHeader& header = NormalHeader(file);
+  const UpgradeFileHeader& header = NormalHeader(file);
   const std::vector<std::string> all = AllInterfaces();
   const auto matching = std::count_if(all.begin(), all.end(), [&](const std::string& path) {
-    return HoldsKey(path, Key(header.normal_input));
+    return HoldsKey(path, Key(header.normal_input_key));
   });
   if (matching <= 1) return;
-  const std::string input = InterfaceWith(device.interfaces, Key(header.normal_input));
-  const std::string output = InterfaceWith(device.interfaces, Key(header.normal_output));
+  const std::string input = InterfaceWith(device.interfaces, Key(header.normal_input_key));
+  const std::string output = InterfaceWith(device.interfaces, Key(header.normal_output_key));
   if (!input.empty() && !output.empty()) NarrowTo(file, input, output);
 }
 
@@ -99,27 +99,27 @@ UpgradeTarget FindUpgradeTarget(const Context& context, UpgradeFile& file, bool 
   std::vector<DeviceEntry> fitting = selected;
   std::erase_if(fitting, [&](const DeviceEntry& device) { return !IsFor(file, device); });
   if (fitting.size() > 1) FailSeveral(fitting);
-  const UpgradeHeader& main = file.images.front().header;
+  const UpgradeFileHeader& main = file.images.front().header;
   if (fitting.size() == 1) {
     target.device = fitting.front();
     TellApart(file, *target.device);
   } else if (const std::string boot =
-                 InterfaceWith(SelectedInterfaces(context), Key(main.boot_input));
+                 InterfaceWith(SelectedInterfaces(context), Key(main.boot_input_key));
              !boot.empty()) {
     target.boot_path = boot;
     return target;
   } else if (selected.empty() || !context.selection.Any()) {
     const std::string what = Describe(context.selection);
-    throw Failure(ExitCode::kNoDevice, "no device that the file is for" +
-                                           (what.empty() ? "" : " " + what) +
-                                           " is plugged in, neither in normal mode ('" +
-                                           Key(NormalHeader(file).normal_input) +
-                                           "') nor in boot mode ('" + Key(main.boot_input) + "')");
+    throw Failure(ExitCode::kNoDevice,
+                  "no device that the file is for" + (what.empty() ? "" : " " + what) +
+                      " is plugged in, neither in normal mode ('" +
+                      Key(NormalHeader(file).normal_input_key) + "') nor in boot mode ('" +
+                      Key(main.boot_input_key) + "')");
   } else {
     if (selected.size() > 1) FailSeveral(selected);
     if (!force) {
       throw Failure(ExitCode::kDeclined,
-                    "the file is for '" + Key(NormalHeader(file).normal_input) + "', which " +
+                    "the file is for '" + Key(NormalHeader(file).normal_input_key) + "', which " +
                         selected.front().Title() + " is not; --force takes it all the same");
     }
     target.device = selected.front();

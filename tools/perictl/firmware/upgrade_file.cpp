@@ -14,28 +14,15 @@ namespace {
 
 static_assert(std::endian::native == std::endian::little);
 
-using perilink::tools::kLongestPacket;
-using perilink::tools::kPayloadInPacket;
-using perilink::tools::kPayloadPerPacket;
-using perilink::tools::kUpgradeBlockSize;
-
-constexpr uint32_t kLongestCommand = sizeof(UpgradeCommand::data);
+constexpr uint32_t kLongestCommand = sizeof(UpgradeFileCommand::data);
 // Far beyond any firmware; an endless file is not read to its end.
 constexpr size_t kLongestUpgradeFile = size_t{256} << 20;
 
-uint32_t ChecksumOf(std::span<const uint8_t> image, uint32_t checked_length) {
-  if (checked_length > kUpgradeBlockSize) return 0;
-  uint32_t checksum = perilink::tools::kUpgradeChecksumStart;
-  for (size_t i = offsetof(UpgradeHeader, payload_length); i < checked_length; ++i)
-    checksum -= image[i];
-  return checksum;
-}
-
 std::string CheckHeader(const UpgradeImage& image) {
-  const UpgradeHeader& header = image.header;
-  if (header.checked_length > kUpgradeBlockSize) {
+  const UpgradeFileHeader& header = image.header;
+  if (header.checked_length > PERILINK_UPGRADE_HEADER_SIZE) {
     return "claims to have checked " + std::to_string(header.checked_length) +
-           " bytes of its header, which has " + std::to_string(kUpgradeBlockSize);
+           " bytes of its header, which has " + std::to_string(PERILINK_UPGRADE_HEADER_SIZE);
   }
   if (!image.ChecksumIsRight()) {
     return "has the wrong checksum: it is " + Hex32(header.checksum) + " and should be " +
@@ -50,27 +37,28 @@ std::string CheckLength(const char* what, uint32_t length, uint32_t least, uint3
          std::to_string(least) + " to " + std::to_string(most) + " are possible";
 }
 
-std::string CheckCommands(const UpgradeHeader& header) {
+std::string CheckCommands(const UpgradeFileHeader& header) {
   // A shorter packet would go out without the end of its payload.
-  const uint32_t payload = std::min(header.payload_length, kPayloadPerPacket);
-  const uint32_t least_packet = payload == 0 ? 1 : kPayloadInPacket + payload;
+  const uint32_t payload = std::min<uint32_t>(header.payload_length, PERILINK_PACKET_PAYLOAD_SIZE);
+  const uint32_t least_packet = payload == 0 ? 1 : PERILINK_PACKET_PAYLOAD_OFFSET + payload;
   for (const std::string& problem :
-       {CheckLength("a reset command", header.reset.length, 1, kLongestCommand),
-        CheckLength("a start command", header.start.length, 1, kLongestCommand),
-        CheckLength("packets", header.packet.length, least_packet, kLongestPacket)}) {
+       {CheckLength("a reset command", header.reset_command.length, 1, kLongestCommand),
+        CheckLength("a start command", header.start_command.length, 1, kLongestCommand),
+        CheckLength("packets", header.packet_template.length, least_packet,
+                    PERILINK_PACKET_SIZE)}) {
     if (!problem.empty()) return problem;
   }
   return "";
 }
 
-std::string CheckKeys(const UpgradeHeader& header) {
+std::string CheckKeys(const UpgradeFileHeader& header) {
   const struct {
     const char* name;
     const UpgradeText& key;
-  } keys[] = {{"boot-mode input", header.boot_input},
-              {"boot-mode output", header.boot_output},
-              {"normal input", header.normal_input},
-              {"normal output", header.normal_output}};
+  } keys[] = {{"boot-mode input", header.boot_input_key},
+              {"boot-mode output", header.boot_output_key},
+              {"normal input", header.normal_input_key},
+              {"normal output", header.normal_output_key}};
   for (const auto& [name, key] : keys) {
     if (TextOf(key).empty()) return std::string("names no ") + name + " interface";
   }
@@ -96,7 +84,7 @@ std::string CheckSlaveOffset(const UpgradeImage& main, size_t file_size) {
   const uint32_t offset = main.header.slave_offset;
   const std::string place = "the slave image is said to start at byte " + std::to_string(offset);
   if (offset < main.Size()) return place + ", inside the main image";
-  if (offset >= file_size || file_size - offset < kUpgradeBlockSize) {
+  if (offset >= file_size || file_size - offset < PERILINK_UPGRADE_HEADER_SIZE) {
     return place + ", which leaves no room for its header in a file of " +
            std::to_string(file_size) + " bytes";
   }
@@ -104,12 +92,12 @@ std::string CheckSlaveOffset(const UpgradeImage& main, size_t file_size) {
 }
 
 UpgradeImage ReadImage(const std::vector<uint8_t>& file, const char* name, uint32_t offset) {
-  const auto bytes = std::span(file).subspan(offset, kUpgradeBlockSize);
+  const auto bytes = std::span(file).subspan(offset, PERILINK_UPGRADE_HEADER_SIZE);
   UpgradeImage image;
   image.name = name;
   image.offset = offset;
   std::memcpy(&image.header, bytes.data(), sizeof image.header);
-  image.right_checksum = ChecksumOf(bytes, image.header.checked_length);
+  image.right_checksum = Perilink_UpgradeChecksum(bytes.data(), image.header.checked_length);
   return image;
 }
 
@@ -121,17 +109,19 @@ std::string_view TextOf(const UpgradeText& field) {
 }
 
 uint64_t UpgradeImage::Size() const {
-  return kUpgradeBlockSize + uint64_t{header.payload_length};
+  return PERILINK_UPGRADE_HEADER_SIZE + uint64_t{header.payload_length};
 }
 
 uint32_t UpgradeImage::PacketCount() const {
   const uint32_t length = header.payload_length;
-  return 1 + length / kPayloadPerPacket + (length % kPayloadPerPacket != 0 ? 1 : 0);
+  return 1 + length / PERILINK_PACKET_PAYLOAD_SIZE +
+         (length % PERILINK_PACKET_PAYLOAD_SIZE != 0 ? 1 : 0);
 }
 
 uint32_t UpgradeImage::StartAddress() const {
   uint32_t address = 0;
-  for (const uint8_t byte : std::span(header.packet.data).subspan(5, 4))
+  for (const uint8_t byte :
+       std::span(header.packet_template.data).subspan(PERILINK_PACKET_ADDRESS_OFFSET, 4))
     address = address << 8 | byte;
   return address;
 }
@@ -140,9 +130,9 @@ UpgradeFile CheckUpgradeFile(std::vector<uint8_t> bytes) {
   UpgradeFile file;
   file.bytes = std::move(bytes);
   const size_t size = file.bytes.size();
-  if (size < kUpgradeBlockSize) {
+  if (size < PERILINK_UPGRADE_HEADER_SIZE) {
     file.problem = "it has " + std::to_string(size) + " bytes, and the header alone takes " +
-                   std::to_string(kUpgradeBlockSize);
+                   std::to_string(PERILINK_UPGRADE_HEADER_SIZE);
     return file;
   }
   file.images.push_back(ReadImage(file.bytes, "main", 0));
@@ -163,7 +153,7 @@ UpgradeFile ReadUpgradeFile(const std::string& name) {
 
 std::span<const uint8_t> PayloadOf(const UpgradeFile& file, const UpgradeImage& image) {
   const std::span bytes(file.bytes);
-  const size_t start = std::min(bytes.size(), size_t{image.offset} + kUpgradeBlockSize);
+  const size_t start = std::min(bytes.size(), size_t{image.offset} + PERILINK_UPGRADE_HEADER_SIZE);
   return bytes.subspan(start, std::min<size_t>(bytes.size() - start, image.header.payload_length));
 }
 
@@ -173,10 +163,10 @@ void SetNormalKeys(UpgradeFile& file, const std::string& input, const std::strin
     std::fill(std::begin(field), std::end(field), '\0');
     std::copy(key.begin(), key.end(), field);
   };
-  set(image.header.normal_input, input);
-  set(image.header.normal_output, output);
+  set(image.header.normal_input_key, input);
+  set(image.header.normal_output_key, output);
   std::memcpy(file.bytes.data(), &image.header, sizeof image.header);
-  image.right_checksum = ChecksumOf(file.bytes, image.header.checked_length);
+  image.right_checksum = Perilink_UpgradeChecksum(file.bytes.data(), image.header.checked_length);
   image.header.checksum = image.right_checksum;
   std::memcpy(file.bytes.data(), &image.header, sizeof image.header);
 }

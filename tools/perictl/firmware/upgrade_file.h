@@ -10,27 +10,26 @@
 #include <string_view>
 #include <vector>
 
-#include "common/protocol.h"
+#include "perilink/protocol.h"
 
 namespace perictl {
 
-using perilink::tools::UpgradeCommand;
-using perilink::tools::UpgradeHeader;
-using perilink::tools::UpgradeText;
+// Narrow text in the system's code page, which ends at the first zero byte or with the field.
+using UpgradeText = char[PERILINK_UPGRADE_TEXT_SIZE];
 
 std::string_view TextOf(const UpgradeText& field);
 
 struct UpgradeImage {
   std::string name;  // "main" or "slave"
   uint32_t offset = 0;
-  UpgradeHeader header{};
+  UpgradeFileHeader header{};
   uint32_t right_checksum = 0;
 
   bool ChecksumIsRight() const { return header.checksum == right_checksum; }
   uint64_t Size() const;
   uint32_t PacketCount() const;  // with the start packet
   uint32_t StartAddress() const;
-  bool ResetHasEcho() const { return header.reset.data[5] != 0; }
+  bool ResetHasEcho() const { return header.reset_command.data[PERILINK_UPGRADE_ECHO_OFFSET] != 0; }
 };
 
 struct UpgradeFile {

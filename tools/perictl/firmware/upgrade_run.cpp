@@ -5,10 +5,10 @@
 #include <cstring>
 #include <optional>
 
-#include "common/protocol.h"
 #include "exit_codes.h"
 #include "firmware/upgrade_words.h"
 #include "perilink/finder.h"
+#include "perilink/protocol.h"
 #include "perilink/upgrade.h"
 #include "selection/interfaces.h"
 #include "server/inbox.h"
@@ -23,12 +23,6 @@ namespace {
 
 // How often Ctrl-C is looked for.
 constexpr uint32_t kPollMs = 100;
-
-using perilink::tools::kUpgradeDeviceError;
-using perilink::tools::kUpgradeNotice;
-using perilink::tools::kUpgradeProgress;
-using perilink::tools::kUpgradeResult;
-using perilink::tools::kUpgradeSuccess;
 
 // Between the upgrade thread, which fills it, and the command's.
 Inbox<UpgradeEvent>& Events() {
@@ -52,23 +46,24 @@ size_t CountInterfaces(const UpgradeText& key) {
 // The library waits long for a device, or ends without a word when of two devices neither is where
 // the upgrade could begin.
 void RequireDevice(const UpgradeFile& file) {
-  const UpgradeHeader& main = file.images.front().header;
-  const std::string boot = "in boot mode ('" + SafeText(TextOf(main.boot_input)) + "')";
+  const UpgradeFileHeader& main = file.images.front().header;
+  const std::string boot = "in boot mode ('" + SafeText(TextOf(main.boot_input_key)) + "')";
   if (file.images.size() == 1) {
-    for (const auto* key :
-         {&main.normal_input, &main.normal_output, &main.boot_input, &main.boot_output}) {
+    for (const auto* key : {&main.normal_input_key, &main.normal_output_key, &main.boot_input_key,
+                            &main.boot_output_key}) {
       if (CountInterfaces(*key) > 0) return;
     }
     throw Failure(ExitCode::kNoDevice, "no device that the file is for is plugged in, neither " +
                                            boot + " nor in normal mode ('" +
-                                           SafeText(TextOf(main.normal_input)) + "')");
+                                           SafeText(TextOf(main.normal_input_key)) + "')");
   }
-  const UpgradeHeader& slave = file.images.back().header;
-  if (CountInterfaces(slave.normal_input) == 1 && CountInterfaces(slave.normal_output) == 1) return;
-  if (CountInterfaces(main.boot_input) > 0) return;
-  throw Failure(ExitCode::kNoDevice, "neither the main device " + boot +
-                                         " nor one slave device in normal mode ('" +
-                                         SafeText(TextOf(slave.normal_input)) + "') is plugged in");
+  const UpgradeFileHeader& slave = file.images.back().header;
+  if (CountInterfaces(slave.normal_input_key) == 1 && CountInterfaces(slave.normal_output_key) == 1)
+    return;
+  if (CountInterfaces(main.boot_input_key) > 0) return;
+  throw Failure(ExitCode::kNoDevice,
+                "neither the main device " + boot + " nor one slave device in normal mode ('" +
+                    SafeText(TextOf(slave.normal_input_key)) + "') is plugged in");
 }
 
 Json ToJson(const UpgradeEvent& event, const char* name, const std::string& text) {
@@ -135,7 +130,7 @@ void Upgrade::Run() {
 bool Upgrade::Take(const UpgradeEvent& event) {
   quiet_since_ms_ = GetTickCount64();
   switch (event.kind) {
-    case kUpgradeProgress: {
+    case PERILINK_UPGRADE_PROGRESS: {
       const int tenth = percent_ / 10;
       percent_ = event.code;
       const bool told = !bar_ && percent_ / 10 > tenth;
@@ -143,12 +138,12 @@ bool Upgrade::Take(const UpgradeEvent& event) {
            {{"event", "progress"}, {"percent", percent_}});
       return false;
     }
-    case kUpgradeNotice: {
+    case PERILINK_UPGRADE_NOTICE: {
       const std::string text = NoticeText(event, every_reset_is_echoed_);
       Tell(text, ToJson(event, "notice", text));
       return false;
     }
-    case kUpgradeResult:
+    case PERILINK_UPGRADE_RESULT:
       return TakeResult(event);
     default:
       return false;
@@ -156,13 +151,13 @@ bool Upgrade::Take(const UpgradeEvent& event) {
 }
 
 bool Upgrade::TakeResult(const UpgradeEvent& result) {
-  if (result.code == kUpgradeDeviceError) {
+  if (result.code == PERILINK_UPGRADE_RESULT_DEVICE_ERROR) {
     device_error_ = result.arg1;
     const std::string text = "the device reports error " + std::to_string(result.arg1);
     Tell(text, ToJson(result, "device-error", text));
     return false;
   }
-  if (result.code == kUpgradeSuccess) {
+  if (result.code == PERILINK_UPGRADE_RESULT_SUCCESS) {
     const std::string text = "the upgrade has succeeded";
     Tell(text, ToJson(result, "success", text));
     return true;

@@ -1,13 +1,9 @@
 #include "firmware/upgrade_words.h"
 
-#include "common/protocol.h"
+#include "perilink/protocol.h"
 
 namespace perictl {
 namespace {
-
-using perilink::tools::kBootMode;
-using perilink::tools::kReadyForDownload;
-using perilink::tools::kStatusEnd;
 
 constexpr char kAgain[] = "; start the upgrade again, the device is found in boot mode too";
 
@@ -35,17 +31,18 @@ UpgradeOutcome TimedOut(const UpgradeEvent& result) {
 }  // namespace
 
 std::string NoticeText(const UpgradeEvent& notice, bool every_reset_is_echoed) {
-  if (notice.code == kBootMode && notice.arg1 == 1) {
+  if (notice.code == PERILINK_UPGRADE_NOTICE_BOOT && notice.arg1 == 1) {
     return "the device acknowledged its reset command";
   }
-  if (notice.code == kBootMode && notice.arg1 == 2) {
+  if (notice.code == PERILINK_UPGRADE_NOTICE_BOOT && notice.arg1 == 2) {
     return every_reset_is_echoed ? "the device is in boot mode"
                                  : "the reset command was sent, or the device is in boot mode";
   }
-  if (notice.code == kReadyForDownload && notice.arg1 == 3) {
+  if (notice.code == PERILINK_UPGRADE_NOTICE_DOWNLOAD && notice.arg1 == 3) {
     return "the device is ready for the download";
   }
-  if (notice.code == kStatusEnd) return "the device reports that it has the whole firmware";
+  if (notice.code == PERILINK_UPGRADE_NOTICE_END)
+    return "the device reports that it has the whole firmware";
   return "the device reports status " + std::to_string(notice.code) + ", detail " +
          std::to_string(notice.arg1);
 }

@@ -9,6 +9,7 @@
 #include <iterator>
 #include <optional>
 
+#include "perilink/protocol.h"
 #include "perilink_platform/registry.h"
 #include "perilink_platform/world.h"
 #include "sim/keyboard.h"
@@ -26,7 +27,7 @@ namespace sim = perilink::sim;
 void RefusePacket(sim::Exchange& exchange) {
   exchange.replies.resize(1);
   sim::Bytes& report = exchange.replies[0].report;
-  report = {report[0], 0x5A, 0xA5, sim::BootLoader::kBadPacket};
+  report = {report[0], PERILINK_BOOT_ERROR, PERILINK_BOOT_ERROR_MARK, sim::BootLoader::kBadPacket};
 }
 
 // What can happen to a device, at the start or at a time.

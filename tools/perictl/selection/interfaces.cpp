@@ -3,8 +3,8 @@
 #include <charconv>
 
 #include "common/ascii.h"
-#include "common/protocol.h"
 #include "perilink/finder.h"
+#include "perilink/protocol.h"
 #include "system.h"
 
 namespace perictl {
@@ -67,7 +67,8 @@ std::optional<perilink::tools::DeviceId> IdOf(const std::string& path) {
 }
 
 bool TakesCommands(const std::string& path) {
-  return HoldsKey(path, perilink::tools::kCommandInterfaceKey);
+  static_assert(PERILINK_DEFAULT_INTERFACE == 1 && PERILINK_DEFAULT_COLLECTION == 5);
+  return HoldsKey(path, "mi_01&col05");
 }
 
 bool HoldsKey(const std::string& path, const std::string& key) {

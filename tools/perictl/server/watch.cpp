@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "cli/command_line.h"
-#include "common/protocol.h"
 #include "device/facts.h"
 #include "device/online.h"
+#include "perilink/protocol.h"
 #include "perilink/server.h"
 #include "perilink/usb_changed.h"
 #include "selection/interfaces.h"
@@ -227,15 +227,15 @@ void Watch::TakeLink(Link link) {
 
 void Watch::Take(const ServerReport& report) {
   heard_at_ms_ = Elapsed();
-  if (report.frame.command == tools::kReadOnline && !report.data.empty()) {
+  if (report.frame.command == PERILINK_COMMAND_ON_LINE && !report.data.empty()) {
     TakeLink(report.data[0] != 0 ? Link::kOnline : Link::kAsleep);
-  } else if (report.frame.command == tools::kReadBattery &&
+  } else if (report.frame.command == PERILINK_COMMAND_BATTERY_LEVEL &&
              report.data.size() >= sizeof(BatteryLevel)) {
     BatteryLevel battery{};
     GetDeviceBatteryStatus(report.data.data(), &battery);
     battery_known_ = true;
     Tell("battery", BatteryText(battery), BatteryJson(battery));
-  } else if (options_.status && report.frame.command == tools::kStatusEvent &&
+  } else if (options_.status && report.frame.command == PERILINK_COMMAND_EVENT &&
              !report.data.empty()) {
     DeviceStatus status{};
     GetDeviceStatusChanged(report.data.data(), &status);
