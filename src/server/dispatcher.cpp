@@ -46,8 +46,10 @@ void Dispatcher::HandleEvent(const CommandFrame& report) {
 
 Dispatcher::Taken Dispatcher::TakeAnswer(const CommandFrame& report, Answer& answer) {
   ServerState::Queues queues = state_.LockQueues();
-  if (queues.commands.Empty() || !AnswersHead(report, queues.commands.Head()))
+  if (queues.commands.Empty() || !AnswersHead(report, queues.commands.Head())) {
+    if (report.command == PERILINK_COMMAND_READ_MEMORY) echo_.Hear(RangeOf(report));
     return Taken::kNothing;
+  }
   QueueEntry& head = queues.commands.Head();
 
   // A device acknowledges a write by echoing it exactly. Anything else and it is written again.

@@ -30,17 +30,18 @@ class AddressEcho {
   // `patience`: how many short answers to a read are not taken.
   explicit AddressEcho(int patience) : patience_(patience) {}
 
-  // Takes an answer to a read of `asked`, the read that was written last. An answer that names the
-  // address of that read or of the one before, other than 0, proves the echo. 0 proves nothing: it
-  // is what a device without an echo says.
+  // Takes an answer that nothing awaits. It may be the one to a read that another program's answer
+  // was taken for.
+  void Hear(const ReadRange& answered) { LookForEcho(answered.address); }
+
+  // Takes an answer to a read of `asked`, the read that was written last.
   AddressMatch Judge(const ReadRange& asked, const ReadRange& answered) {
     if (asked.address != asked_) {
       asked_before_ = asked_;
       asked_ = asked.address;
       shorts_ = 0;
     }
-    if (answered.address != 0 && (answered.address == asked_ || answered.address == asked_before_))
-      known_ = true;
+    LookForEcho(answered.address);
     if (answered.address != asked_)
       return known_ ? AddressMatch::kForeign : AddressMatch::kUnproven;
     if (answered.length >= asked.length || answers_short_) return AddressMatch::kRight;
@@ -53,6 +54,12 @@ class AddressEcho {
   bool known() const { return known_; }
 
  private:
+  // The address of the last read or of the one before, other than 0, proves the echo. 0 proves
+  // nothing: it is what a device without an echo says.
+  void LookForEcho(uint16_t address) {
+    known_ = known_ || (address != 0 && (address == asked_ || address == asked_before_));
+  }
+
   uint16_t asked_ = 0;
   uint16_t asked_before_ = 0;
   bool known_ = false;

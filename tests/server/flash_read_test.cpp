@@ -6,6 +6,7 @@
 
 #include "server_fixture.h"
 
+#include "commands/layer_keys.h"
 #include "perilink/finder.h"
 #include "perilink/protocol_data.h"
 #include "protocol/image.h"
@@ -157,20 +158,26 @@ TEST_F(FlashRead, AReadThatBreaksOffReportsNothingAndTheNextSucceeds) {
   }
 }
 
-// Answers that come after their frame was written again, come twice, or answer a direct command's
-// read: each at each place of a read, from address 0, which a device without an echo names too.
+// Answers that come after their frame was written again, come twice, answer a direct command's read
+// or those of a layer, always ahead: each at each place of a read, from address 0, which a device
+// without an echo names too.
 TEST_F(FlashRead, AnswersOfOtherReadsShiftNothing) {
-  enum Fault { kLate, kTwice, kDirect };
-  for (const Fault fault : {kLate, kTwice, kDirect}) {
+  enum Fault { kLate, kTwice, kDirect, kLayer };
+  for (const Fault fault : {kLate, kTwice, kDirect, kLayer}) {
     for (const uint16_t address : {uint16_t{0}, uint16_t{0x30}}) {
       for (uint64_t at = 1; at <= 5; ++at) {
         StartOnMouse();
         if (fault == kLate) mouse.faults().AnswerAfter(sim::At(at), 100'900);
         if (fault == kTwice) mouse.faults().Duplicate(sim::At(at));
+        mouse.firmware().options().latency_micros = fault == kLayer ? 2'800 : 1'000;
         UsbServer_ReadFalshData(address, 200, 0);
         if (fault == kDirect) {
           Sleep(static_cast<DWORD>(9 * at - 1));
           EXPECT_EQ(UsbFinder_GetCurrentDPI(mouse.CommandPath()), mouse.flash()[4]) << at;
+        }
+        if (fault == kLayer) {
+          Sleep(static_cast<DWORD>(at));
+          EXPECT_EQ(LoadLayerKeys(mouse.CommandPath(), 1).size(), 512u);
         }
         WaitForCallbacks(1);
         const auto expected = mouse.flash().bytes().subspan(address, 200);

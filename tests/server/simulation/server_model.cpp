@@ -141,10 +141,14 @@ void ServerModel::OnEvent(const CommandFrame& report) {
 void ServerModel::OnAnswer(const Sent& sent) {
   before_report_ = queue_;
   LookForTimeout();
-  if (!queue_.awaited || queue_.frames.front().frame.command != sent.report.command) return;
+  const bool reads = sent.report.command == PERILINK_COMMAND_READ_MEMORY;
+  if (!queue_.awaited || queue_.frames.front().frame.command != sent.report.command) {
+    if (reads) LookForEcho(FrameAddress(sent.report));
+    return;
+  }
   std::optional<bool> unproven = false;
   if (sent.report.command == PERILINK_COMMAND_WRITE_MEMORY && !IsEcho(sent)) return;
-  if (sent.report.command == PERILINK_COMMAND_READ_MEMORY) unproven = JudgeRead(sent);
+  if (reads) unproven = JudgeRead(sent);
   if (!unproven) return;
   queue_.answered.push_back({queue_.frames.front(), sent, *unproven});
   queue_.frames.pop_front();
@@ -170,6 +174,10 @@ bool ServerModel::IsEcho(const Sent& sent) {
   return true;
 }
 
+void ServerModel::LookForEcho(uint16_t answer) {
+  echoes_ = echoes_ || (answer != 0 && (answer == asked_ || answer == asked_before_));
+}
+
 std::optional<bool> ServerModel::JudgeRead(const Sent& sent) {
   const uint16_t asked = FrameAddress(queue_.frames.front().frame);
   const uint16_t answer = FrameAddress(sent.report);
@@ -177,7 +185,7 @@ std::optional<bool> ServerModel::JudgeRead(const Sent& sent) {
     asked_before_ = std::exchange(asked_, asked);
     shorts_ = 0;
   }
-  echoes_ = echoes_ || (answer != 0 && (answer == asked_ || answer == asked_before_));
+  LookForEcho(answer);
   const bool doubtful = std::any_of(queue_.answered.begin(), queue_.answered.end(),
                                     [](const Answered& it) { return it.unproven; });
   if (echoes_ && doubtful) {  // all of it is asked again

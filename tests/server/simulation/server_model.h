@@ -80,6 +80,7 @@ class ServerModel {
   void OnAnswer(const Sent& sent);
   void LookForTimeout();
   bool IsEcho(const Sent& sent);
+  void LookForEcho(uint16_t answer);
   // None: it isn't the head's answer. Otherwise whether it may be another read's.
   std::optional<bool> JudgeRead(const Sent& sent);
   void CompleteRequest();

@@ -354,9 +354,12 @@ void Watch::CheckTimes() {
         late(std::max(handle.inbox.since_micros(), free_micros_)))
       Broken("a report is left unread");
     // It shows when the next answer is overdue. Or else, a sleep later each: a report that came
-    // before is taken, a read can't be posted, and the device is looked for.
+    // before is taken, a read can't be posted, and the device is looked for. One that could not be
+    // opened for reading is looked for once a second.
     const uint64_t gone = handle.device->gone_micros();
-    if (gone != 0 && late(std::max(gone, ready.value_or(0)) + 3'000 * longest_sleep_ms_))
+    const uint64_t unread_micros = Has(Role::kServerInput) ? 0 : 1'000'000;
+    if (gone != 0 &&
+        late(std::max(gone, ready.value_or(0)) + 3'000 * longest_sleep_ms_ + unread_micros))
       Broken("a device has gone, and nobody has noticed");
   }
 }
