@@ -1,6 +1,7 @@
 #include "hidraw/sysfs_node.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -77,31 +78,63 @@ DeviceNotice NoticeOf(const HidAttributes& ids, const std::string& place,
   return {std::wstring(name.begin(), name.end()), folder};
 }
 
-// The USB interface and the USB device above a HID device; empty for those of other buses.
-struct UsbParents {
-  fs::path interface_folder;
-  fs::path device_folder;
+// The folder's number: none is given a second time, though a device that comes to the place of
+// another one gets a folder of the same name.
+std::optional<ino_t> NumberOf(const fs::path& folder) {
+  struct stat status {};
+  return stat(folder.c_str(), &status) == 0 ? std::optional(status.st_ino) : std::nullopt;
+}
+
+// What a whole USB device says.
+struct UsbDevice {
+  ino_t number = 0;
+  unsigned long interfaces = 0;  // 0: it is none
+  uint16_t version = 0;
+  DeviceNotice notice;
 };
 
-UsbParents FindUsbParents(const fs::path& hid) {
-  UsbParents parents;
+UsbDevice ReadUsbDevice(const fs::path& folder, ino_t number) {
+  UsbDevice device;
+  device.number = number;
+  device.interfaces = ReadNumber(folder / "bNumInterfaces", 10);
+  if (device.interfaces == 0) return device;
+  device.version = static_cast<uint16_t>(ReadNumber(folder / "bcdDevice", 16));
+  device.notice =
+      UsbNotice(folder, ValueOf(ReadAttribute(folder / "uevent").value_or(""), "PRODUCT"));
+  return device;
+}
+
+// A HID device's place on a USB bus.
+struct UsbPlace {
+  fs::path interface_folder;  // empty on another bus
+  unsigned long interface_number = 0;
+  UsbDevice device;
+};
+
+// `seen` is the device that was read last: one that has many nodes is read once.
+UsbPlace FindUsbPlace(const fs::path& hid, UsbDevice& seen) {
+  UsbPlace place;
   for (fs::path above = hid.parent_path(); above.has_relative_path(); above = above.parent_path()) {
-    std::error_code ignored;
-    if (parents.interface_folder.empty()) {
-      if (fs::exists(above / "bInterfaceNumber", ignored)) parents.interface_folder = above;
-    } else if (fs::exists(above / "bNumInterfaces", ignored)) {
-      parents.device_folder = above;
-      return parents;
+    if (place.interface_folder.empty()) {
+      const std::optional<std::string> number = ReadAttribute(above / "bInterfaceNumber");
+      if (!number) continue;
+      place.interface_folder = above;
+      place.interface_number = std::strtoul(number->c_str(), nullptr, 16);
+      continue;
     }
+    const std::optional<ino_t> number = NumberOf(above);
+    if (!number) return {};
+    if (seen.interfaces == 0 || seen.number != *number) seen = ReadUsbDevice(above, *number);
+    if (seen.interfaces == 0) continue;
+    place.device = seen;
+    return place;
   }
   return {};
 }
 
 // "&mi_01" of a device with several interfaces.
-std::string InterfaceText(const UsbParents& usb) {
-  if (usb.device_folder.empty() || ReadNumber(usb.device_folder / "bNumInterfaces", 10) < 2)
-    return "";
-  return "&mi_" + Printed("%02lu", ReadNumber(usb.interface_folder / "bInterfaceNumber", 16));
+std::string InterfaceText(const UsbPlace& usb) {
+  return usb.device.interfaces < 2 ? "" : "&mi_" + Printed("%02lu", usb.interface_number);
 }
 
 }  // namespace
@@ -127,7 +160,9 @@ DeviceNotice UsbNotice(const std::string& folder, const std::string& product) {
                   folder);
 }
 
-std::optional<SysfsNode> DescribeNode(const fs::path& link) {
+namespace {
+
+std::optional<SysfsNode> Describe(const fs::path& link, UsbDevice& seen) {
   std::error_code error;
   const fs::path target = fs::read_symlink(link, error);
   const fs::path folder = error ? link : (link.parent_path() / target).lexically_normal();
@@ -149,32 +184,35 @@ std::optional<SysfsNode> DescribeNode(const fs::path& link) {
   node.attributes.product_id = static_cast<uint16_t>(product_id);
   node.descriptor = ParseReportDescriptor(
       {reinterpret_cast<const uint8_t*>(descriptor->data()), descriptor->size()});
-  const UsbParents usb = bus == kUsbBus ? FindUsbParents(hid) : UsbParents{};
+  const UsbPlace usb = bus == kUsbBus ? FindUsbPlace(hid, seen) : UsbPlace{};
   // Devices that a driver makes of one interface's reports share that interface, and have places of
   // their own.
   node.place = usb.interface_folder == hid.parent_path()
                    ? usb.interface_folder.string()
                    : ValueOf(*uevent, "HID_PHYS") + ValueOf(*uevent, "HID_UNIQ");
   if (node.place.empty()) node.place = hid;
-  if (!usb.device_folder.empty()) {
-    node.attributes.version =
-        static_cast<uint16_t>(ReadNumber(usb.device_folder / "bcdDevice", 16));
-    node.device =
-        UsbNotice(usb.device_folder,
-                  ValueOf(ReadAttribute(usb.device_folder / "uevent").value_or(""), "PRODUCT"));
-  }
+  node.attributes.version = usb.device.version;
+  node.device = usb.device.notice;
   node.hardware = IdText(node.attributes) + InterfaceText(usb);
   NamePaths(node);
   // What was read of a device that went meanwhile is not to be relied on.
   return fs::exists(folder, error) ? std::optional(std::move(node)) : std::nullopt;
 }
 
+}  // namespace
+
+std::optional<SysfsNode> DescribeNode(const fs::path& folder) {
+  UsbDevice seen;
+  return Describe(folder, seen);
+}
+
 std::vector<SysfsNode> DescribeAllNodes(const fs::path& sys) {
   std::vector<SysfsNode> nodes;
+  UsbDevice seen;
   std::error_code error;
   for (fs::directory_iterator entry(sys / "class" / "hidraw", error), end; !error && entry != end;
        entry.increment(error)) {
-    if (std::optional<SysfsNode> node = DescribeNode(entry->path()))
+    if (std::optional<SysfsNode> node = Describe(entry->path(), seen))
       nodes.push_back(*std::move(node));
   }
   return nodes;
