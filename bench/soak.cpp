@@ -122,10 +122,11 @@ class Host {
     if (tick % kCommandTicks == 0 && plugged_) AskVersion();
     if (tick % kEventTicks == 0) mouse_.SendEvent(0x05);
     // What is queued is written before the device goes or is read.
-    const bool settles = tick % kReplugTicks > kReplugTicks - kUpdateTicks;
+    const int of_replug = tick % kReplugTicks;
+    const bool settles = of_replug == 0 || of_replug > kReplugTicks - kUpdateTicks;
     if (plugged_ && !settles && of_minute < kReadTick - kUpdateTicks && tick % kUpdateTicks == 0)
       Update(tick);
-    if (!reads) Replug(tick % kReplugTicks);
+    if (!reads) Replug(of_replug);
   }
 
   // Gone for two seconds.
@@ -143,7 +144,7 @@ class Host {
   void AskVersion() {
     const int32_t version = UsbFinder_GetVersion(mouse_.CommandPath());
     ++commands_;
-    wrong_ += version != 0 && version != mouse_.firmware().options().version;
+    Require(version == 0 || version == mouse_.firmware().options().version, "another version");
   }
 
   void Update(int tick) {
@@ -169,18 +170,22 @@ class Host {
     }
     const std::lock_guard lock(image_mutex);
     ++reads_;
-    if (image.empty()) {
-      std::printf("a full read has not ended\n");
-      ++wrong_;
-      return;
-    }
+    Require(!image.empty(), "a full read has not ended");
+    if (image.empty()) return;
     const auto held = std::make_unique<ProtocolData>();
     const auto read = std::make_unique<ProtocolData>();
     ProtocolDataParser(flash.data(), held.get());
     ProtocolDataParser(image.data(), read.get());
-    wrong_ += std::memcmp(held.get(), read.get(), sizeof(ProtocolData)) != 0;
-    if (reads_ > 1) wrong_ += read->report_rate != record_.report_rate;
+    Require(std::memcmp(held.get(), read.get(), sizeof(ProtocolData)) == 0,
+            "an image is not what the device holds");
+    Require(reads_ == 1 || read->report_rate == record_.report_rate, "an update was not written");
     record_ = *read;
+  }
+
+  void Require(bool holds, const char* what) {
+    if (holds) return;
+    ++wrong_;
+    std::printf("%s\n", what);
   }
 
   void Tell(int minute) {

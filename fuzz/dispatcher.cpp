@@ -138,6 +138,8 @@ void Session::Deliver(CommandFrame report) {
     }
     is_short = match == AddressMatch::kShort;
     unproven_ = unproven_ || match == AddressMatch::kUnproven;
+  } else if (report.command == PERILINK_COMMAND_READ_MEMORY) {
+    echo_.Hear({FrameAddress(report), FrameDataLength(report)});
   }
   const bool is_echo =
       report.command != PERILINK_COMMAND_WRITE_MEMORY || SameFrame(report, head.frame);
