@@ -100,8 +100,8 @@ TEST_F(FilesTest, WhatIsNotToBeWrittenStaysAndTheReasonIsTold) {
   }
   EXPECT_EQ(Read("file"), "kept");
   EXPECT_EQ(Read("readonly"), "kept");
-  EXPECT_FALSE(CreateFile(At("file"), "lost"));
-  EXPECT_FALSE(CreateFile(At("circle"), "lost"));
+  EXPECT_FALSE(CreateNewFile(At("file"), "lost"));
+  EXPECT_FALSE(CreateNewFile(At("circle"), "lost"));
   EXPECT_EQ(FileReason(ENOSPC, true), "the disk is full");
 }
 
@@ -112,7 +112,7 @@ TEST_F(FilesTest, AFileThatCannotBeWrittenWholeIsNotWritten) {
   const rlimit limit{1000, RLIM_INFINITY};
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
   EXPECT_NE(WhyNot([&] { WriteWholeFile(At("file"), std::string(2000, 'x')); }), "");
-  EXPECT_NE(WhyNot([&] { CreateFile(At("new"), std::string(2000, 'x')); }), "");
+  EXPECT_NE(WhyNot([&] { CreateNewFile(At("new"), std::string(2000, 'x')); }), "");
   EXPECT_EQ(Read("file"), "kept");
   EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 1);
 }

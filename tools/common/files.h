@@ -35,7 +35,7 @@ void WriteWholeFile(const std::string& name, const std::string& content,
 void RequireWritable(const std::string& name, Links links = Links::kOwnAreFollowed);
 
 // Writes a new file that only this user can read; false when there is one already.
-bool CreateFile(const std::string& name, const std::string& content);
+bool CreateNewFile(const std::string& name, const std::string& content);
 
 // Holds a file, which must be there, against other processes that do the same.
 class FileLock {

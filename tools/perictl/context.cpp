@@ -88,7 +88,7 @@ void LoadMemory(Context& context) {
   tools::RequireWritable(name);
   if (!std::filesystem::exists(name)) {
     const std::vector<uint8_t> image = VirtualMemory();
-    tools::CreateFile(name, std::string(image.begin(), image.end()));
+    tools::CreateNewFile(name, std::string(image.begin(), image.end()));
   }
   context.memory_lock = std::make_unique<tools::FileLock>(name);
   context.memory_before = tools::ReadWholeFile(name, PERILINK_FLASH_IMAGE_SIZE);

@@ -196,7 +196,7 @@ void RequireWritable(const std::string& name, Links links) {
   if (file.error() != 0) FailToWrite(name, file.error());
 }
 
-bool CreateFile(const std::string& name, const std::string& content) {
+bool CreateNewFile(const std::string& name, const std::string& content) {
   const Target target{name, false, {}};
   const NewFile file(target);
   if (file.error() != 0) FailToWrite(name, file.error());

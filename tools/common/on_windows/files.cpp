@@ -1,8 +1,6 @@
 #include "common/files.h"
 
 #include <windows.h>
-// windows.h makes macros of these names.
-#undef CreateFile
 
 #include <chrono>
 #include <cstdlib>
@@ -115,7 +113,7 @@ void RequireWritable(const std::string& name, Links) {
   const NewFile file(name);
 }
 
-bool CreateFile(const std::string& name, const std::string& content) {
+bool CreateNewFile(const std::string& name, const std::string& content) {
   NewFile file(name);
   file.Write(name, content);
   if (file.Become(name, 0)) return true;

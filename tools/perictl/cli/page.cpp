@@ -8,7 +8,7 @@
 namespace perictl {
 namespace {
 
-OptionText TextOf(const CLI::Option& option) {
+OptionText OptionTextOf(const CLI::Option& option) {
   OptionText text;
   if (option.get_positional()) {
     text.names = {option.get_name(true)};
@@ -33,7 +33,7 @@ std::vector<OptionText> OptionsIn(const CLI::App& app, const std::string& group)
   for (const CLI::Option* option : app.get_options()) {
     if (option->get_positional() || option->get_group() != group) continue;
     if (option == app.get_help_ptr() && app.get_parent() != nullptr) continue;
-    options.push_back(TextOf(*option));
+    options.push_back(OptionTextOf(*option));
   }
   return options;
 }
@@ -157,7 +157,7 @@ CommandPage PageOf(const CommandLine& line, const CLI::App& command) {
   page.text = &line.TextOf(command);
   page.is_root = command.get_parent() == nullptr;
   for (const CLI::Option* option : command.get_options()) {
-    if (option->get_positional()) page.operands.push_back(TextOf(*option));
+    if (option->get_positional()) page.operands.push_back(OptionTextOf(*option));
   }
   for (const CLI::App* app = &command; app != nullptr; app = app->get_parent())
     AddGroups(*app, page.groups);

@@ -37,7 +37,7 @@ std::string KeepInStateFolder(const std::string& name, const std::string& ending
   for (int number = 1; number < kMostOfASecond; ++number) {
     const std::string suffix = number == 1 ? "" : "-" + std::to_string(number);
     const std::string file = (folder / (start + suffix + ending)).string();
-    if (tools::CreateFile(file, content)) return file;
+    if (tools::CreateNewFile(file, content)) return file;
   }
   throw Failure(ExitCode::kFile, folder.string() + ": too many backups at once");
 }

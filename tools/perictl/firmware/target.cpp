@@ -14,7 +14,7 @@ namespace {
 
 constexpr uint8_t kLowBattery = 20;
 
-std::string Key(const UpgradeText& field) {
+std::string KeyText(const UpgradeText& field) {
   return std::string(TextOf(field));
 }
 
@@ -32,8 +32,8 @@ std::string InterfaceWith(const std::vector<std::string>& paths, const std::stri
 
 bool IsFor(const UpgradeFile& file, const DeviceEntry& device) {
   const UpgradeFileHeader& header = NormalHeader(file);
-  return !InterfaceWith(device.interfaces, Key(header.normal_input_key)).empty() ||
-         !InterfaceWith(device.interfaces, Key(header.normal_output_key)).empty();
+  return !InterfaceWith(device.interfaces, KeyText(header.normal_input_key)).empty() ||
+         !InterfaceWith(device.interfaces, KeyText(header.normal_output_key)).empty();
 }
 
 // What of a path no other interface's has: "vid_1234&pid_abcd&mi_01&col05#7&1a2b3c4d&0&0004".
@@ -60,11 +60,11 @@ void TellApart(UpgradeFile& file, const DeviceEntry& device) {
   const UpgradeFileHeader& header = NormalHeader(file);
   const std::vector<std::string> all = AllInterfaces();
   const auto matching = std::count_if(all.begin(), all.end(), [&](const std::string& path) {
-    return HoldsKey(path, Key(header.normal_input_key));
+    return HoldsKey(path, KeyText(header.normal_input_key));
   });
   if (matching <= 1) return;
-  const std::string input = InterfaceWith(device.interfaces, Key(header.normal_input_key));
-  const std::string output = InterfaceWith(device.interfaces, Key(header.normal_output_key));
+  const std::string input = InterfaceWith(device.interfaces, KeyText(header.normal_input_key));
+  const std::string output = InterfaceWith(device.interfaces, KeyText(header.normal_output_key));
   if (!input.empty() && !output.empty()) NarrowTo(file, input, output);
 }
 
@@ -104,7 +104,7 @@ UpgradeTarget FindUpgradeTarget(const Context& context, UpgradeFile& file, bool 
     target.device = fitting.front();
     TellApart(file, *target.device);
   } else if (const std::string boot =
-                 InterfaceWith(SelectedInterfaces(context), Key(main.boot_input_key));
+                 InterfaceWith(SelectedInterfaces(context), KeyText(main.boot_input_key));
              !boot.empty()) {
     target.boot_path = boot;
     return target;
@@ -113,14 +113,15 @@ UpgradeTarget FindUpgradeTarget(const Context& context, UpgradeFile& file, bool 
     throw Failure(ExitCode::kNoDevice,
                   "no device that the file is for" + (what.empty() ? "" : " " + what) +
                       " is plugged in, neither in normal mode ('" +
-                      Key(NormalHeader(file).normal_input_key) + "') nor in boot mode ('" +
-                      Key(main.boot_input_key) + "')");
+                      KeyText(NormalHeader(file).normal_input_key) + "') nor in boot mode ('" +
+                      KeyText(main.boot_input_key) + "')");
   } else {
     if (selected.size() > 1) FailSeveral(selected);
     if (!force) {
-      throw Failure(ExitCode::kDeclined,
-                    "the file is for '" + Key(NormalHeader(file).normal_input_key) + "', which " +
-                        selected.front().Title() + " is not; --force takes it all the same");
+      throw Failure(ExitCode::kDeclined, "the file is for '" +
+                                             KeyText(NormalHeader(file).normal_input_key) +
+                                             "', which " + selected.front().Title() +
+                                             " is not; --force takes it all the same");
     }
     target.device = selected.front();
     target.forced = true;

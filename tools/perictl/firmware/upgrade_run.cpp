@@ -22,7 +22,7 @@ namespace perictl {
 namespace {
 
 // How often Ctrl-C is looked for.
-constexpr uint32_t kPollMs = 100;
+constexpr uint32_t kInterruptPollMs = 100;
 
 // Between the upgrade thread, which fills it, and the command's.
 Inbox<UpgradeEvent>& Events() {
@@ -119,7 +119,7 @@ void Upgrade::Run() {
   }
   if (bar_) bar_->Show(0);
   while (true) {
-    const std::optional<UpgradeEvent> event = Events().Next(kPollMs);
+    const std::optional<UpgradeEvent> event = Events().Next(kInterruptPollMs);
     if (event && Take(*event)) return;
     if (!event) RequireLife();
     TellInterruption();
