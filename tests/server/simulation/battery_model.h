@@ -1,9 +1,6 @@
-// The smoothing of the battery level, once more: what polls, events and the passing of time lead
-// to.
-//
-// The model follows the optimiser step by step. It sees the polls and their answers, the levels
-// that the host gets and those that are saved. A step that tells nobody anything shows in the
-// timers alone.
+// What holds for the smoothed battery level, whatever the smoothing makes of it: when the device is
+// polled and what for, what the host is told, and what is saved. Which level comes of which reading
+// is for the optimiser's own tests.
 #ifndef PERILINK_TESTS_SERVER_SIMULATION_BATTERY_MODEL_H_
 #define PERILINK_TESTS_SERVER_SIMULATION_BATTERY_MODEL_H_
 
@@ -12,7 +9,6 @@
 #include <optional>
 #include <string>
 
-#include "battery/battery_steps.h"
 #include "perilink/records.h"
 
 namespace perilink::testing {
@@ -22,21 +18,16 @@ class BatteryModel {
   // ---- What hosts set: called with the export ------------------------------------------------
 
   void SetEnabled(uint8_t enabled);
-  void SetParam(uint8_t jump, uint32_t step_ms, uint32_t near_full_ms);
-  void SetSection(const uint32_t* voltages);
-  void SetLastBattery(int32_t elapsed_seconds, uint8_t level);
   void SetDriverStatus(uint8_t status);
-  void Restart() { state_.first_reading_done = false; }
   void Exit() { exit_requested_ = true; }
   void Start() {
     exit_requested_ = false;
     left_ = true;
   }
-  bool enabled() const { return enabled_ != 0; }
+  bool enabled() const { return host_.enabled; }
 
   // ---- What the server's thread does ---------------------------------------------------------
 
-  void OnLoopBegin() { ended_ = false; }
   void OnConnected();
   // A poll has two questions, and opens the device twice for each.
   void OnPollOpened();
@@ -50,65 +41,55 @@ class BatteryModel {
   void OnSaved(const std::wstring& name, const std::wstring& text);
   void OnLoopEnd();
 
-  // Between two steps: what had to be done is done, and the optimiser is where it must be. The
-  // thread has not slept since `free_since_ms`.
+  // Between two steps: what had to be done is done. The thread has not slept since `free_since_ms`.
   void Check(uint64_t free_since_ms);
-  // A failed allocation has cut a step short: the optimiser is right.
-  void Adopt();
+  // A failed allocation has cut a step short: nothing is awaited, anything may be told.
+  void OnShortage();
 
  private:
   struct Poll {
     bool for_event = false;
-    uint8_t charging_before = 0;
+    uint64_t words = 0;
     int opens = 0;
     int writes = 0;  // of the present question
     CommandFrame question{};
     std::array<std::optional<CommandFrame>, 2> answers;
   };
+  // What hosts have said, now and as it was when the step under way began.
+  struct Host {
+    bool enabled = true;
+    bool driver_gone = false;
+    uint64_t words = 0;  // on the driver's status
+  };
+  struct Shown {
+    uint8_t level;
+    bool charging;
+    bool operator==(const Shown&) const = default;
+  };
 
+  bool Off() const;
+  bool Stopped() const;
   void BeginPoll();
   void FinishPoll();
-  void FinishEventPoll(uint8_t charging_before);
-  void Estimate();
-  void Settle();
-  void EndConnection();
-  void LookForEnd();
-  uint8_t StartLevel(uint8_t last, int64_t age) const;
-  uint8_t Measured() const;
-  bool MayStep() const;
-  bool Step();
-  void ReportAwaited();
-  void TakeUnheard();
-  bool StepCharging(uint32_t& next_ms);
-  bool TakeLevelChange(bool force);
-  void CheckSaved(bool expected);
-  void Arm(IntervalTimer& timer, uint32_t interval_ms);
-  bool MayBeDue(const IntervalTimer& timer) const;
-  void Follow(IntervalTimer& timer, const IntervalTimer& real) const;
-  bool Overdue(const IntervalTimer& timer, uint64_t free_since_ms) const;
+  void ForgetReports();
 
-  // What hosts have set.
-  uint8_t enabled_ = 1;
+  Host host_;
+  Host host_before_;
   uint64_t enabled_since_ms_ = 0;
-  uint8_t jump_ = 0;
-  uint32_t step_ms_ = 10'000;
-  uint32_t near_full_ms_ = 300'000;
   bool exit_requested_ = false;
-  uint64_t epoch_ = 0;  // counts their words on the timers
-
-  BatterySteps::State state_;
-  uint64_t step_epoch_ = 0;
-  bool polled_in_pass_ = false;
-  bool ended_ = false;  // the connection: the loop is at its end
   // The next connection is asked for, and not taken: levels are saved, and reported to nobody.
   bool left_ = false;
-  uint64_t checked_ms_ = 0;
+
   std::optional<Poll> poll_;
+  uint64_t earliest_poll_ms_ = 0;
+  uint64_t latest_poll_ms_ = UINT64_MAX;
+  BatteryLevel reading_{};  // the last one polled
+  bool reading_known_ = true;
   bool event_awaited_ = false;
   bool level_awaited_ = false;
-  bool restarts_smoothing_ = false;  // with the level that is awaited
+  bool level_allowed_ = false;  // though it has not changed
+  std::optional<Shown> shown_;
   std::optional<uint8_t> saved_;
-  bool save_in_doubt_ = false;  // memory was short
 };
 
 }  // namespace perilink::testing

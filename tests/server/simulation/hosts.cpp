@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "battery/voltage_table.h"
 #include "commands/layer_keys.h"
 #include "note.h"
 #include "perilink/battery.h"
@@ -345,21 +346,17 @@ void Hosts::SetBattery() {
     const uint32_t step_ms = Draw(OneIn(3) ? 10'000 : 200);
     const uint32_t near_ms = Draw(1000);
     UsbServer_SetBatteryOptimizeParam(jump, step_ms, near_ms);
-    battery.SetParam(jump, step_ms, near_ms);
   } else if (kind == 2) {
     uint32_t voltages[kVoltagePoints];
     for (size_t i = 0; i < kVoltagePoints; ++i)
       voltages[i] = static_cast<uint32_t>(3000 + 5 * i * (1 + starts_ % 9));
     UsbServer_SetBatteryOptimizeSection(voltages);
-    battery.SetSection(voltages);
   } else if (kind == 3) {
     const auto age = static_cast<int32_t>(Draw(2000)) - 2;
     const uint8_t level = DrawByte();
     UsbServer_SetBatteryOptimizeLastBattery(age, level);
-    battery.SetLastBattery(age, level);
   } else if (kind == 4) {
     CS_UsbServer_ReStartBatteryOptimize();
-    battery.Restart();
   } else {
     const uint8_t status = OneIn(2) ? 1 : 0;
     const CommandFrame frames[] = {Frame(PERILINK_COMMAND_DRIVER_STATUS, 1, {&status, 1})};

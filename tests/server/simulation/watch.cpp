@@ -265,7 +265,6 @@ void Watch::OnLoopBegins(HANDLE timer) {
   hears_alarm_ = platform::NowMicros() >= calm_micros_;
   free_micros_ = platform::NowMicros();
   server_thread_ = std::this_thread::get_id();
-  battery.OnLoopBegin();
 }
 
 void Watch::OnSaved(const std::wstring& name, const std::wstring& text) {
@@ -278,7 +277,7 @@ void Watch::TakeFailure() {
   if (!OnServerThread() || !FailingNew::HasFailed()) return;
   Note("allocation failed");
   FailingNew::Disarm();
-  battery.Adopt();
+  battery.OnShortage();
   polled_ = 0;
   reopens_ = memory_was_short_ = true;
   calm_micros_ = std::max(calm_micros_, platform::NowMicros() + 1'500'000);
