@@ -51,7 +51,10 @@ bool BatteryModel::Stopped() const {
 
 void BatteryModel::OnConnected() {
   FinishPoll();
-  if (std::exchange(left_, false)) ForgetReports();
+  if (std::exchange(left_, false)) {  // what was reported since, nobody has heard
+    ForgetReports();
+    shown_.reset();
+  }
   host_.driver_gone = false;
   earliest_poll_ms_ = latest_poll_ms_ = NowMs();
 }
@@ -143,6 +146,7 @@ void BatteryModel::OnSaved(const std::wstring& name, const std::wstring& text) {
 }
 
 void BatteryModel::OnLoopEnd() {
+  FinishPoll();
   poll_.reset();
   ForgetReports();
   event_awaited_ = false;
