@@ -1,24 +1,33 @@
-// Real threads: hosts call every export of the family while the device comes, goes and answers.
-// What this is for is what a thread sanitizer has to say.
+// Real threads: hosts call exports of every family while the devices come, go, answer and are
+// upgraded. What this is for is what a thread sanitizer has to say.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
+#include <barrier>
 #include <chrono>
 #include <functional>
 #include <random>
 #include <thread>
 #include <vector>
 
+#include "arrival/arrival.h"
 #include "battery/registry_fixture.h"
 #include "perilink/battery.h"
 #include "perilink/finder.h"
 #include "perilink/protocol_data.h"
 #include "perilink/server.h"
+#include "perilink/upgrade.h"
+#include "perilink/usb_changed.h"
+#include "platform/ansi_text.h"
 #include "protocol/stored.h"
-#include "queueing_exports.h"
+#include "server/queueing_exports.h"
 #include "server/state.h"
 #include "sim/mouse.h"
+#include "sim/upgrade_file.h"
+#include "sim/virtual_firmware.h"
+#include "support/interop_values.h"
+#include "upgrade/turn.h"
 
 namespace perilink::testing {
 namespace {
@@ -33,11 +42,38 @@ void PERILINK_CALL OnReport(const uint8_t* frame, uint32_t, const uint8_t* data,
   if (frame[1] == 0x12) UsbServer_ReadOnLine();
 }
 
+void ReadLog() {
+  uint32_t count = 0;
+  char** const lines = UsbUpgradeC_GetLogs(&count);
+  TakeTexts(lines, count);
+}
+
+int PERILINK_CALL OnUpgrade(const uint8_t* event, uint32_t) {
+  if (event[1] == 2) ReadLog();
+  return 0;
+}
+
 void CloseThread(uintptr_t thread) {
   if (thread != 0) CloseHandle(reinterpret_cast<HANDLE>(thread));
 }
 
-void Act(const sim::Mouse& mouse, std::mt19937& random, ProtocolData& record) {
+void Pump() {
+  MSG message;
+  while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE))
+    DispatchMessageW(&message);
+}
+
+// Of a device of its own, so that it is not the servers' that goes.
+sim::DeviceOptions UpgradedOptions() {
+  sim::DeviceOptions options = sim::Mouse::Options();
+  options.product_id = 0x5678;
+  options.boot.product_id = 0xB008;
+  options.instance = "upgraded";
+  return options;
+}
+
+void Act(const sim::Mouse& mouse, const sim::Bytes& file, std::mt19937& random,
+         ProtocolData& record) {
   const std::wstring path = mouse.CommandPath();
   const std::string narrow = mouse.CommandPathNarrow();
   const auto value = static_cast<uint8_t>(random());
@@ -47,6 +83,12 @@ void Act(const sim::Mouse& mouse, std::mt19937& random, ProtocolData& record) {
   std::wstring text;
   ProtocolData previous{};
   QueueEntry entry;
+  DataRecord10 ten{};
+  BatteryLevel battery{};
+  CidMid ids{};
+  sim::Bytes report(17, 0x42);
+  sim::Bytes image(file.size());
+  uint32_t length = 0;
   const std::function<void()> actions[] = {
       [&] { CloseThread(UsbServer_Start(path, path, OnReport)); },
       [&] { CloseThread(UsbServer_KeyboardStart(path, path, OnReport)); },
@@ -81,6 +123,25 @@ void Act(const sim::Mouse& mouse, std::mt19937& random, ProtocolData& record) {
       [&] { record.report_rate = value; },
       [&] { UsbServer_GetData(value % 12); },
       [&] { UsbServer_Exit(), UsbReaderWriterServer(); },
+      // Every open of the device hears every reply, so an exchange may use up its tries on those to
+      // the other threads: that it returns counts, not what.
+      [&] { UsbFinderC_GetVersion(narrow.c_str()), UsbFinder_GetDeviceInfo(path, 1); },
+      [&] { UsbFinderC_GetBatteryLevel(narrow.c_str(), &battery); },
+      [&] { UsbFinder_ReadCidMid(path, 0, &ids); },
+      [&] { UsbFinderC_SetCommand(narrow.c_str(), 0x42, ten.bytes, 10, 1, 5, &ten); },
+      [&] { TakeBytes(CS_UsbFinder_GetDeviceOnLineWithUsbAddress(narrow.c_str())); },
+      [&] { TakeTexts(CS_UsbFinder_FindHidDevicesByKey("vid_1234")); },
+      // Against its contract the hosts share the open pair; nothing worse than false comes of it.
+      [&] { UsbFinderC_OpenDevice(narrow.c_str()); },
+      [&] { UsbFinder_WriteDeviceData(report.data(), 17); },
+      [&] { UsbFinderC_ReadWriteDeviceData(report.data(), report.data(), 17); },
+      [&] { UsbFinderC_CloseDevice(); },
+      [&] { UsbUpgrade_Start(file.data(), OnUpgrade, 1000); },
+      [&] { UsbUpgrade_Start(sim::Bytes(8192).data(), nullptr, 0); },
+      [&] { EXPECT_TRUE(UsbUpgrade_FileSplit(file.data(), 0, image.data(), &length, 0)); },
+      [&] { ReadLog(), UsbUpgrade_EnableSaveLogFile(0); },
+      [&] { StartUsbChanged([](bool) {}, 0); },
+      [&] { StopUsbChanged(), Pump(); },
   };
   actions[random() % std::size(actions)]();
 }
@@ -94,14 +155,32 @@ TEST_F(Stress, HostsAndDevicesAtOnce) {
   sim::Mouse mouse;
   mouse.SetLogging(false);
   mouse.Plug();
+  sim::Mouse upgraded(UpgradedOptions());
+  upgraded.Plug();
+  const sim::Bytes file =
+      sim::UpgradeFileBuilder(sim::ImageFor(upgraded, sim::MakeVirtualFirmware(0x0234, 100)))
+          .Build();
+  constexpr int kHosts = 3;
+  std::barrier together(kHosts);
   std::vector<std::thread> hosts;
-  for (uint32_t seed = 1; seed <= 3; ++seed) {
+  for (uint32_t seed = 1; seed <= kHosts; ++seed) {
     hosts.emplace_back([&, seed] {
       std::mt19937 random(seed);
       ProtocolData record{};
       for (int i = 0; running(); ++i) {
-        Act(mouse, random, record);
+        Act(mouse, file, random, record);
         if (i % 4 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+      }
+      // However many start at the same moment, they make one window: a single stop ends it.
+      for (int round = 0; round < 300; ++round) {
+        together.arrive_and_wait();
+        StartUsbChanged(nullptr, 0);
+        together.arrive_and_wait();
+        StopUsbChanged();
+        together.arrive_and_wait();
+        Pump();
+        together.arrive_and_wait();
+        EXPECT_EQ(FindWindowW(kNoticeClass, nullptr), nullptr);
       }
     });
   }
@@ -122,6 +201,10 @@ TEST_F(Stress, HostsAndDevicesAtOnce) {
   joined = true;
   ender.join();
   UsbServer_Exit();
+  UsbFinderC_CloseDevice();
+  while (!TakeUpgradeTurn())
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  GiveUpgradeTurn();
   for (int i = 0; i < 500 && platform::OpenHandleCount() > handles; ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_EQ(platform::OpenHandleCount(), handles);
