@@ -1,14 +1,102 @@
+// The voltage table, the saved record, and the optimiser's steps.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <numeric>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
 
 #include "battery/battery_steps.h"
 #include "battery/registry_fixture.h"
+#include "battery/saved_record.h"
+#include "battery/voltage_table.h"
 #include "perilink/battery.h"
 #include "sim/mouse.h"
 
 namespace perilink {
 namespace {
+
+TEST(VoltageTable, DefaultTable) {
+  struct {
+    uint16_t voltage;
+    uint8_t flag;
+    int percent;
+  } const cases[] = {
+      {0, 0, 1},     {3000, 0, 1},   {3050, 0, 1},      {3419, 0, 4},  {3420, 0, 5},
+      {3500, 0, 11}, {3539, 0, 14},  {3540, 0, 16},     {3564, 0, 17}, {3700, 0, 28},
+      {4079, 1, 94}, {4080, 0, 95},  {4109, 0, 99},     {4109, 1, 99}, {4110, 0, 100},
+      {4110, 1, 99}, {4110, 2, 100}, {65535, 255, 100},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(VoltageToPercent(kDefaultVoltages, c.voltage, c.flag), c.percent)
+        << c.voltage << " mV, flag " << int{c.flag};
+}
+
+// Hosts can set any table at all.
+TEST(VoltageTable, NoTableYieldsMoreThanFull) {
+  VoltageTable falling, close, wild;
+  for (size_t i = 0; i < kVoltagePoints; ++i) {
+    falling[i] = 4100 - 50 * static_cast<int>(i);
+    close[i] = 3700 + 9 * static_cast<int>(i);  // nine steps of 1 mV where five are wanted
+    wild[i] = i % 2 == 0 ? INT_MIN : INT_MAX;
+  }
+  for (const VoltageTable& table : {falling, close, wild})
+    for (int voltage = 0; voltage <= 0xFFFF; ++voltage)
+      ASSERT_LE(VoltageToPercent(table, static_cast<uint16_t>(voltage), 0), 100);
+  EXPECT_EQ(VoltageToPercent(close, 3700 + 9 * 20 - 1, 0), 100);
+  EXPECT_EQ(VoltageToPercent(falling, 3000, 0), 1);
+}
+
+// ---- The saved record ---------------------------------------------------------------------------
+
+constexpr DeviceAddress kDevice = {0x1A, 0x2B, 0x3C};
+
+TEST(SavedRecord, Parses) {
+  struct {
+    std::wstring text;
+    uint32_t time;
+    int level;
+  } const cases[] = {
+      {L"01700000000-85", 1700000000, 85},
+      {L"-7", 0, 7},
+      {L"-", 0, 0},
+      {L"1-300", 1, 300 - 256},
+      // Numbers of any length wrap; 10^20 is 1661992960 modulo 2^32.
+      {L"100000000000000000000-1", 1661992960, 1},
+      {L"14-" + std::wstring(200, L'0') + L"9", 14, 9},
+      // Everything else counts as no record.
+      {L"", 0, 100},
+      {L"85", 0, 100},
+      {L"1-2-3", 0, 100},
+      {L"1--2", 0, 100},
+      {L" 1-2", 0, 100},
+      {L"0x1-2", 0, 100},
+      {L"\u0661-2", 0, 100},
+  };
+  for (const auto& c : cases) {
+    const SavedRecord record = ParseSavedRecord(c.text);
+    EXPECT_EQ(record.time, c.time) << testing::PrintToString(c.text);
+    EXPECT_EQ(record.level, c.level) << testing::PrintToString(c.text);
+  }
+}
+
+using SavedRecordTest = RegistryTest;
+
+TEST_F(SavedRecordTest, WritesBothHalvesOfTheTimeAndBoundsWhatItReads) {
+  WriteSavedRecord(kDevice, (int64_t{3} << 32) + 12, 9);
+  EXPECT_EQ(RawRecord(), L"312-9");
+  EXPECT_EQ(ReadSavedRecord(kDevice).time, 312u);
+  EXPECT_EQ(ReadSavedRecord({0x1A, 0x2B, 0x3D}).level, 100);
+  const std::wstring full = std::wstring(253, L'0') + L"-42";
+  SetRawRecord(full);  // fills the buffer to its last character, without an end
+  EXPECT_EQ(ReadSavedRecord(kDevice).level, 42);
+  SetRawRecord(L"0" + full);
+  EXPECT_EQ(ReadSavedRecord(kDevice).level, 100);
+}
+
+// ---- The optimiser ------------------------------------------------------------------------------
 
 constexpr DeviceAddress kAddress = {0x1A, 0x2B, 0x3C};  // of the virtual mouse
 constexpr int64_t kToday = 1700000000;
@@ -30,9 +118,6 @@ void PERILINK_CALL Record(const uint8_t* frame, uint32_t frame_length, const uin
 }
 ServerReportCallback Recording() {
   return &Record;
-}
-ServerReportCallback Nobody() {
-  return nullptr;
 }
 
 class OptimizerTest : public RegistryTest {
@@ -112,20 +197,6 @@ TEST_F(OptimizerTest, StartEstimate) {
   }
 }
 
-TEST_F(OptimizerTest, StartsAtTheMeasuredLevelWithoutAUsableRecord) {
-  for (const std::wstring text : {L"", L"rubbish", L"01700000000-85-1", L"-"}) {
-    SetRawRecord(text);
-    EXPECT_EQ(Poll(50), 50);
-    steps.SetLevel(1);
-    optimizer.EndConnection();
-  }
-  // An age of -1 from the host is no age: the registry's record counts.
-  WriteSavedRecord(kAddress, kToday - 10, 33);
-  UsbServer_SetBatteryOptimizeLastBattery(-1, 77);
-  EXPECT_EQ(Poll(50), 33);
-  EXPECT_TRUE(steps.SaveAllowed());
-}
-
 TEST_F(OptimizerTest, FirstReportComesRightAfterTheFirstPollAndSaves) {
   Show(50, 2, 0x0E74);
   RunFor(2 * kPassMs);
@@ -133,36 +204,6 @@ TEST_F(OptimizerTest, FirstReportComesRightAfterTheFirstPollAndSaves) {
   EXPECT_EQ(reports[0].frame, (Bytes{8, 4, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x49}));
   EXPECT_EQ(reports[0].data, (Bytes{28, 2, 0x0E, 0x74}));
   EXPECT_EQ(RawRecord(), L"01700000000-28");
-}
-
-TEST_F(OptimizerTest, LevelReportRules) {
-  steps.Poll();
-  const auto report = [this](uint8_t level, uint8_t charging, bool force = false) {
-    Poll(50, charging);
-    reports.clear();
-    steps.Report(level, &Recording, force);
-    return reports.size();
-  };
-  EXPECT_EQ(report(40, 0), 1u);
-  EXPECT_EQ(report(40, 0), 0u);
-  EXPECT_EQ(RawRecord(), L"01700000000-40");
-  UsbServer_SetBatteryOptimizeEnable(0);
-  EXPECT_EQ(report(41, 0), 1u);
-  EXPECT_EQ(RawRecord(), L"01700000000-40");
-  UsbServer_SetBatteryOptimizeEnable(0x80);
-  EXPECT_EQ(report(40, 0), 1u);
-  SetRawRecord(L"");
-  EXPECT_EQ(report(40, 7), 1u);  // the charger alone is no reason to save
-  EXPECT_EQ(report(40, 1), 0u);
-  EXPECT_EQ(report(40, 1, true), 1u);
-  EXPECT_EQ(RawRecord(), L"");
-  EXPECT_EQ(report(42, 1, true), 1u);
-  EXPECT_EQ(RawRecord(), L"01700000000-42");
-  reports.clear();
-  steps.Report(43, &Nobody, false);  // remembered although nobody listens
-  steps.Report(43, &Recording, false);
-  EXPECT_TRUE(reports.empty());
-  EXPECT_EQ(RawRecord(), L"01700000000-43");
 }
 
 TEST_F(OptimizerTest, DischargesOnePercentAStep) {
@@ -259,6 +300,33 @@ TEST_F(OptimizerTest, FailedPollsKeepTheLevelAndEndSmoothing) {
     EXPECT_TRUE(steps.Active());
     EXPECT_EQ(reports.size(), 1u);
   }
+}
+
+TEST_F(OptimizerTest, ReadingsOfAnEventForceTheLevel) {
+  const std::tuple<uint8_t, uint8_t, Bytes> readings[] = {
+      {16, 0, {}},   {15, 0, {15}}, {12, 0, {}},  // no higher than 15 now
+      {12, 1, {15}},                              // the charger is news
+      {0, 1, {0}},   {0, 1, {0}},   {100, 1, {}}};
+  StartAt(40);
+  for (const auto& [level, charging, reported] : readings) {
+    reports.clear();
+    Show(level, charging);
+    EXPECT_EQ(optimizer.TakeEvent(0x41, &Recording), 0x01);
+    EXPECT_EQ(Levels(), reported) << int{level};
+  }
+}
+
+TEST_F(OptimizerTest, AForcedLevelBeginsANewStep) {
+  StartAt(40);
+  Show(38);
+  RunFor(5'000);
+  Show(12);
+  EXPECT_EQ(optimizer.TakeEvent(0x40, &Recording), std::nullopt);
+  reports.clear();
+  RunFor(9'500);
+  EXPECT_TRUE(reports.empty());
+  RunFor(1'000);
+  EXPECT_EQ(Levels(), (Bytes{14}));
 }
 
 // While a poll talks to the device the host's driver goes, and later comes back.
