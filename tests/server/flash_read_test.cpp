@@ -71,12 +71,6 @@ class FlashRead : public ServerTest {
   static ProtocolData Stored() {
     return StoredProtocolData::Instance().With([](ProtocolData& it) { return it; });
   }
-  std::vector<Report> Images() const {
-    std::vector<Report> images;
-    for (const Callback& callback : callbacks)
-      if (callback.data.size() == PERILINK_FLASH_IMAGE_SIZE) images.push_back(callback.data);
-    return images;
-  }
 
   sim::Mouse mouse;
 };
@@ -138,29 +132,8 @@ TEST_F(FlashRead, SlotsAreReadByWhatTheyHold) {
   }
 }
 
-TEST_F(FlashRead, AReadThatBreaksOffReportsNothingAndTheNextSucceeds) {
-  for (const uint64_t stop_at : {3u, 27u, 40u, 70u}) {
-    for (const bool unplugged : {false, true}) {
-      callbacks.clear();
-      if (unplugged)
-        mouse.faults().UnplugAfter(sim::At(stop_at));
-      else
-        mouse.faults().Ignore(sim::From(stop_at));
-      UsbServer_ReadAllFlashData();
-      Sleep(2500);
-      EXPECT_TRUE(callbacks.empty());
-      EXPECT_EQ(QueuedEntries().empty(), !unplugged);
-      mouse.faults().Heal();
-      mouse.Plug();
-      if (unplugged) StartOnMouse();
-      ExpectWholeRead();
-    }
-  }
-}
-
-// Answers that come after their frame was written again, come twice, answer a direct command's read
-// or those of a layer, always ahead: each at each place of a read, from address 0, which a device
-// without an echo names too.
+// Answers that come after their frame was written again, come twice, or answer a direct command's
+// read: each at each place of a read, from address 0, which a device without an echo names too.
 TEST_F(FlashRead, AnswersOfOtherReadsShiftNothing) {
   enum Fault { kLate, kTwice, kDirect, kLayer };
   for (const Fault fault : {kLate, kTwice, kDirect, kLayer}) {
@@ -187,29 +160,6 @@ TEST_F(FlashRead, AnswersOfOtherReadsShiftNothing) {
       }
     }
   }
-}
-
-TEST_F(FlashRead, DirectCommandsAndLateAnswersLeaveTheImageRight) {
-  mouse.flash().SetField(4, {5});
-  int right = 0;
-  for (uint64_t seed = 1; seed <= 10; ++seed) {
-    mouse.faults().Random(
-        seed, {.delay = 0.05, .stray_event = 0.05, .duplicate = 0.1, .max_delay_micros = 110'000});
-    callbacks.clear();
-    UsbServer_ReadAllFlashData();
-    for (int i = 0; i < 40; ++i) {
-      // Events cost a direct command its tries: it may fail, but not be wrong.
-      const int dpi = UsbFinder_GetCurrentDPI(mouse.CommandPath());
-      EXPECT_TRUE(dpi == 0 || dpi == 5) << dpi;
-      right += dpi == 5;
-      Sleep(static_cast<DWORD>(seed));
-    }
-    for (int i = 0; i < 100 && Images().empty(); ++i)
-      Sleep(100);
-    ASSERT_EQ(Images().size(), 1u);
-    EXPECT_TRUE(IsRight(Images()[0]));
-  }
-  EXPECT_GT(right, 350);
 }
 
 // At every moment of the read: what the update has stored stays stored, and the next change of the
@@ -277,27 +227,6 @@ TEST_F(FlashRead, WithoutACallbackNothingIsParsed) {
   Sleep(2000);
   EXPECT_EQ(mouse.Requests().size(), 24u + 5 + 16 + 32);
   EXPECT_FALSE(StoredProtocolData::Instance().parsed());
-}
-
-TEST_F(FlashRead, FindsWhatAnUpdateHasWritten) {
-  Random random(5);
-  ExpectWholeRead();
-  for (int round = 0; round < 4; ++round) {
-    ProtocolData record = RandomRecord(random);
-    for (MacroKey& macro : record.macros) {
-      if (macro.name_length == 0) macro = {};  // a whole read leaves out what has no name
-    }
-    ProtocolDataUpdate(&record);
-    EXPECT_FALSE(QueuedEntries().empty());
-    for (int i = 0; i < 600 && !QueuedEntries().empty(); ++i)
-      Sleep(100);
-    ExpectWholeRead();
-    ProtocolData again{};
-    ProtocolDataParser(callbacks.at(0).data.data(), &again);
-    EXPECT_TRUE(Same(again, record)) << round;
-    ProtocolDataUpdate(&again);
-    EXPECT_TRUE(QueuedEntries().empty());
-  }
 }
 
 }  // namespace
