@@ -1,6 +1,7 @@
 // The nth call to the system fails, or the nth allocation, or every one from the nth on, for every
 // n, until an export and the threads that it starts run without a failure: nothing is thrown,
-// nothing stays behind, what it returns is documented for a failure, and the next call works.
+// nothing stays behind, what it returns is documented for a failure, and the next call works. What
+// the server's loop makes of failures the simulation shows.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -128,14 +129,6 @@ void Sweep(const Swept& swept, const char* what, bool for_ever = false) {
 
 void SweepAllocations(const Swept& swept) {
   Sweep(swept, kAllocation);
-}
-
-// For what runs on threads of the library: every call of the system's, and a lasting want of
-// memory.
-void SweepThreads(const Swept& swept) {
-  SweepAllocations(swept);
-  Sweep(swept, "*");
-  Sweep(swept, kAllocation, true);
 }
 
 // Calls that a failure must leave nothing behind of. Of those that release, nothing can be asked
@@ -273,41 +266,17 @@ TEST(FailureSweep, DirectCalls) {
          UsbFinderC_CloseDevice();
        },
        [&] { return Judge(reply, request, {Report(17)}); }, [&] { reply.assign(17, 0xEE); }},
+      // All frames of a call are queued, or none; a text that can't be converted is an empty one.
+      {"queued text",
+       [] { UsbServerC_SetDeviceDescriptorString("a text of over thirty characters"); },
+       [] {
+         return Judge(TakeQueued(), 3, {0, 1});
+       }},
       {"layer keys", [&] { array = CS_UsbKeyboard_LoadLayerKeys(path.c_str(), 0); },
        [&] { return Judge(BytesOf(array).size(), 1, {0}); }},
   };
   for (const Swept& swept : kSwept)
     SweepEverything(swept);
-}
-
-// All frames of a call are queued, or none; what an update could not queue, the next one does.
-TEST(FailureSweep, QueuedCommands) {
-  const auto original = std::make_unique<ProtocolData>();
-  ProtocolDataParser(sim::FlashImage::Default().bytes().data(), original.get());
-  const auto record = std::make_unique<ProtocolData>(*original);
-  const auto previous = std::make_unique<ProtocolData>(*original);
-  SetDllProtocolData(original.get());
-  std::ranges::fill(record->key_functions, KeyFun{{0x55, 0x66, 0x77}});
-  const auto queues = [](size_t frames) {
-    return [frames] { return Judge(TakeQueued(), frames, {0}); };
-  };
-  const auto updates = [&] {
-    const Outcome outcome = queues(std::size(record->key_functions))();
-    if (outcome != Outcome::kWhole) return outcome;
-    SetDllProtocolData(original.get());
-    *previous = *original;
-    return outcome;
-  };
-  const Swept kSwept[] = {
-      {"query", UsbServer_ReadVersion, queues(1)},
-      {"text", [] { UsbServerC_SetDeviceDescriptorString("a text of over thirty characters"); },
-       queues(3)},
-      {"memory read", [] { UsbServer_ReadFalshData(0, 8190, 0); }, queues(819)},
-      {"update", [&] { ProtocolDataUpdate(record.get()); }, updates},
-      {"compare", [&] { CS_ProtocolDataCompareUpdate(record.get(), previous.get()); }, updates},
-  };
-  for (const Swept& swept : kSwept)
-    SweepAllocations(swept);
 }
 
 // Nothing is thrown when a lock can't be had, and the next call works.
@@ -349,12 +318,6 @@ TEST(FailureSweep, Locks) {
   EXPECT_EQ(TakeQueued(), 1u);
 }
 
-size_t answers[256];  // by command
-
-void PERILINK_CALL CountAnswer(const uint8_t* frame, uint32_t, const uint8_t*, uint32_t) {
-  ++answers[frame[1]];
-}
-
 bool started = false;
 int result = 0;  // of the last upgrade: the code of its last event
 
@@ -377,7 +340,7 @@ sim::DeviceOptions SlaveOptions() {
   return options;
 }
 
-TEST(FailureSweep, ServerAndUpgrade) {
+TEST(FailureSweep, Upgrade) {
   std::optional<sim::Mouse> mouse;
   std::optional<sim::Mouse> slave;
   const auto renew_devices = [&] {
@@ -385,7 +348,6 @@ TEST(FailureSweep, ServerAndUpgrade) {
     slave.emplace(SlaveOptions()).Plug();
   };
   renew_devices();
-  const std::string path = mouse->CommandPathNarrow();
   const auto new_firmware = sim::MakeVirtualFirmware(0x0234, 100);
   const sim::Bytes file = sim::UpgradeFileBuilder(sim::ImageFor(*mouse, new_firmware)).Build();
   const sim::Bytes set = sim::UpgradeFileBuilder(sim::ImageFor(*mouse, new_firmware))
@@ -395,21 +357,12 @@ TEST(FailureSweep, ServerAndUpgrade) {
   SAFEARRAY* array = nullptr;
   char** texts = nullptr;
   uint32_t count = 0;
-  const auto run_server = [&] {
-    CS_UsbServer_Start(path.c_str(), nullptr, CountAnswer);
-    UsbServer_ReadVersion();
-    Sleep(1000);
-    UsbServer_Exit();
-    Sleep(1000);
-  };
-  const auto upgrade_with = [](const sim::Bytes& bytes) {
-    return [&bytes] {
-      started = UsbUpgrade_Start(bytes.data(), WatchUpgrade, 2000);
-      while (!TakeUpgradeTurn())
-        Sleep(10);
-      GiveUpgradeTurn();
+  const auto upgrade = [&set] {
+    started = UsbUpgrade_Start(set.data(), WatchUpgrade, 2000);
+    while (!TakeUpgradeTurn())
       Sleep(10);
-    };
+    GiveUpgradeTurn();
+    Sleep(10);
   };
   const auto await_restart = [&] {
     Sleep(1000);
@@ -423,19 +376,15 @@ TEST(FailureSweep, ServerAndUpgrade) {
   };
   SweepAllocations({"managed split", [&] { array = CS_UsbUpgrade_FileSplit(file.data(), size, 0); },
                     [&] { return Judge(BytesOf(array), file, {{}}); }});
-  SweepThreads({"server", run_server,
-                [] { return Judge(answers[PERILINK_COMMAND_VERSION], 1, {0}); },
-                [] { answers[PERILINK_COMMAND_VERSION] = 0; }});
-  const Swept of_set = {"upgrade of a set", upgrade_with(set), JudgeUpgrade, await_restart};
-  SweepThreads(of_set);
+  const Swept of_set = {"upgrade of a set", upgrade, JudgeUpgrade, await_restart};
+  SweepAllocations(of_set);
+  Sweep(of_set, "*");
+  Sweep(of_set, kAllocation, true);
   Sweep(of_set, kLock);
   // What a line of the log lacks ends nothing.
   Sweep({of_set.name, of_set.call, [] { return result == 1 ? Outcome::kWhole : Outcome::kBroken; },
          of_set.prepare},
         kLogAllocation);
-  const Swept upgrade = {"upgrade", upgrade_with(file), JudgeUpgrade, await_restart};
-  SweepAllocations(upgrade);
-  Sweep(upgrade, "*");
   const Swept kSwept[] = {
       {"narrow log", [&] { texts = UsbUpgradeC_GetLogs(&count); },
        [&] { return judge_log(TakeTexts(texts, count), std::string("All Upgrade Success")); }},
@@ -444,39 +393,6 @@ TEST(FailureSweep, ServerAndUpgrade) {
   };
   for (const Swept& swept : kSwept)
     SweepAllocations(swept);
-}
-
-// No allocation is worth more to the loop than one pass: whichever fails, the server answers what
-// was queued, before and after a new start, and the optimiser polls.
-TEST(FailureSweep, ServerLoopGoesOn) {
-  ScriptedDevice device(kScriptedPath, Echo);
-  CS_UsbServer_SetThreadSleepTime(2000);
-  const auto polls = [&] {
-    return std::ranges::count(device.writes(), PERILINK_COMMAND_BATTERY_LEVEL,
-                              [](const Written& written) { return written.report[1]; });
-  };
-  ptrdiff_t polls_before = 0;
-  const auto start = [&] {
-    polls_before = polls();
-    ServerState::Instance().RequestStart({kScriptedPath, kScriptedPath}, CountAnswer);
-    UsbServer_ReadVersion();
-    UsbServer_ReadDPILed();
-    device.Deliver(Closed({0x08, 0x0A, 0, 0, 0, 0, 0x41}));
-  };
-  const auto prepare = [&] {
-    std::ranges::fill(answers, 0);
-    device.ClearWrites();
-    start();
-    platform::ScheduleIn(8'000'000, start);
-    platform::ScheduleIn(16'000'000, UsbServer_Exit);
-  };
-  const auto judge = [&] {
-    const bool served =
-        answers[PERILINK_COMMAND_VERSION] == 2 && answers[PERILINK_COMMAND_READ_MEMORY] == 2;
-    return served && 0 < polls_before && polls_before < polls() ? Outcome::kWhole
-                                                                : Outcome::kBroken;
-  };
-  SweepAllocations({"loop", CS_UsbServer_Thread, judge, prepare});
 }
 
 }  // namespace
