@@ -77,25 +77,6 @@ TEST_F(File, QueuesTheLast32ReportsOfEachOpen) {
   CloseHandle(file);
 }
 
-TEST_F(File, RemovalEndsPendingReadsAndRefusesLaterOnes) {
-  Transfer read;
-  EXPECT_EQ(read.Post(file, 16), ERROR_INVALID_USER_BUFFER);
-  EXPECT_FALSE(read.Signalled());  // nor by any read that fails at once
-  ASSERT_EQ(read.Post(file), ERROR_IO_PENDING);
-  device.Unplug();
-  EXPECT_TRUE(read.Signalled());
-  EXPECT_EQ(read.Result(file), ERROR_DEVICE_NOT_CONNECTED);
-  EXPECT_EQ(read.buffer[0], 0xEE);
-  device.Plug();  // what has been opened before stays disconnected
-  EXPECT_EQ(read.Post(file), ERROR_DEVICE_NOT_CONNECTED);
-  EXPECT_FALSE(read.Signalled());
-  const uint8_t byte = 8;
-  DWORD written = 0;
-  EXPECT_FALSE(WriteFile(file, &byte, 1, &written, &read.overlapped));
-  EXPECT_EQ(GetLastError(), ERROR_DEVICE_NOT_CONNECTED);
-  CloseHandle(file);
-}
-
 // What tells, under AddressSanitizer, a caller that frees a read which it has only cancelled.
 TEST_F(File, CancelledReadsAreCompletedALittleLater) {
   Transfer first;

@@ -110,36 +110,34 @@ TEST_F(RegistryFile, WhatIsNoFileOfTheUsersIsRefused) {
   SetRawRecord(L"good");
   const fs::path kept = folder_ / "kept";
   const fs::path lock = folder_ / "registry.lock";
-  const auto limit_files = [](rlim_t most) {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = most == 0 ? limit.rlim_max : most;
-    setrlimit(RLIMIT_NOFILE, &limit);
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const auto limit_files = [&](rlim_t most) {
+    const rlimit lowered{most, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &lowered);
+  };
+  const auto make_socket = [](const fs::path& path) {
+    sockaddr_un address{AF_UNIX, {}};
+    path.string().copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const int end = socket(AF_UNIX, SOCK_STREAM, 0);
+    EXPECT_EQ(bind(end, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    close(end);
+  };
+  const auto leave_no_descriptors = [&](const fs::path& path) {
+    fs::copy_file(kept, path);
+    limit_files(3);
   };
   const struct {
     const char* name;
     std::function<void(const fs::path&)> place;
     DWORD error = ERROR_ACCESS_DENIED;
-    std::function<void()> mend = [] {};
   } kObstacles[] = {
       {"link", [&](const fs::path& path) { fs::create_symlink(kept, path); }},
       {"link to nothing", [&](const fs::path& path) { fs::create_symlink("nothing", path); }},
       {"FIFO", [](const fs::path& path) { mkfifo(path.c_str(), 0600); }},
       {"folder", [](const fs::path& path) { fs::create_directory(path); }},
-      {"socket",
-       [](const fs::path& path) {
-         sockaddr_un address{AF_UNIX, {}};
-         path.string().copy(address.sun_path, sizeof(address.sun_path) - 1);
-         const int end = socket(AF_UNIX, SOCK_STREAM, 0);
-         EXPECT_EQ(bind(end, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-         close(end);
-       }},
-      {"no descriptors left",
-       [&](const fs::path& path) {
-         fs::copy_file(kept, path);
-         limit_files(3);
-       },
-       ERROR_TOO_MANY_OPEN_FILES, [&] { limit_files(0); }},
+      {"socket", make_socket},
+      {"no descriptors left", leave_no_descriptors, ERROR_TOO_MANY_OPEN_FILES},
   };
   for (const auto& obstacle : kObstacles) {
     SCOPED_TRACE(obstacle.name);
@@ -150,7 +148,7 @@ TEST_F(RegistryFile, WhatIsNoFileOfTheUsersIsRefused) {
         EXPECT_EQ(Read(), obstacle.error);
       }
       EXPECT_EQ(Write(), obstacle.error);
-      obstacle.mend();
+      limit_files(limit.rlim_cur);
       fs::remove(path);
       fs::rename(kept, path);
       EXPECT_EQ(RawRecord(), L"good");
@@ -193,25 +191,17 @@ TEST_F(RegistryFile, LiesWhereTheUserKeepsState) {
   const passwd* const user = getpwuid(geteuid());
   ASSERT_NE(user, nullptr);
   const std::string at_home = user->pw_dir + std::string("/.local/state/perilink");
-  const struct {
-    const char* state;
-    const char* home;
-    std::string folder;
-  } kCases[] = {
-      {"/s", "/h", "/s/perilink"},
-      {nullptr, "/h", "/h/.local/state/perilink"},
-      {"relative", "/h", "/h/.local/state/perilink"},
-      {"", "relative", at_home},
-      {nullptr, nullptr, at_home},
+  const auto folder = [](const char* state, const char* home) {
+    setenv("XDG_STATE_HOME", state, 1);
+    setenv("HOME", home, 1);
+    return DefaultRegistryFolder();
   };
-  const auto set = [](const char* name, const char* value) {
-    return value != nullptr ? setenv(name, value, 1) : unsetenv(name);
-  };
-  for (const auto& test : kCases) {
-    set("XDG_STATE_HOME", test.state);
-    set("HOME", test.home);
-    EXPECT_EQ(DefaultRegistryFolder(), test.folder);
-  }
+  EXPECT_EQ(folder("/s", "/h"), "/s/perilink");
+  EXPECT_EQ(folder("relative", "/h"), "/h/.local/state/perilink");
+  EXPECT_EQ(folder("", "relative"), at_home);
+  unsetenv("XDG_STATE_HOME");
+  unsetenv("HOME");
+  EXPECT_EQ(DefaultRegistryFolder(), at_home);
 }
 
 TEST_F(RegistryFile, ReadsAllThatItWritesAndWritesNoMore) {

@@ -127,50 +127,40 @@ class Shortage : public RegistryTest {
 
 // With each allocation of a call failing in turn, the call fails as its documentation says.
 TEST_F(Shortage, AFailedAllocationFailsTheCall) {
-  const auto close = [&] { CloseHandle(made); };
   GUID hid;
   HidD_GetHidGuid(&hid);
+  const auto makes = [&](void* handle) {
+    made = handle;
+    return made != nullptr && made != INVALID_HANDLE_VALUE;
+  };
+  const auto close = [&] { CloseHandle(made); };
+  const auto join_and_close = [&] { WaitForSingleObject(made, INFINITE), CloseHandle(made); };
+  const auto close_key = [&] { RegCloseKey(static_cast<HKEY>(made)); };
+  const auto below = reinterpret_cast<HKEY*>(&made);
+  const DWORD present = DIGCF_PRESENT | DIGCF_DEVICEINTERFACE;
   const struct {
     const char* name;
     std::function<bool()> call;
     std::function<void()> undo = [] {};
   } kSwept[] = {
-      {"event", [&] { return (made = CreateEventW(nullptr, 1, 0, nullptr)) != nullptr; }, close},
+      {"event", [&] { return makes(CreateEventW(nullptr, 1, 0, nullptr)); }, close},
       {"timer",
-       [&] {
-         made = CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS);
-         return made != nullptr;
-       },
-       close},
-      {"thread",
-       [&] { return (made = CreateThread(nullptr, 0, DoNothing, nullptr, 0, nullptr)) != nullptr; },
-       [&] {
-         WaitForSingleObject(made, INFINITE);
-         CloseHandle(made);
-       }},
-      {"open", [&] { return (made = Open()) != INVALID_HANDLE_VALUE; }, close},
+       [&] { return makes(CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS)); }, close},
+      {"thread", [&] { return makes(CreateThread(nullptr, 0, DoNothing, nullptr, 0, nullptr)); },
+       join_and_close},
+      {"open", [&] { return makes(Open()); }, close},
       {"read", [&] { return PostRead(); }, [&] { EXPECT_TRUE(CancelRead()); }},
       {"write", [&] { return WriteFile(file, report.data(), 17, nullptr, &overlapped) != FALSE; }},
       {"feature", [&] { return HidD_SetFeature(file, report.data(), 17) != FALSE; }},
-      {"list",
-       [&] {
-         made = SetupDiGetClassDevsW(&hid, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
-         return made != INVALID_HANDLE_VALUE;
-       },
+      {"list", [&] { return makes(SetupDiGetClassDevsW(&hid, nullptr, nullptr, present)); },
        [&] { SetupDiDestroyDeviceInfoList(made); }},
       {"class", RegisterNext},
-      {"window", [&] { return (made = NewWindow()) != nullptr; },
-       [&] { DestroyWindow(static_cast<HWND>(made)); }},
+      {"window", [&] { return makes(NewWindow()); }, [&] { DestroyWindow(HWND(made)); }},
       {"post", [&] { return PostMessageW(window, WM_USER, 0, 0) != FALSE; }},
       {"send", [&] { return SendMessageW(window, WM_USER, 0, 0) == 7; }},
-      {"create key",
-       [&] { return Done(RegCreateKeyW(key, L"Below", reinterpret_cast<HKEY*>(&made))); },
-       [&] { RegCloseKey(static_cast<HKEY>(made)); }},
-      {"open key",
-       [&] {
-         return Done(RegOpenKeyExW(key, L"Below", 0, KEY_READ, reinterpret_cast<HKEY*>(&made)));
-       },
-       [&] { RegCloseKey(static_cast<HKEY>(made)); }},
+      {"create key", [&] { return Done(RegCreateKeyW(key, L"Below", below)); }, close_key},
+      {"open key", [&] { return Done(RegOpenKeyExW(key, L"Below", 0, KEY_READ, below)); },
+       close_key},
       {"set value", [&] { return Done(RegSetValueExW(key, L"v", 0, 3, report.data(), 17)); }},
       {"query value",
        [&] { return Done(RegQueryValueExW(key, L"v", nullptr, nullptr, nullptr, nullptr)); }},

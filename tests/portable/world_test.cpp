@@ -1,7 +1,7 @@
 // The virtual world: what costs time, who runs when, and what stops it.
 #include <gtest/gtest.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -35,28 +35,6 @@ TEST(World, OnlyClockReadsAndZeroWaitsCostTime) {
   CloseHandle(event);
 }
 
-TEST(World, EventsRunInOrderWhenTheClockReachesThem) {
-  std::vector<int> ran;
-  const uint64_t start = NowMicros();
-  Schedule(start + 2000, [&] { ran.push_back(3); });
-  ScheduleIn(1000, [&] {
-    ran.push_back(1);
-    EXPECT_EQ(NowMicros(), start + 1000);
-    ScheduleIn(0, [&] { ran.push_back(2); });
-  });
-  Schedule(start + 2000, [&] { ran.push_back(4); });
-  const EventId cancelled = Schedule(start + 500, [&] { ran.push_back(0); });
-  Cancel(cancelled);
-  EXPECT_TRUE(ran.empty());
-  Sleep(2);
-  EXPECT_EQ(ran, (std::vector{1, 2, 3, 4}));
-  Cancel(cancelled);
-  // A thread that only reads the clock moves it, too.
-  ScheduleIn(100, [&] { ran.clear(); });
-  while (!ran.empty())
-    GetTickCount64();
-}
-
 struct Trace {
   HANDLE go;
   std::string letters;
@@ -72,7 +50,8 @@ DWORD WINAPI Write(void* parameter) {
   return 0;
 }
 
-TEST(World, DISABLED_PrintInterleaving) {
+std::string InterleavingOf(uint64_t seed) {
+  StartVirtual(seed);
   Trace trace{CreateEventW(nullptr, TRUE, FALSE, nullptr), ""};
   std::pair<Trace*, char> writers[] = {{&trace, 'a'}, {&trace, 'b'}, {&trace, 'c'}};
   std::vector<HANDLE> threads;
@@ -81,21 +60,7 @@ TEST(World, DISABLED_PrintInterleaving) {
   SetEvent(trace.go);
   for (const HANDLE thread : threads)
     WaitForSingleObject(thread, INFINITE);
-  std::printf("\ntrace %s %llu\n", trace.letters.c_str(),
-              static_cast<unsigned long long>(NowMicros()));
-}
-
-std::string InterleavingOf(int seed) {
-  char program[4096] = {};
-  EXPECT_GT(readlink("/proc/self/exe", program, sizeof(program) - 1), 0);
-  const std::string command = "PERILINK_SEED=" + std::to_string(seed) + " '" + program +
-                              "' --gtest_also_run_disabled_tests"
-                              " --gtest_filter=World.DISABLED_PrintInterleaving | grep ^trace";
-  std::FILE* const pipe = popen(command.c_str(), "r");
-  char line[200] = {};
-  EXPECT_NE(std::fgets(line, sizeof(line), pipe), nullptr);
-  pclose(pipe);
-  return line;
+  return trace.letters + std::to_string(NowMicros());
 }
 
 TEST(World, TheSeedDecidesTheOrder) {

@@ -3,8 +3,7 @@
 // What sim/ knows of the protocols stands here and in flash_image.h, boot_loader.h and
 // upgrade_file.h a second time, on purpose: codes, checksums, addresses and layouts are read from
 // the device's side and share nothing with the library or with perilink/protocol.h, so that the two
-// check each other. tests/sim/protocol_test.cpp compares what is mere numbers; the rest shows when
-// the library talks with a virtual device.
+// check each other: what differs shows when the library talks with a virtual device.
 #ifndef PERILINK_SIM_REPORT_H_
 #define PERILINK_SIM_REPORT_H_
 
