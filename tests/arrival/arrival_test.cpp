@@ -35,16 +35,6 @@ std::string Pump() {
   return std::exchange(calls, {});
 }
 
-TEST(Arrival, CallsBackOnEveryChangeOnceItsThreadPumps) {
-  StartUsbChanged(kA, 0);
-  StartUsbChanged(kB, 0);  // the same window
-  Broadcast(false);
-  Broadcast(true);
-  Sleep(1000);
-  EXPECT_EQ(calls, "AB");
-  EXPECT_EQ(Pump(), "ABbB");
-}
-
 // The callback that counts is the one at the end of the delay, and nobody is not waited for.
 TEST(Arrival, DelaysBroadcastsOnly) {
   struct Row {
