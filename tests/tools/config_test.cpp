@@ -28,21 +28,6 @@ std::string RefusedBecause(const InputJson& document) {
   return "";
 }
 
-TEST(ConfigJsonTest, RoundTripsWhatADeviceHolds) {
-  Random random(1);
-  for (int run = 0; run < 8; ++run) {
-    ProtocolData record = RandomRecord(random);
-    Fill(random, record.unused18, 2);
-    Fill(random, record.macros[run % 16].name, 30);
-    record.macros[15].events[69].delay = 0xFFFF;
-    const std::string text = ConfigToJson(record).dump(run % 2 == 0 ? 2 : -1);
-    EXPECT_EQ(text.find("unused"), std::string::npos);
-    const ConfigFile file = LoadConfig(text);
-    ASSERT_TRUE(Same(file.record, Canonical(record))) << text;
-    EXPECT_TRUE(file.missing.empty() && file.unknown.empty());
-  }
-}
-
 // What is not known of a record is not in its file, and what a file lacks is not known.
 TEST(ConfigJsonTest, AFileHasWhatItHas) {
   Random random(3);
@@ -143,68 +128,6 @@ TEST(ConfigJsonTest, HostileDocumentsCostLinearTime) {
     return least;
   };
   EXPECT_LT(cost(64'000), 10 * cost(16'000));
-}
-
-TEST(ConfigJsonTest, SingleFields) {
-  ProtocolData record{};
-  SetConfigField(record, "dpi_levels[2].color[1]", 7);
-  SetConfigField(record, "led_bar", {1, 2, 3, 4, 5, 6, 7});
-  SetConfigField(record, "macros[1].name", "h\xC3\xA9");
-  EXPECT_EQ(record.dpi_levels[2].color.bytes[1], 7);
-  EXPECT_EQ(record.led_bar.bytes[6], 7);
-  EXPECT_EQ(record.macros[1].name[2], 0xA9);
-  EXPECT_EQ(record.macros[1].name_length, 3) << "a name takes its length along";
-  EXPECT_EQ(GetConfigField(record, "dpi_levels[2].color"), Json({0, 7, 0}));
-  const ProtocolData before = record;
-  for (const char* path : {"", "hue", "dpi_levels[8]", "dpi_levels[x]", "format", "/report_rate",
-                           "report_rate[0]", "dpi_levels.color", "dpi_levels[1]color"}) {
-    EXPECT_THROW(GetConfigField(record, path), ConfigError) << path;
-    EXPECT_THROW(SetConfigField(record, path, 1), ConfigError) << path;
-  }
-  EXPECT_THROW(SetConfigField(record, "switch7", 2), ConfigError);
-  EXPECT_THROW(SetConfigField(record, "macros[1]", {{"nam", "x"}}), ConfigError);
-  EXPECT_TRUE(Same(record, before));
-}
-
-TEST(EscapedTextTest, AnyBytesComeBack) {
-  EXPECT_EQ(EscapeText(Image{'a', '\\', 0x00, 0xFF, 0xC3, 0xA9}), "a\\\\\\x00\\xff\xC3\xA9");
-  // Overlong, a surrogate, a cut character, a control character.
-  EXPECT_EQ(EscapeText(Image{0xC0, 0x80}), "\\xc0\\x80");
-  EXPECT_EQ(EscapeText(Image{0xED, 0xA0, 0x80}), "\\xed\\xa0\\x80");
-  EXPECT_EQ(EscapeText(Image{0xE2, 0x82}), "\\xe2\\x82");
-  EXPECT_EQ(EscapeText(Image{0xC2, 0x85}), "\\xc2\\x85");
-  Random random(2);
-  for (int run = 0; run < 2000; ++run) {
-    Image bytes(random() % 31);
-    Fill(random, bytes.data(), bytes.size());
-    const std::string text = EscapeText(bytes);
-    EXPECT_EQ(UnescapeText(text), bytes) << text;
-    EXPECT_NO_THROW(Json(text).dump());
-  }
-  for (const char* text : {"\\", "\\x", "\\x1", "\\x1g", "\\xFF", "\\n"}) {
-    EXPECT_EQ(UnescapeText(text), std::nullopt) << text;
-  }
-}
-
-TEST(ConfigDifferencesTest, NamesTheFieldsThatDiffer) {
-  ProtocolData before{};
-  before.shortcuts[1] = {2, {}, {{1, 0, {5, 0}, 0}}};
-  ProtocolData after = before;
-  EXPECT_TRUE(ConfigDifferences(before, after).empty());
-  after.unused18[0] ^= 1;
-  after.macros[0].events[69].code = 1;  // not counted
-  after.setting20 = 1;
-  after.dpi_levels[3].color.bytes[2] ^= 1;
-  after.key_functions[15].bytes[0] ^= 1;
-  after.shortcuts[1].events[0].kind = 0;
-  std::vector<std::string> fields;
-  for (const Difference& it : ConfigDifferences(before, after)) {
-    EXPECT_EQ(it.before, GetConfigField(before, it.field));
-    EXPECT_EQ(it.after, GetConfigField(after, it.field));
-    fields.push_back(it.field);
-  }
-  EXPECT_EQ(fields, (std::vector<std::string>{"setting20", "dpi_levels[3].color",
-                                              "key_functions[15]", "shortcuts[1].events[0].kind"}));
 }
 
 TEST(ConfigImageTest, SaysWhichFieldsFailTheirCheckAndTakesNoneOfThem) {
