@@ -1,44 +1,71 @@
 #!/usr/bin/env bash
 # Runs a Windows program under Wine, in a prefix of this build's own:
-#   scripts/wine.sh PREFIX PROGRAM [ARGUMENT...]     runs the program
-#   scripts/wine.sh PREFIX --stop                    ends what still runs in the prefix
+#   scripts/wine.sh PREFIX PROGRAM [ARGUMENT...]          runs the program
+#   scripts/wine.sh PREFIX --prove PROGRAM [ARGUMENT...]  the same; if it fails, once more in a
+#                                                         prefix made anew
+#   scripts/wine.sh PREFIX --stop                         ends what still runs in the prefix
 set -euo pipefail
 
 wine=/usr/lib/wine/wine64
 server=/usr/lib/wine/wineserver64
 mkdir -p "$1"
-WINEPREFIX=$(cd "$1" && pwd)
-export WINEPREFIX WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml='
+prefix=$(cd "$1" && pwd)
+export WINEPREFIX=$prefix/wine WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml='
+clean=$prefix/clean
 shift
 
-if [[ $1 == --stop ]]; then
-  # It tells by its exit code whether anything ran; either is fine.
+# It tells by its exit code whether anything ran; either is fine.
+stop_wine() {
+  [[ -d $WINEPREFIX ]] || return 0
   "$server" -k || true
-  exit 0
-fi
-
-# Starts Wine's server and services before the program does: they outlive it, and would keep the
-# pipes open in which its caller waits for the end of its output. Makes the prefix the first time.
-start_wine() {
-  "$server" -p || return 0  # it runs already
-  if [[ ! -e $WINEPREFIX/ready ]]; then
-    # Windows need no display. The desktop that comes up with a new prefix has not been told so, and
-    # while it runs no window can be made: all is ended, and started again.
-    "$wine" reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f || return
-    "$server" -k || return
-    "$server" -w
-    touch "$WINEPREFIX/ready"
-    "$server" -p || return
-  fi
-  "$wine" cmd /c exit
+  "$server" -w || true
 }
 
-# Several programs may come here at once.
-exec 9>"$WINEPREFIX/lock"
-flock 9
-if ! start_wine >"$WINEPREFIX/start.log" 2>&1 </dev/null 9>&-; then
-  cat "$WINEPREFIX/start.log" >&2
-  exit 1
-fi
-exec 9>&-
-exec "$wine" "$@"
+# Windows need no display. The desktop that comes up with a new prefix has not been told so, and
+# while it runs no window can be made: all is ended, and started again.
+make_prefix() {
+  rm -rf "$WINEPREFIX" "$clean"
+  mkdir -p "$WINEPREFIX" "$clean.new"
+  "$server" -p &&
+    "$wine" reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f || return
+  stop_wine
+  cp "$WINEPREFIX"/{system,user,userdef}.reg "$clean.new" && mv "$clean.new" "$clean"
+}
+
+# Starts Wine's server and services before the program does: they outlive it, and would keep the
+# pipes open in which its caller waits for the end of its output. The registry, which forgets no
+# device and keeps what an end at the wrong moment has left in it, is the one of the new prefix.
+start_wine() {
+  "$server" -k0 2>/dev/null && return  # it runs already
+  [[ -d $clean ]] || make_prefix || return
+  cp "$clean"/*.reg "$WINEPREFIX" || return
+  "$server" -p && "$wine" cmd /c exit
+}
+
+# start_wine_once_more COMMAND...: several programs may come here at once.
+locked() {
+  (
+    flock 9
+    "$@" >"$prefix/start.log" 2>&1 </dev/null 9>&- || { cat "$prefix/start.log" >&2; exit 1; }
+  ) 9>"$prefix/lock"
+}
+
+start_anew() {
+  stop_wine
+  rm -rf "$clean"
+  start_wine
+}
+
+case $1 in
+  --stop) stop_wine ;;
+  --prove)
+    shift
+    locked start_wine && "$wine" "$@" && exit
+    locked start_anew
+    exec "$wine" "$@"
+    ;;
+  *)
+    locked start_wine
+    exec "$wine" "$@"
+    ;;
+esac
