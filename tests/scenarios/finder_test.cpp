@@ -1,0 +1,183 @@
+// A host that asks on its own thread: which devices there are, commands, a keyboard's keys.
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+#include "scenario.h"
+
+namespace perilink::testing {
+namespace {
+
+using Finder = Scenario;
+
+// Each search in the three families, with a part of the paths that it finds.
+TEST_F(Finder, EveryFamilyFindsADeviceByEveryKey) {
+  const struct {
+    std::function<void(Paths&)> wide;
+    std::function<char**(uint32_t*)> narrow;
+    std::function<SAFEARRAY*()> managed;
+    const wchar_t* part;
+    size_t count;
+  } searches[] = {
+      {[](Paths& paths) { UsbFinder_FindHidDevices(L"1234", L"ABCD", paths); },
+       [](uint32_t* count) { return UsbFinderC_FindHidDevices("1234", "ABCD", count); },
+       [] { return CS_UsbFinder_FindHidDevices("1234", "ABCD"); }, L"vid_1234&pid_abcd", 6},
+      {[](Paths& paths) { UsbFinder_FindHidDevicesByKey(L"MI_01", paths); },
+       [](uint32_t* count) { return UsbFinderC_FindHidDevicesByKey("MI_01", count); },
+       [] { return CS_UsbFinder_FindHidDevicesByKey("MI_01"); }, L"mi_01", 5},
+      {[](Paths& paths) { UsbFinder_FindHidDevicesByDeviceId(L"1234", L"", 1, 5, paths); },
+       [](uint32_t* count) { return UsbFinderC_FindHidDevicesByDeviceId("1234", "", 1, 5, count); },
+       [] { return CS_UsbFinder_FindHidDevicesByDeviceId("1234", "", 1, 5); }, L"mi_01&col05", 1},
+      {UsbFinder_EnumHidDeviceList, UsbFinderC_EnumHidDeviceList, CS_UsbFinder_EnumHidDeviceList,
+       L"", 0},
+  };
+  Paths all;
+  UsbFinder_EnumHidDeviceList(all);
+  for (const auto& [search, narrow, managed, part, count] : searches) {
+    Paths expected;
+    std::ranges::copy_if(all, std::back_inserter(expected), [&](const std::wstring& path) {
+      return path.find(part) != std::wstring::npos;
+    });
+    Paths wide = {L"replaced"};
+    search(wide);
+    EXPECT_EQ(wide, expected);
+    uint32_t found = 77;
+    char** const list = narrow(&found);
+    Paths texts;
+    for (const std::string& text : TakeTexts(list, found))
+      texts.emplace_back(text.begin(), text.end());
+    EXPECT_EQ(texts, expected);
+    EXPECT_EQ(TakeTexts(managed()), expected);
+    EXPECT_TRUE(count == 0 || expected.size() == count) << expected.size();
+  }
+  HIDD_ATTRIBUTES attributes{};
+  attributes.Size = sizeof attributes;
+  UsbFinder_GetUsbDeviceAttribute(Path(), &attributes);
+  EXPECT_EQ(attributes.VendorID, 0x1234);
+  EXPECT_EQ(attributes.ProductID, 0xABCD);
+  EXPECT_EQ(attributes.VersionNumber, 0x0100);
+}
+
+TEST_F(Finder, AsksADeviceDirectly) {
+  const std::string path = NarrowPath();
+  EXPECT_EQ(UsbFinder_GetVersion(Path()), mouse.firmware().options().version);
+  EXPECT_TRUE(UsbFinderC_GetDeviceOnLine(path.c_str()));
+  EXPECT_EQ(TakeBytes(CS_UsbFinder_GetDeviceOnLineWithUsbAddress(path.c_str())).at(6), 1);
+  BatteryLevel battery{};
+  EXPECT_TRUE(UsbFinderC_GetBatteryLevel(path.c_str(), &battery));
+  EXPECT_EQ(battery.level, 80);
+  DataRecord10 number{{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}};
+  DataRecord10 kept{};
+  EXPECT_TRUE(UsbFinderC_SetMouseSerialNumber(path.c_str(), &number));
+  EXPECT_TRUE(CS_UsbFinder_GetMouseSerialNumber(path.c_str(), &kept));
+  EXPECT_EQ(std::memcmp(&number, &kept, sizeof kept), 0);
+}
+
+TEST_F(Finder, AsksASilentDeviceThreeTimes) {
+  const std::wstring path = Path();
+  for (const bool refuses : {false, true}) {
+    refuses ? mouse.faults().FailWrite(sim::Always()) : mouse.faults().Silence();
+    mouse.ClearRequests();
+    const uint64_t start_ms = GetTickCount64();
+    EXPECT_EQ(UsbFinder_GetVersion(path), 0);
+    // Three waits of 100 ms; the system's tick is coarse.
+    EXPECT_GE(GetTickCount64() - start_ms, refuses ? 0u : 280u);
+    EXPECT_TRUE(Eventually([this] { return mouse.Requests().size() == 3; }));
+    mouse.faults().Heal();
+  }
+  mouse.faults().FailWrite(sim::Next()).Drop(sim::Next());
+  EXPECT_TRUE(Eventually([&] { return UsbFinder_GetVersion(path) > 0; }));
+  Unplug();
+  EXPECT_EQ(UsbFinder_GetVersion(path), 0);
+}
+
+// Raw, through a pair of handles that stays open.
+TEST_F(Finder, PassesReportsThrough) {
+  const std::string path = NarrowPath();
+  const sim::Frame request = sim::MakeFrame(sim::command::kVersion, 0);
+  Bytes reply(request.size());
+  EXPECT_FALSE(UsbFinder_WriteDeviceData(request.data(), 17));
+  ASSERT_TRUE(UsbFinderC_OpenDevice(path.c_str()));
+  EXPECT_TRUE(UsbFinderC_ReadWriteDeviceData(request.data(), reply.data(), 17));
+  EXPECT_EQ(reply[1], sim::command::kVersion);
+  EXPECT_EQ(TakeBytes(CS_UsbFinder_ReadWriteDeviceData(request.data(), 17)), reply);
+  Unplug();
+  EXPECT_FALSE(UsbFinderC_ReadWriteDeviceData(request.data(), reply.data(), 17));
+  UsbFinderC_CloseDevice();
+  EXPECT_EQ(TakeBytes(CS_UsbFinder_ReadWriteDeviceData(request.data(), 17)), Bytes());
+}
+
+TEST_F(Finder, ReadsTheKeysOfAKeyboard) {
+  const auto keyboard = NewDevice(sim::KeyboardOptions());
+  Plug(*keyboard);
+  const std::string path = Narrow(PathOf(*keyboard));
+  EXPECT_EQ(TakeBytes(CS_UsbKeyboard_LoadLayerKeys(path.c_str(), 2)), FlashOf(*keyboard, 512, 512));
+}
+
+// At whichever step of an exchange the device goes: the answer is right or there is none.
+TEST_F(Finder, SurvivesAnUnplugAtEveryStep) {
+  const int32_t version = mouse.firmware().options().version;
+  const auto in_exchange = [this](sim::Exchange&) { mouse.Unplug(); };
+  const std::function<void()> steps[] = {
+      [&] { mouse.Unplug(); },
+      [&] { mouse.faults().OnRequest(in_exchange, sim::At(1)); },
+      [&] { mouse.faults().UnplugAfter(sim::At(1)); },
+      [&] { mouse.faults().OnReply(in_exchange, sim::At(1)); },
+      [&] { mouse.faults().OnReply([](sim::Exchange& e) { e.unplug = true; }, sim::At(1)); },
+  };
+  UsbFinder_GetVersion(Path());  // what is made once for a process is there
+  const std::vector<uint64_t> held = Held();
+  for (const auto& step : steps) {
+    const std::wstring path = Path();
+    step();
+    const int32_t answer = UsbFinder_GetVersion(path);
+    EXPECT_TRUE(answer == version || answer <= 0) << answer;
+    mouse.faults().Heal();
+    Unplug();
+    Plug(mouse);
+  }
+  EXPECT_TRUE(Eventually([&] { return Held() == held; }))
+      << ::testing::PrintToString(Held()) << ::testing::PrintToString(held);
+}
+
+// Three hosts on a device that is unplugged and comes back again and again.
+TEST_F(Finder, SurvivesReplugsUnderLoad) {
+  struct Load {
+    const sim::Device& device;
+    std::atomic<bool> done{false};
+    std::atomic<int> right{0};
+    std::atomic<int> wrong{0};
+  };
+  const auto ask = [](LPVOID argument) -> DWORD {
+    Load& load = *static_cast<Load*>(argument);
+    const int32_t version = sim::MouseOptions().firmware.version;
+    while (!load.done) {
+      const std::wstring path = PathOf(load.device);
+      const int32_t answer = path.empty() ? 0 : UsbFinder_GetVersion(path);
+      if (answer == version) ++load.right;
+      if (answer != version && answer > 0) ++load.wrong;
+      if (path.empty()) Sleep(5);
+    }
+    return 0;
+  };
+  Load load{mouse};
+  HANDLE hosts[3];
+  for (HANDLE& host : hosts)
+    host = CreateThread(nullptr, 0, ask, &load, 0, nullptr);
+  for (DWORD replug = 0; replug < 6; ++replug) {
+    const int before = load.right;
+    EXPECT_TRUE(Eventually([&] { return load.right > before; })) << "after replug " << replug;
+    mouse.Unplug();
+    Sleep(replug % 4 * 40);
+    mouse.Plug();
+  }
+  load.done = true;
+  for (const HANDLE host : hosts) {
+    WaitForSingleObject(host, INFINITE);
+    CloseHandle(host);
+  }
+  EXPECT_EQ(load.wrong, 0);
+}
+
+}  // namespace
+}  // namespace perilink::testing
