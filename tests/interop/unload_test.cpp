@@ -9,6 +9,9 @@
 #include <vector>
 
 #include "perilink/records.h"
+#include "scenarios/bus.h"
+#include "sim/upgrade_file.h"
+#include "sim/virtual_firmware.h"
 #ifdef _WIN32
 #include <windows.h>
 #else
@@ -54,17 +57,71 @@ class Library {
   }
 };
 
+// Where the device takes commands, when it does.
+std::string PathOf(Library& library, const sim::Device& device) {
+  auto* const find = library.Get<char**(const char*, uint32_t*)>("UsbFinderC_FindHidDevicesByKey");
+  for (int tries = 0; tries < 6000; ++tries) {
+    uint32_t count = 0;
+    char** const found = find(device.CommandKey().c_str(), &count);
+    const std::string path = count > 0 ? found[0] : "";
+    library.Get<void(char**, int32_t)>("UsbFinderC_Free")(found, static_cast<int32_t>(count));
+    const bool opens = library.Get<bool(const char*)>("UsbFinderC_OpenDevice")(path.c_str());
+    library.Get<void()>("UsbFinderC_CloseDevice")();
+    if (opens) return path;
+    std::this_thread::sleep_for(Milliseconds(10));
+  }
+  return "";
+}
+
 TEST(Unload, RightAfterTheServersEndWasAskedFor) {
+  const auto mouse = testing::NewDevice();
+  mouse->Plug();
   for (int delay_ms : {0, 1, 30, 110}) {
     {
       Library library;
+      const std::string path = PathOf(library, *mouse);
       library.Get<void(const char*, const char*, ServerReportCallback)>("UsbServerC_Start")(
-          "nowhere", "nowhere", nullptr);
+          path.c_str(), path.c_str(), nullptr);
+      library.Get<void()>("UsbServer_ReadAllFlashData")();
       std::this_thread::sleep_for(Milliseconds(delay_ms));
       library.Get<void()>("UsbServer_Exit")();
     }
     std::this_thread::sleep_for(Milliseconds(300));
   }
+}
+
+// The upgrade goes on: half a firmware would be worse. On a busy machine it may end before its end.
+TEST(Unload, InTheMiddleOfAnUpgrade) {
+  static std::atomic<bool> downloading{false};
+  static std::atomic<int> result{0};
+  constexpr uint16_t kVersion = 0x0345;
+  const auto mouse = testing::NewDevice();
+  mouse->Plug();
+  const sim::Bytes file =
+      sim::UpgradeFileBuilder(sim::ImageFor(*mouse, sim::MakeVirtualFirmware(kVersion, 8192)))
+          .Build();
+  for (int tries = 0; tries < 3 && result != 1; ++tries) {
+    {
+      Library library;
+      if (tries == 0) PathOf(library, *mouse);
+      downloading = false;
+      result = 0;
+      const UpgradeCallback callback = [](const uint8_t* event, uint32_t) -> int {
+        if (event[1] == 3 && event[2] == 1) downloading = true;
+        if (event[1] == 2) result = event[2];
+        return 0;
+      };
+      ASSERT_TRUE(library.Get<bool(const uint8_t*, UpgradeCallback, uint32_t)>("UsbUpgrade_Start")(
+          file.data(), callback, 10'000));
+      while (!downloading && result == 0)
+        std::this_thread::sleep_for(Milliseconds(1));
+    }
+    while (result == 0)
+      std::this_thread::sleep_for(Milliseconds(10));
+    std::this_thread::sleep_for(Milliseconds(500));
+  }
+  const auto lock = mouse->Lock();
+  EXPECT_EQ(mouse->firmware().options().version, kVersion);
 }
 
 // For a host that must know: the export that runs the loop returns when the run has ended.

@@ -1,4 +1,4 @@
-// The portable platform's bus, in virtual time.
+// The portable platform's bus, in either world.
 #include "perilink_platform/hid_bus.h"
 #include "perilink_platform/world.h"
 #include "scenarios/bus.h"
