@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Runs a Windows program under Wine, in a prefix of this build's own:
 #   scripts/wine.sh PREFIX PROGRAM [ARGUMENT...]          runs the program
-#   scripts/wine.sh PREFIX --prove PROGRAM [ARGUMENT...]  the same; if it fails, once more in a
-#                                                         prefix made anew
+#   scripts/wine.sh PREFIX --prove PROGRAM [ARGUMENT...]  starts Wine anew and runs the program; if
+#                                                         it fails, once more in a new prefix
 #   scripts/wine.sh PREFIX --stop                         ends what still runs in the prefix
 set -euo pipefail
 
@@ -42,7 +42,7 @@ start_wine() {
   "$server" -p && "$wine" cmd /c exit
 }
 
-# start_wine_once_more COMMAND...: several programs may come here at once.
+# locked COMMAND...: several programs may come here at once.
 locked() {
   (
     flock 9
@@ -50,18 +50,15 @@ locked() {
   ) 9>"$prefix/lock"
 }
 
-start_anew() {
-  stop_wine
-  rm -rf "$clean"
-  start_wine
-}
+restart_wine() { stop_wine && start_wine; }
+remake_wine() { stop_wine && rm -rf "$clean" && start_wine; }
 
 case $1 in
   --stop) stop_wine ;;
   --prove)
     shift
-    locked start_wine && "$wine" "$@" && exit
-    locked start_anew
+    locked restart_wine && "$wine" "$@" && exit
+    locked remake_wine
     exec "$wine" "$@"
     ;;
   *)
