@@ -66,6 +66,7 @@ typedef struct {
   User* user;        /* NULL: withdrawn */
   BOOLEAN announced; /* the system has heard of it */
   BOOLEAN settled;   /* the stack above it is complete */
+  BOOLEAN ended;     /* nothing more can be read */
   IRP* read;
   LIST_ENTRY unread; /* of Unread */
   UNICODE_STRING usb_link;
@@ -125,9 +126,15 @@ static NTSTATUS Plug(User* user, const HidBusChild* is) {
   return STATUS_SUCCESS;
 }
 
+static void Delete(Child* child) {
+  while (!IsListEmpty(&child->unread))
+    ExFreePool(CONTAINING_RECORD(RemoveHeadList(&child->unread), Unread, entry));
+  IoDeleteDevice(child->device);
+}
+
 /* With the lock held. Puts what the child's writers wait for into `ended`. A child that the system
  * has not heard of yet is left to the caller to delete. */
-static DEVICE_OBJECT* Withdraw(Child* child, LIST_ENTRY* ended) {
+static Child* Withdraw(Child* child, LIST_ENTRY* ended) {
   LIST_ENTRY* const written = &child->user->written;
   for (LIST_ENTRY *entry = written->Flink, *next; entry != written; entry = next) {
     next = entry->Flink;
@@ -139,12 +146,12 @@ static DEVICE_OBJECT* Withdraw(Child* child, LIST_ENTRY* ended) {
   child->user = NULL;
   if (child->announced) return NULL;
   RemoveEntryList(&child->entry);
-  return child->device;
+  return child;
 }
 
 static NTSTATUS Unplug(User* user, ULONG number) {
   LIST_ENTRY ended;
-  DEVICE_OBJECT* unknown = NULL;
+  Child* unknown = NULL;
   InitializeListHead(&ended);
   ExAcquireFastMutex(&lock);
   Child* child = FindChild(user, number);
@@ -152,7 +159,7 @@ static NTSTATUS Unplug(User* user, ULONG number) {
   ExReleaseFastMutex(&lock);
   if (child == NULL) return STATUS_INVALID_PARAMETER;
   CompleteAll(&ended, STATUS_DEVICE_NOT_CONNECTED);
-  if (unknown != NULL) IoDeleteDevice(unknown);
+  if (unknown != NULL) Delete(unknown);
   IoInvalidateDeviceRelations(bus, BusRelations);
   return STATUS_SUCCESS;
 }
@@ -395,10 +402,13 @@ static void Settle(Child* child) {
   if (withdrawn) IoInvalidateDeviceRelations(bus, BusRelations);
 }
 
-static void EndRead(Child* child) {
+/* The HID drivers read until they are told that the collection is removed, which comes after this
+ * and waits for their read. */
+static void EndReads(Child* child) {
   ExAcquireFastMutex(&lock);
   IRP* const read = child->read;
   child->read = NULL;
+  child->ended = TRUE;
   ExReleaseFastMutex(&lock);
   if (read != NULL) Complete(read, STATUS_DEVICE_NOT_CONNECTED, 0);
 }
@@ -408,13 +418,11 @@ static void Remove(Child* child) {
     IoSetDeviceInterfaceState(&child->usb_link, FALSE);
     RtlFreeUnicodeString(&child->usb_link);
   }
-  EndRead(child);
+  EndReads(child);
   ExAcquireFastMutex(&lock);
   RemoveEntryList(&child->entry);
   ExReleaseFastMutex(&lock);
-  while (!IsListEmpty(&child->unread))
-    ExFreePool(CONTAINING_RECORD(RemoveHeadList(&child->unread), Unread, entry));
-  IoDeleteDevice(child->device);
+  Delete(child);
   IoInvalidateDeviceRelations(bus, BusRelations); /* for another one of its name */
 }
 
@@ -443,7 +451,7 @@ static NTSTATUS NTAPI OnPnp(DEVICE_OBJECT* device, IRP* irp) {
       return Complete(irp, unchanged, irp->IoStatus.Information);
     }
     case IRP_MN_SURPRISE_REMOVAL:
-      EndRead(child);
+      EndReads(child);
       return Complete(irp, STATUS_SUCCESS, 0);
     case IRP_MN_REMOVE_DEVICE:
       Complete(irp, STATUS_SUCCESS, 0);
@@ -459,13 +467,15 @@ static NTSTATUS Read(Child* child, IRP* irp) {
       IoGetCurrentIrpStackLocation(irp)->Parameters.DeviceIoControl.OutputBufferLength;
   Unread* unread = NULL;
   ExAcquireFastMutex(&lock);
-  if (!IsListEmpty(&child->unread)) {
+  const BOOLEAN ended = child->ended;
+  if (!ended && !IsListEmpty(&child->unread)) {
     unread = CONTAINING_RECORD(RemoveHeadList(&child->unread), Unread, entry);
-  } else {
+  } else if (!ended) {
     IoMarkIrpPending(irp);
     child->read = irp;
   }
   ExReleaseFastMutex(&lock);
+  if (ended) return Complete(irp, STATUS_DEVICE_NOT_CONNECTED, 0);
   if (unread == NULL) return STATUS_PENDING;
   const ULONG length = unread->length < room ? unread->length : room;
   RtlCopyMemory(irp->UserBuffer, unread->bytes, length);
