@@ -13,7 +13,7 @@ files=()
 
 quiet setup install_missing "${run_packages[@]}" "${test_packages[@]}" || fail "setting up failed"
 quiet native-build build_preset native "${benchmarks[@]}" kernel_bench || fail "the build failed"
-quiet windows-build build_preset windows perilink || fail "the build for Windows failed"
+quiet windows-build build_preset windows perilink windows_bench || fail "the build for Windows failed"
 
 rm -rf "$results"
 mkdir -p "$results"
@@ -26,6 +26,11 @@ done
 files+=("$results/kernel_bench.json")
 quiet kernel_bench "$root/scripts/vm.sh" --keep "$results" \
   "$root/build/native/bin/kernel_bench" "--benchmark_out=${files[-1]}" || fail "kernel_bench failed"
+# On Windows' HID stack.
+files+=("$results/windows_bench.json")
+quiet windows_bench "$root/scripts/wine.sh" "$root/build/wine" --prove \
+  "$root/build/windows/bin/windows_bench.exe" "${files[-1]}" || fail "windows_bench failed"
+"$root/scripts/wine.sh" "$root/build/wine" --stop
 # Its verdict is in the table.
 files+=("$results/dll.json")
 "$root/scripts/check_dll.sh" "$root/build/windows/bin/perilink.dll" "${files[-1]}" >/dev/null || true
