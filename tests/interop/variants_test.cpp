@@ -8,7 +8,6 @@
 #include "perilink/battery.h"
 #include "perilink/finder.h"
 #include "perilink/protocol_data.h"
-#include "perilink/usb_changed.h"
 #include "platform/ansi_text.h"
 #include "protocol/image.h"
 #include "sim/mouse.h"
@@ -88,14 +87,6 @@ TEST(ManagedVariants, BatterySettings) {
   std::iota(voltages.begin(), voltages.end(), 3700);
   CS_UsbServer_SetBatteryOptimizeSection(voltages.data());
   EXPECT_EQ(level_after_poll(9, 3720), 100);
-}
-
-bool told = false;
-
-TEST(ManagedVariants, ArrivalNotice) {
-  CS_StartUsbChanged([](bool arrived) { told = arrived; }, 0);
-  EXPECT_TRUE(told);
-  StopUsbChanged();
 }
 
 }  // namespace

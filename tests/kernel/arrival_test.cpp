@@ -48,7 +48,7 @@ class Arrival : public Machine {
       const auto answers = [] { return UsbFinder_GetVersion(PathWith(kCommandKey)) == 0x0102; };
       ++told;
       complete +=
-          Paths().size() == 6 &&
+          Present().size() == 6 &&
           (answers() || (patience.count() > 0 && Since(plugged) > patience && Eventually(answers)));
     });
     for (int plug = 1; plug <= 3; ++plug) {
@@ -115,7 +115,7 @@ TEST_F(Arrival, MissedIsMadeUpFor) {
   WriteText("/proc/sys/net/core/rmem_max", "8192");
   {
     const AsNobody nobody;  // whose buffer is that small
-    EXPECT_TRUE(Paths().empty());
+    EXPECT_TRUE(Present().empty());
   }
   WriteText("/proc/sys/net/core/rmem_max", "212992");
   Notices notices;
@@ -132,7 +132,7 @@ TEST_F(Arrival, MissedIsMadeUpFor) {
   }
   ASSERT_TRUE(notices.Await(false));
   ASSERT_TRUE(notices.Await(true));
-  EXPECT_EQ(Paths().size(), 1u);
+  EXPECT_EQ(Present().size(), 1u);
   EXPECT_FALSE(PathWith(L"pid_beef").empty());
 }
 
@@ -149,7 +149,7 @@ TEST_F(Arrival, IsToldAgainOfALateNode) {
   ASSERT_TRUE(WaitForPaths(2));
   WriteText("/sys/bus/usb/drivers/usbhid/bind", hid);
   EXPECT_TRUE(notices.Await(true));
-  EXPECT_EQ(Paths().size(), 7u);
+  EXPECT_EQ(Present().size(), 7u);
 }
 
 // A device that no bus of the machine carries, as a Bluetooth stack makes them.
@@ -195,7 +195,7 @@ TEST_F(Arrival, OfADeviceWithoutUsb) {
   for (int plug = 0; plug < 2; ++plug) {
     auto device = std::make_unique<UhidDevice>("00:11:22:33:44:55", "66:77:88:99:aa:bb");
     ASSERT_TRUE(notices.Await(true));
-    ASSERT_EQ(Paths().size(), 5u);
+    ASSERT_EQ(Present().size(), 5u);
     EXPECT_TRUE(path.empty() || path == PathWith(L"&col05#")) << "the same after a return";
     path = PathWith(L"\\\\?\\hid#vid_1234&pid_abce&col05#7&");
     Handle commands(path);
@@ -218,7 +218,8 @@ TEST_F(Arrival, OfTwins) {
     UhidDevice first(place, "");
     UhidDevice second(place, "");
     ASSERT_TRUE(WaitForPaths(10));
-    std::vector<std::wstring> paths = Paths(L"&col05#");
+    Paths paths;
+    UsbFinder_FindHidDevicesByKey(L"&col05#", paths);
     ASSERT_EQ(paths.size(), 2u);
     EXPECT_NE(paths[0], paths[1]);
     Handle(paths[0]).Send({8, 1});

@@ -1,4 +1,6 @@
 // The platform's calls on the machine's devices.
+#include <sys/wait.h>
+
 #include "machine.h"
 #include "perilink_platform/hid_bus.h"
 #include "perilink_platform/world.h"
@@ -25,7 +27,7 @@ DWORD ErrorOfOpening(const std::wstring& path, DWORD access) {
 }
 
 TEST_F(MachineBus, ListsCollectionsAsWindowsSpellsThem) {
-  const std::vector<std::wstring> paths = Paths();
+  const Paths paths = Present();
   const std::wstring keys[] = {L"mi_00#", L"mi_01&col01#", L"mi_01&col02#", L"mi_01&col03#",
                                kEventKey, kCommandKey,     kBootKey};
   for (size_t i = 0; i < std::size(keys); ++i)
@@ -41,7 +43,7 @@ TEST_F(MachineBus, ListsCollectionsAsWindowsSpellsThem) {
   Plug();
   ASSERT_TRUE(WaitForPaths(7));
   EXPECT_NE(Nodes(), before);
-  EXPECT_EQ(Paths(), paths) << "the same port, the same paths";
+  EXPECT_EQ(Present(), paths) << "the same port, the same paths";
   close(kept);
 }
 
@@ -123,7 +125,7 @@ TEST_F(MachineBus, GivesEachHandleItsCollectionsReports) {
     EXPECT_EQ(report, Padded({8, 2}, 17));
   }
   EXPECT_EQ(boot.Read(), Padded({0, 0x5A}, 64)) << "as on Windows, with an id of 0";
-  EXPECT_TRUE(events.Read(milliseconds(200)).empty());
+  EXPECT_TRUE(events.Read(200).empty());
   // What comes before a handle is opened is not for it.
   device_.Send(1, Padded({8, 3}, 17));
   EXPECT_EQ(second.Read(), Padded({8, 3}, 17));
@@ -207,6 +209,33 @@ TEST_F(MachineBus, WaitsForAStuckWriteAlone) {
   last_writer.join();
   EXPECT_NE(error, 0u);
   EXPECT_LT(Since(unplugged), milliseconds(4000));
+}
+
+// Each sees the other's replies, and takes none of them for its own.
+TEST(TwoProcesses, ShareADevice) {
+  const auto ask = [] {
+    int right = 0;
+    bool wrong = false;
+    Eventually([&] {
+      const std::wstring path = PathWith(kCommandKey);
+      BatteryLevel battery{};
+      const int32_t version = UsbFinder_GetVersion(path);
+      const bool told = UsbFinderC_GetBatteryLevel(Narrow(path).c_str(), &battery);
+      wrong = (version > 0 && version != 0x0102) || (told && battery.level != 80);
+      right += version > 0 && told;
+      return wrong || right == 30;
+    });
+    return right == 30 && !wrong;
+  };
+  ASSERT_TRUE(WaitForNodes(0));
+  const pid_t other = fork();
+  if (other == 0) _exit(ask() ? 0 : 1);
+  const auto mouse = NewDevice();
+  mouse->Plug();
+  EXPECT_TRUE(ask());
+  int status = 1;
+  waitpid(other, &status, 0);
+  EXPECT_EQ(status, 0);
 }
 
 }  // namespace

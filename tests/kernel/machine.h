@@ -3,31 +3,24 @@
 #define PERILINK_TESTS_KERNEL_MACHINE_H_
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <deque>
 #include <filesystem>
-#include <functional>
-#include <mutex>
 #include <set>
-#include <string>
 #include <thread>
 #include <utility>
-#include <vector>
 
-#include "perilink/perilink.h"
+#include "scenarios/scenario.h"
 #include "sim/usb_device.h"
 #include "support/report_descriptors.h"
 #include "transport/link.h"
 
 namespace perilink::testing {
 
-using sim::Bytes;
 using sim::UsbDevice;
 using std::chrono::milliseconds;
 using std::this_thread::sleep_for;
@@ -38,21 +31,8 @@ inline constexpr wchar_t kEventKey[] = L"mi_01&col04#";
 inline constexpr wchar_t kCommandKey[] = L"mi_01&col05#";
 inline constexpr wchar_t kBootKey[] = L"mi_02#";
 
-// The machine is emulated, and shared: what takes a millisecond elsewhere may take a second.
-inline constexpr milliseconds kPatience{30'000};
-
 inline milliseconds Since(Clock::time_point start) {
   return std::chrono::duration_cast<milliseconds>(Clock::now() - start);
-}
-
-// Whether it holds within the time.
-inline bool Eventually(const std::function<bool()>& holds, milliseconds time = kPatience) {
-  const auto deadline = Clock::now() + time;
-  while (!holds()) {
-    if (Clock::now() > deadline) return false;
-    sleep_for(milliseconds(2));
-  }
-  return true;
 }
 
 // Device files of the nodes that are present, in the order of their interfaces: each gets the least
@@ -79,18 +59,13 @@ inline size_t OpenDescriptors(const std::string& node) {
       }));
 }
 
-// What the library finds of the tests' devices.
-inline std::vector<std::wstring> Paths(const std::wstring& key = L"vid_1234") {
-  std::vector<std::wstring> paths;
-  UsbFinder_FindHidDevicesByKey(key, paths);
-  return paths;
-}
 inline std::wstring PathWith(const std::wstring& key) {
-  const std::vector<std::wstring> paths = Paths(key);
+  Paths paths;
+  UsbFinder_FindHidDevicesByKey(key, paths);
   return paths.empty() ? L"" : paths.front();
 }
 inline bool WaitForPaths(size_t count) {
-  return Eventually([count] { return Paths().size() == count; });
+  return Eventually([count] { return Present().size() == count; });
 }
 
 inline void WriteText(const std::string& file, const std::string& text) {
@@ -127,8 +102,8 @@ class Handle : public Link {
   explicit Handle(const std::wstring& path, size_t length = 17) : Link(length) { Open(path); }
   bool IsOpen() const { return handles().CanWrite() && handles().CanRead(); }
   // Empty when no report comes in time.
-  Bytes Read(milliseconds time = kPatience) {
-    if (Next(static_cast<uint32_t>(time.count())) != Arrival::kReport) return {};
+  Bytes Read(uint32_t time_ms = kPatienceMs) {
+    if (Next(time_ms) != Arrival::kReport) return {};
     return {report().begin(), report().end()};
   }
   // 0, or the error.

@@ -132,8 +132,9 @@ TEST_F(FlashRead, SlotsAreReadByWhatTheyHold) {
   }
 }
 
-// Answers that come after their frame was written again, come twice, or answer a direct command's
-// read: each at each place of a read, from address 0, which a device without an echo names too.
+// Answers that come after their frame was written again, come twice, answer a direct command's read
+// or those of a layer, always ahead: each at each place of a read, from address 0, which a device
+// without an echo names too.
 TEST_F(FlashRead, AnswersOfOtherReadsShiftNothing) {
   enum Fault { kLate, kTwice, kDirect, kLayer };
   for (const Fault fault : {kLate, kTwice, kDirect, kLayer}) {
