@@ -12,7 +12,7 @@ compile_one() {
   printf '#include <%s>\n' "$@" |
     "$compiler" -x "$language" -std="$standard" -fsyntax-only -Wall -Wextra -Wpedantic \
       -Wconversion -Wshadow -Werror -Iinclude -Isrc -Iportable/include -Iportable/src -Isim/include \
-      -Isim/portable/include -Isim/kernel/include -I. - ||
+      -Isim/{portable,kernel,wine}/include -I. - ||
     {
       echo "$* does not compile alone with $compiler -std=$standard" >&2
       return 1
@@ -37,9 +37,10 @@ list_compilations() {
     echo "$mingw-g++-posix c++ c++17 windows.h oleauto.h $header"
   done
   # What Windows programs host, too.
-  git ls-files --cached --others --exclude-standard 'sim/include/*.h' |
+  git ls-files --cached --others --exclude-standard 'sim/include/*.h' 'sim/wine/*.h' |
     sed "s/^/$mingw-g++-posix c++ c++20 windows.h /"
-  git ls-files --cached --others --exclude-standard 'src/*.h' 'portable/*.h' 'sim/*.h' |
+  git ls-files --cached --others --exclude-standard 'src/*.h' 'portable/*.h' 'sim/*.h' \
+    ':!sim/wine' |
     sed 's/^/g++ c++ c++20 /'
 }
 

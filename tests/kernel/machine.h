@@ -47,8 +47,12 @@ inline std::vector<std::string> Nodes() {
   return {nodes.begin(), nodes.end()};
 }
 
+// With the device lock held, too.
 inline bool WaitForNodes(size_t count) {
-  return Eventually([count] { return Nodes().size() == count; });
+  const auto start = Clock::now();
+  while (Nodes().size() != count && Since(start) < milliseconds(kPatienceMs))
+    sleep_for(milliseconds(2));
+  return Nodes().size() == count;
 }
 
 inline size_t OpenDescriptors(const std::string& node) {
