@@ -1,6 +1,8 @@
 #include "perilink_platform/setupapi.h"
 
 #include <cstring>
+#include <cwctype>
+#include <memory>
 #include <new>
 #include <string>
 #include <utility>
@@ -37,6 +39,13 @@ bool IsRecord(const SP_DEVICE_INTERFACE_DATA* data) {
   return data != nullptr && data->cbSize == sizeof(SP_DEVICE_INTERFACE_DATA);
 }
 
+// The start of the paths of a device's interfaces, in lower case.
+std::wstring PathStart(std::wstring instance_id) {
+  for (wchar_t& unit : instance_id)
+    unit = unit == L'\\' ? L'#' : static_cast<wchar_t>(std::towlower(static_cast<wint_t>(unit)));
+  return L"\\\\?\\" + instance_id + L"#";
+}
+
 }  // namespace
 }  // namespace perilink::platform
 
@@ -47,15 +56,20 @@ using perilink::platform::HandleTable;
 
 HDEVINFO SetupDiGetClassDevsW(const GUID* guid, PCWSTR enumerator, HWND parent, DWORD flags) try {
   if (CallMustFail("SetupDiGetClassDevsW")) return INVALID_HANDLE_VALUE;
-  if (guid == nullptr || !(*guid == perilink::platform::kHidGuid) || enumerator != nullptr ||
-      parent != nullptr)
+  if (guid == nullptr || !(*guid == perilink::platform::kHidGuid) || parent != nullptr)
     return Fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
   if (flags != (DIGCF_PRESENT | DIGCF_DEVICEINTERFACE))
     return Fail(ERROR_INVALID_FLAGS, INVALID_HANDLE_VALUE);
   perilink::platform::HidBus* const bus = perilink::platform::ActiveBus();
   if (bus == nullptr) return Fail(ERROR_NO_SYSTEM_RESOURCES, INVALID_HANDLE_VALUE);
+  std::vector<std::wstring> paths = bus->PresentInterfaces();
+  if (enumerator != nullptr) {
+    std::erase_if(paths, [start = perilink::platform::PathStart(enumerator)](const auto& path) {
+      return !path.starts_with(start);
+    });
+  }
   return HandleTable::Get().Add(
-      std::make_shared<perilink::platform::DeviceInfoSet>(bus->PresentInterfaces()));
+      std::make_shared<perilink::platform::DeviceInfoSet>(std::move(paths)));
 } catch (const std::bad_alloc&) {
   return Fail(ERROR_NOT_ENOUGH_MEMORY, INVALID_HANDLE_VALUE);
 }

@@ -54,14 +54,14 @@ std::optional<std::wstring> InterfacePath(HDEVINFO set, SP_DEVICE_INTERFACE_DATA
   return InterfacePath(set, item, reinterpret_cast<Detail*>(buffer.data()), size, needed);
 }
 
-// Calls `visit` with each present path in the system's order, until it returns false. False when a
-// call failed before the last one.
+// Calls `visit` with each present path in the system's order, or with those of the device of that
+// instance id, until it returns false. False when a call failed before the last one.
 template <typename Visit>
-bool VisitHidPaths(Visit visit) {
+bool VisitHidPaths(Visit visit, const wchar_t* device = nullptr) {
   GUID hid;
   HidD_GetHidGuid(&hid);
   const UniqueDeviceInfoSet set(
-      SetupDiGetClassDevsW(&hid, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
+      SetupDiGetClassDevsW(&hid, device, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE));
   if (!set.Valid()) return false;
   for (DWORD index = 0;; ++index) {
     SP_DEVICE_INTERFACE_DATA item{};
@@ -80,6 +80,17 @@ bool CollectHidPaths(HidPathList& paths) {
     paths.push_back(std::move(path));
     return true;
   });
+}
+
+// Of the device that an interface with this path belongs to, whose path the system makes of it:
+// \\?\hid#a#b#{class} is one of hid\a\b. Empty for anything else.
+std::wstring InstanceId(const std::wstring& path) {
+  const std::wstring_view start = L"\\\\?\\";
+  const size_t end = path.rfind(L"#{");
+  if (!path.starts_with(start) || end == path.npos) return {};
+  std::wstring id = path.substr(start.size(), end - start.size());
+  std::ranges::replace(id, L'#', L'\\');
+  return id;
 }
 
 std::wstring LowerCase(std::wstring text) {
@@ -157,10 +168,14 @@ Presence FindPresence(const std::wstring& key) {
   if (key.empty()) return Presence::kAbsent;
   const std::wstring lower = LowerCase(key);
   bool found = false;
-  const bool complete = VisitHidPaths([&](const std::wstring& path) {
+  const auto look = [&](const std::wstring& path) {
     found = path.find(lower) != std::wstring::npos;
     return !found;
-  });
+  };
+  // One device takes a small part of the time of all. That it isn't found so proves nothing.
+  const std::wstring device = InstanceId(lower);
+  if (!device.empty()) VisitHidPaths(look, device.c_str());
+  const bool complete = found || VisitHidPaths(look);
   if (found) return Presence::kPresent;
   return complete ? Presence::kAbsent : Presence::kUnknown;
 }

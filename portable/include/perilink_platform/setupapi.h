@@ -33,10 +33,10 @@ typedef SP_DEVICE_INTERFACE_DETAIL_DATA_W* PSP_DEVICE_INTERFACE_DETAIL_DATA_W;
 
 PERILINK_PLATFORM_BEGIN
 
-/* The HID interfaces present now; a set doesn't change afterwards. INVALID_HANDLE_VALUE on failure.
- * `guid` must be the HID class's (ERROR_INVALID_PARAMETER), `enumerator` and `parent` null
- * (ERROR_INVALID_PARAMETER), `flags` DIGCF_PRESENT | DIGCF_DEVICEINTERFACE (ERROR_INVALID_FLAGS).
- */
+/* The HID interfaces present now, or those of the device whose instance id `enumerator` is; a set
+ * doesn't change afterwards. INVALID_HANDLE_VALUE on failure. `guid` must be the HID class's and
+ * `parent` null (ERROR_INVALID_PARAMETER), `flags` DIGCF_PRESENT | DIGCF_DEVICEINTERFACE
+ * (ERROR_INVALID_FLAGS). */
 HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* guid, PCWSTR enumerator, HWND parent, DWORD flags);
 
 /* The interface at `index`. FALSE with ERROR_NO_MORE_ITEMS beyond the last or for another class,
