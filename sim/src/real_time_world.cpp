@@ -1,5 +1,6 @@
 #include "sim/real_time_world.h"
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -9,9 +10,10 @@ namespace {
 using std::chrono::microseconds;
 using std::chrono::steady_clock;
 
-steady_clock::time_point TimeAt(uint64_t micros) {
-  return steady_clock::time_point(microseconds(static_cast<int64_t>(micros)));
-}
+// Under Wine a condition variable's wait may last so much longer than it should, since the clock
+// that it reads moves in steps; a sleep keeps to its time.
+constexpr uint64_t kCoarseMicros = 20'000;
+constexpr uint64_t kNapMicros = 1000;
 
 }  // namespace
 
@@ -39,13 +41,22 @@ void RealTimeWorld::Schedule(uint64_t at_micros, std::function<void()> action) {
   changed_.notify_one();
 }
 
+uint64_t RealTimeWorld::MicrosLeft(uint64_t at_micros) const {
+  const uint64_t now_micros = NowMicros();
+  return at_micros > now_micros ? at_micros - now_micros : 0;
+}
+
 void RealTimeWorld::RunEvents() {
   std::unique_lock lock(mutex_);
   while (!ending_) {
     if (events_.empty()) {
       changed_.wait(lock);
-    } else if (const uint64_t at = events_.begin()->first; at > NowMicros()) {
-      changed_.wait_until(lock, TimeAt(at));
+    } else if (const uint64_t left = MicrosLeft(events_.begin()->first); left > kCoarseMicros) {
+      changed_.wait_for(lock, microseconds(left - kCoarseMicros));
+    } else if (left > 0) {
+      lock.unlock();
+      std::this_thread::sleep_for(microseconds(std::min(left, kNapMicros)));
+      lock.lock();
     } else {
       auto event = events_.extract(events_.begin());
       lock.unlock();

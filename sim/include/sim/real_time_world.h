@@ -27,6 +27,7 @@ class RealTimeWorld final : public World {
 
  private:
   void RunEvents();
+  uint64_t MicrosLeft(uint64_t at_micros) const;
 
   std::recursive_mutex world_;
   std::mutex mutex_;  // guards what follows; taken after the world's lock
