@@ -39,32 +39,40 @@ class Perictl : public ::testing::Test {
     std::string output;
     Json Document() const { return Json::parse(output, nullptr, false); }
   };
-  // Standard output and errors go to one file. Calls `meanwhile` with what has been printed so far;
-  // when it returns true, the command is broken off with Ctrl-C, which this process then ignores.
-  Outcome Run(const std::wstring& arguments,
-              const std::function<bool(const std::string&)>& meanwhile = {}) {
+  static HANDLE OpenInherited(const wchar_t* name, DWORD disposition) {
     SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-    const HANDLE file = CreateFileW(L"output", GENERIC_WRITE, FILE_SHARE_READ, &inherited,
-                                    CREATE_ALWAYS, 0, nullptr);
+    return CreateFileW(name, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                       &inherited, disposition, 0, nullptr);
+  }
+  // Standard output and errors go to one place.
+  HANDLE Start(const std::wstring& arguments, HANDLE output) {
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = startup.hStdError = file;
+    startup.hStdOutput = startup.hStdError = output;
     PROCESS_INFORMATION process{};
     std::wstring line = L"\"" + perictl_.wstring() + L"\" " + arguments;
     EXPECT_TRUE(CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                                &startup, &process));
-    while (WaitForSingleObject(process.hProcess, 20) == WAIT_TIMEOUT) {
+    CloseHandle(process.hThread);
+    return process.hProcess;
+  }
+  // Calls `meanwhile` with what has been printed so far;
+  // when it returns true, the command is broken off with Ctrl-C, which this process then ignores.
+  Outcome Run(const std::wstring& arguments,
+              const std::function<bool(const std::string&)>& meanwhile = {}) {
+    const HANDLE file = OpenInherited(L"output", CREATE_ALWAYS);
+    const HANDLE process = Start(arguments, file);
+    while (WaitForSingleObject(process, 20) == WAIT_TIMEOUT) {
       if (!meanwhile || !meanwhile(Content("output"))) continue;
       SetConsoleCtrlHandler(nullptr, TRUE);
       EXPECT_TRUE(GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0));
-      WaitForSingleObject(process.hProcess, 60'000);
-      TerminateProcess(process.hProcess, 99);
+      WaitForSingleObject(process, 60'000);
+      TerminateProcess(process, 99);
     }
     Outcome outcome{};
-    GetExitCodeProcess(process.hProcess, &outcome.exit_code);
-    CloseHandle(process.hProcess);
-    CloseHandle(process.hThread);
+    GetExitCodeProcess(process, &outcome.exit_code);
+    CloseHandle(process);
     CloseHandle(file);
     outcome.output = Content("output");
     return outcome;
@@ -112,14 +120,27 @@ TEST_F(Perictl, TellsOfADevice) {
 }
 
 TEST_F(Perictl, SavesSetsAndLoadsAConfiguration) {
-  Expect(L"config save Größe.json", 0, "json");
-  EXPECT_TRUE(std::filesystem::exists(L"Größe.json"));
+  Expect(L"config save Łódź.json", 0, "json");
+  EXPECT_TRUE(std::filesystem::exists(L"Łódź.json"));
   Expect(L"macro set 2 --name Copy --events \"press:1:0600 release:1:0600\"", 0, "");
   Expect(L"macro show", 0, "Copy");
-  Expect(L"config diff Größe.json", 10, "macros[2]");
-  Expect(L"config load Größe.json", 0, "");
-  Expect(L"config diff Größe.json", 0, "no difference");
+  Expect(L"config diff Łódź.json", 10, "macros[2]");
+  Expect(L"config load Łódź.json", 0, "");
+  Expect(L"config diff Łódź.json", 0, "no difference");
   EXPECT_EQ(Run(L"config load nowhere.json").exit_code, 8u);
+}
+
+// Whatever the system's code page has.
+TEST_F(Perictl, TellsAConsoleOfNames) {
+  const HANDLE console = OpenInherited(L"CONOUT$", OPEN_EXISTING);
+  const HANDLE process = Start(L"upgrade inspect Łódź", console);
+  WaitForSingleObject(process, 60'000);
+  wchar_t text[400];
+  DWORD count = 0;
+  EXPECT_TRUE(ReadConsoleOutputCharacterW(console, text, 400, {0, 0}, &count));
+  EXPECT_NE(std::wstring(text, count).find(L"Łódź"), std::wstring::npos);
+  CloseHandle(process);
+  CloseHandle(console);
 }
 
 TEST_F(Perictl, ReadsFiles) {

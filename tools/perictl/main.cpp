@@ -6,6 +6,7 @@
 #include "cli/page.h"
 #include "commands/commands.h"
 #include "context.h"
+#include "system.h"
 
 namespace perictl {
 namespace {
@@ -88,5 +89,6 @@ int Main(int argc, char** argv) {
 }  // namespace perictl
 
 int main(int argc, char** argv) {
+  const perictl::Consoles consoles;
   return perictl::Main(argc, argv);
 }

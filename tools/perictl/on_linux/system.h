@@ -34,6 +34,11 @@ inline bool TakesEscapes(std::FILE*) {
   return true;
 }
 
+// A terminal takes UTF-8 as it is.
+struct Consoles {
+  Consoles() {}
+};
+
 }  // namespace perictl
 
 #endif  // PERILINK_TOOLS_PERICTL_SYSTEM_H_

@@ -13,7 +13,10 @@ extern "C" {
 #include <io.h>
 
 #include <cstdio>
+#include <iostream>
 #include <string>
+
+#include "console.h"
 
 namespace perictl {
 
@@ -46,6 +49,11 @@ inline bool TakesEscapes(std::FILE* file) {
   return GetConsoleMode(ConsoleOf(file), &mode) &&
          SetConsoleMode(ConsoleOf(file), mode | kProcessing);
 }
+
+struct Consoles {
+  ConsoleStream output{std::cout, STD_OUTPUT_HANDLE};
+  ConsoleStream errors{std::cerr, STD_ERROR_HANDLE};
+};
 
 }  // namespace perictl
 
