@@ -32,14 +32,17 @@ make_prefix() {
   cp "$WINEPREFIX"/{system,user,userdef}.reg "$clean.new" && mv "$clean.new" "$clean"
 }
 
-# Starts Wine's server and services before the program does: they outlive it, and would keep the
-# pipes open in which its caller waits for the end of its output. The registry, which forgets no
+# Starts Wine's server, services and desktop before the program does: they outlive it, and would keep
+# the pipes open in which its caller waits for the end of its output. A desktop ends when nobody has
+# a window on it, so that a program with one stays. The registry, which forgets no
 # device and keeps what an end at the wrong moment has left in it, is the one of the new prefix.
 start_wine() {
   "$server" -k0 2>/dev/null && return  # it runs already
   [[ -d $clean ]] || make_prefix || return
   cp "$clean"/*.reg "$WINEPREFIX" || return
-  "$server" -p && "$wine" cmd /c exit
+  "$server" -p && "$wine" cmd /c exit || return
+  "$wine" notepad &
+  "$wine" rundll32 none,none  # ends when it has had a window
 }
 
 # locked COMMAND...: several programs may come here at once.
