@@ -9,7 +9,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 compile_one() {
   local compiler=$1 language=$2 standard=$3
   shift 3
-  printf '#include <%s>\n' "$@" |
+  # Something of its own, since a header may be for the preprocessor alone.
+  printf '%s\n' "${@/#/#include <}" 'extern int perilink_checked;' | sed '/^#/s/$/>/' |
     "$compiler" -x "$language" -std="$standard" -fsyntax-only -Wall -Wextra -Wpedantic \
       -Wconversion -Wshadow -Werror -Iinclude -Isrc -Iportable/include -Iportable/src -Isim/include \
       -Isim/{portable,kernel,wine}/include -I. - ||

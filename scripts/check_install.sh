@@ -16,7 +16,7 @@ cp -r "$root/examples" "$work/examples"
 toolchain=()
 compiler=gcc
 program=$work/installed/bin/find
-run=(env "LD_PRELOAD=$work/installed/lib/libperilink_virtual_mouse.so" "$program")
+run=(env "LD_PRELOAD=$work/installed/lib/perilink/libperilink_virtual_mouse.so" "$program")
 expected='has version 0102'
 if [[ $system == windows ]]; then
   toolchain=("-DCMAKE_TOOLCHAIN_FILE=$root/cmake/mingw-w64.cmake")
@@ -38,6 +38,28 @@ cmake --build "$work/build"
 ctest --test-dir "$work/build" --no-tests=error --output-on-failure
 
 export PKG_CONFIG_PATH=$work/installed/lib/pkgconfig
+# What a host of the other Windows compilers does, with a compiler and a linker that work as theirs.
+if [[ $system == windows ]]; then
+  clang-14 --target=x86_64-pc-windows-msvc -ffreestanding -I "$work/installed/include" -xc -c - \
+    -o "$work/other.obj" <<<'#include <perilink/perilink.h>
+      int Start(void) {
+        uint32_t count = 7;
+        char** paths = UsbFinderC_FindHidDevicesByKey("vid_1234", &count);
+        UsbFinderC_Free(paths, (int32_t)count);
+        return (int)count + 42;
+      }'
+  lld-link-14 /entry:Start /subsystem:console /nodefaultlib "/out:$work/installed/bin/other.exe" \
+    "$work/other.obj" "$work/installed/lib/perilink.lib"
+  status=0
+  "$root/scripts/wine.sh" "$root/build/wine" "$work/installed/bin/other.exe" || status=$?
+  ((status == 42))
+  # The version as the system shows it: in the resources, as UTF-16.
+  version=$(pkg-config --modversion perilink)
+  for file in perilink.dll perictl.exe; do
+    strings -e l "$work/installed/bin/$file" | grep -A 1 -x FileVersion | grep -cxF "$version"
+  done
+fi
+
 read -ra flags <<<"$(pkg-config --cflags --libs perilink)"
 "$compiler" "$work/examples/find.c" -o "$program" "${flags[@]}" \
   "-Wl,-rpath,$work/installed/lib"

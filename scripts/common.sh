@@ -14,7 +14,10 @@ vm_packages=(qemu-system-x86 cpio python3)
 fuzz_packages=(clang-14 libclang-rt-14-dev)
 # What the tests need beyond it.
 test_packages=(git "${fuzz_packages[@]}" clang-format-14 shellcheck binutils googletest pkgconf
-  g++-mingw-w64-x86-64-posix wine64 mandoc bash zsh fish mono-mcs)
+  g++-mingw-w64-x86-64-posix wine64 llvm-14 lld-14 mandoc bash zsh fish mono-mcs)
+# What packages and their test need beyond the first.
+package_packages=(dpkg-dev zip g++-mingw-w64-x86-64-posix llvm-14 lld-14 clang-14 wine64 lintian
+  mmdebstrap)
 # What measuring the coverage needs beyond the first.
 coverage_packages=(gcovr)
 

@@ -12,5 +12,6 @@
 #include "perilink/server.h"
 #include "perilink/upgrade.h"
 #include "perilink/usb_changed.h"
+#include "perilink/version.h"
 
 #endif /* PERILINK_PERILINK_H_ */

@@ -12,6 +12,7 @@
 
 #include "common/files.h"
 #include "perilink/protocol.h"
+#include "perilink/version.h"
 #include "sim/upgrade_file.h"
 #include "sim/virtual_firmware.h"
 

@@ -6,6 +6,7 @@
 #include "cli/command_line.h"
 #include "common/suggestion.h"
 #include "perilink/protocol.h"
+#include "perilink/version.h"
 #include "terminal/terminal.h"
 
 namespace perictl {
@@ -112,7 +113,7 @@ const ModelCatalog& Context::Models() const {
 
 void AddCommonOptions(CommandLine& line, Context& context) {
   CLI::App& app = line.root();
-  app.set_version_flag("--version", "perictl " PERICTL_VERSION, "print the version");
+  app.set_version_flag("--version", "perictl " PERILINK_VERSION_TEXT, "print the version");
   app.add_flag_callback(
       "--json", [&context] { context.report.UseJson(true); },
       "print JSON: one document, or one object a line for watches");

@@ -2,6 +2,7 @@
 #include <functional>
 
 #include "cli/page.h"
+#include "perilink/version.h"
 #include "terminal/text.h"
 #include "words/vocabulary.h"
 
@@ -51,7 +52,7 @@ std::string Quoted(const std::string& text) {
 }
 
 std::string Note(const char* comment) {
-  return std::string(comment) + " Made by perictl " PERICTL_VERSION
+  return std::string(comment) + " Made by perictl " PERILINK_VERSION_TEXT
                                 " from its own command line; not to be edited.\n";
 }
 

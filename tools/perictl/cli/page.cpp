@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "exit_codes.h"
+#include "perilink/version.h"
 #include "terminal/terminal.h"
 
 namespace perictl {
@@ -211,8 +212,8 @@ std::string ManName(const CommandPage& page) {
 std::string ManPage(const CommandPage& page, const std::string& date) {
   const std::string name = ManName(page);
   std::string text = ".TH " + Upper(Roff(name)) + " 1 " + date +
-                     " \"perictl " PERICTL_VERSION "\" \"perilink\"\n.SH NAME\n" + Roff(name) +
-                     " \\- " + Roff(page.text->summary) + "\n";
+                     " \"perictl " PERILINK_VERSION_TEXT "\" \"perilink\"\n.SH NAME\n" +
+                     Roff(name) + " \\- " + Roff(page.text->summary) + "\n";
   text += ".SH SYNOPSIS\n.B " + Roff(page.Usage()) + "\n";
   text += ".SH DESCRIPTION\n" + ManParagraphs(page);
   if (!page.commands.empty()) text += ".SH COMMANDS\n";
