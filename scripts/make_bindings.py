@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Makes, from the public headers and the list of exports, what hosts in other languages include:
     examples/managed/Perilink.cs   records, constants, callbacks and every managed export, for C#
-    examples/perilink.py           records and constants, for Python
+    python/perilink/native.py      records, constants, callbacks and every narrow export, for Python
 
     make_bindings.py           writes both files
     make_bindings.py --check   fails when a file is not what it would write
@@ -18,7 +18,7 @@ import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 CSHARP = ROOT / "examples/managed/Perilink.cs"
-PYTHON = ROOT / "examples/perilink.py"
+PYTHON = ROOT / "python/perilink/native.py"
 
 # The arrays of bytes; every other array is one of strings.
 BYTE_ARRAYS = {
@@ -74,11 +74,23 @@ def callbacks():
         yield found[1], found[2], [p.strip() for p in found[3].split(",")]
 
 
-def exports():
-    """(result, name, parameters) of every managed export."""
-    for found in re.finditer(r"PERILINK_API ([\w* ]+?)\s*\b(CS_\w+)\(([^)]*)\);", HEADERS):
+def exports(pattern=r"CS_\w+"):
+    """(result, name, parameters) of every export whose name is so: of the managed ones."""
+    for found in re.finditer(rf"PERILINK_API ([\w* ]+?)\s*\b({pattern})\(([^)]*)\);", HEADERS):
         parameters = [] if found[3] == "void" else found[3].split(",")
         yield found[1].replace(" *", "*"), found[2], [p.strip() for p in parameters]
+
+
+def narrow_exports():
+    """The same of every export that C can call and that gives no SAFEARRAY."""
+    for result, name, parameters in exports(r"(?!CS_)\w+"):
+        if not any("std::" in of for of in parameters) and result != "SAFEARRAY*":
+            yield result, name, parameters
+
+
+def version():
+    text = (ROOT / "include/perilink/version.h").read_text()
+    return tuple(int(number) for number in re.findall(r"VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", text))
 
 
 def camel(name):
@@ -217,22 +229,61 @@ def make_csharp():
 # ---- Python --------------------------------------------------------------------------------------
 
 PYTHON_START = '''\
-"""Records and constants of perilink, made from the public headers by scripts/make_bindings.py. What
-each means is told there."""
+"""Records, constants, callbacks and the narrow exports of perilink, made from the public headers by
+scripts/make_bindings.py. What each means is told there."""
 import ctypes
 import enum
+from typing import Any
+
+CALLBACK = getattr(ctypes, "WINFUNCTYPE", ctypes.CFUNCTYPE)
 '''
+
+PYTHON_NAMES = {"void": "None", "int": "ctypes.c_int", "char*": "ctypes.c_char_p",
+                "char**": "ctypes.POINTER(ctypes.c_char_p)",
+                "_HIDD_ATTRIBUTES*": "ctypes.c_void_p"}
+
+
+def python_name(kind):
+    """A C type, without const and struct."""
+    if kind.endswith("*") and kind not in PYTHON_NAMES:
+        return f"ctypes.POINTER({python_name(kind[:-1])})"
+    scalar = kind.removesuffix("_t")
+    return PYTHON_NAMES.get(kind, f"ctypes.c_{scalar}" if kind in {*SCALARS, "bool"} else kind)
 
 
 def python_type(kind, count):
-    if kind == "char":
-        kind = "uint8_t"
-    kind = f"ctypes.c_{kind.removesuffix('_t')}" if kind.endswith("_t") else kind
+    kind = python_name("uint8_t" if kind == "char" else kind)
     return f"{kind} * {count}" if count else kind
 
 
+def python_parameter(text):
+    of_type, _ = re.fullmatch(r"(.*?[* ])(\w+)", text).groups()
+    return python_name(of_type.strip().replace("const ", "").replace("struct ", "").replace(" *", "*"))
+
+
+def python_records():
+    for name, members in records():
+        yield from ["", "", f"class {name}(ctypes.LittleEndianStructure):", "    _pack_ = 1",
+                    "    _fields_ = ["]
+        yield from [f'        ("{member}", {python_type(kind, count)}),'
+                    for kind, member, count in members]
+        yield "    ]"
+
+
+def python_functions():
+    yield from ["", "", "# Of every function: its result, its arguments.",
+                "FUNCTIONS: dict[str, tuple[Any, list[Any]]] = {"]
+    for result, name, parameters in narrow_exports():
+        lines = [f'    "{name}": (', f"        {python_name(result)},", "        ["]
+        lines += [f"            {python_parameter(p)}," for p in parameters]
+        short = f'    "{name}": ({python_name(result)}, ['
+        short += ", ".join(map(python_parameter, parameters)) + "]),"
+        yield from [short] if len(short) <= 100 else [*lines, "        ],", "    ),"]
+    yield "}"
+
+
 def make_python():
-    lines = [PYTHON_START]
+    lines = [PYTHON_START, f"VERSION = {version()}"]
     lines += [f"{member.removeprefix('PERILINK_')} = {value}"
               for name, members in enums() if not name for member, value in members]
     for name, members in enums():
@@ -240,13 +291,11 @@ def make_python():
             short, members = short_enum(name, members)
             lines += ["", "", f"class {short}(enum.IntEnum):"]
             lines += [f"    {member} = {value}" for member, value in members]
-    for name, members in records():
-        lines += ["", "", f"class {name}(ctypes.LittleEndianStructure):", "    _pack_ = 1",
-                  "    _fields_ = ["]
-        lines += [f'        ("{member}", {python_type(kind, count)}),'
-                  for kind, member, count in members]
-        lines.append("    ]")
-    return "\n".join(lines) + "\n"
+    lines += [*python_records(), "", ""]
+    for result, name, parameters in callbacks():
+        kinds = ", ".join([python_name(result), *map(python_parameter, parameters)])
+        lines.append(f"{name} = CALLBACK({kinds})")
+    return "\n".join([*lines, *python_functions()]) + "\n"
 
 
 # ---- Against the compiler ------------------------------------------------------------------------
