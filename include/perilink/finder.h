@@ -221,7 +221,10 @@ PERILINK_API bool CS_UsbFinder_GetDongleRGBBarMode(const char* path, RgbBarMode*
 PERILINK_API bool UsbFinderC_SetDongleIDToMouse(const char* path, const DataRecord10* id);
 PERILINK_API bool CS_UsbFinder_SetDongleIDToMouse(const char* path, const DataRecord10* id);
 
-/* The mouse's serial number. Get: false and the record untouched when it fails. */
+/* The mouse's serial number: ten bytes, which many models fill with text. It tells two devices of
+ * one model apart wherever they are plugged in. A path does not: it names the place. The names that
+ * a device gives itself are the system's to read (docs/hosts.md has code for both systems). Get:
+ * false and the record untouched when it fails. */
 PERILINK_API bool UsbFinderC_SetMouseSerialNumber(const char* path, const DataRecord10* number);
 PERILINK_API bool CS_UsbFinder_SetMouseSerialNumber(const char* path, const DataRecord10* number);
 PERILINK_API bool UsbFinderC_GetMouseSerialNumber(const char* path, DataRecord10* number);

@@ -29,6 +29,12 @@
  * its address once the device has shown that its answers name theirs: a late answer, or the answer
  * to another program's read, is then no answer.
  *
+ * How to know that a write is done: queue a query behind it, for example UsbServer_ReadVersion().
+ * Its turn comes when everything queued before it has been answered. So its answer, in the
+ * callback, says that the device has acknowledged every write. When it has not come after some
+ * seconds, something was dropped, with all that was queued behind it: read the configuration again
+ * to see what was written. examples/write.c is a host in C that does so.
+ *
  * All functions may be called from any thread, the callback's included. A call may wait for one
  * write to the device. Nothing is thrown. When memory runs out, or PERILINK_QUEUE_LIMIT frames are
  * queued already, a call queues nothing; nobody is told. Records and data behind pointers are
