@@ -10,7 +10,9 @@ Both builds, native and windows, must be there. What the language of a fenced bl
               nothing follows, anything may be printed
     cpp, c    compiles in a function, after the public headers; "cpp sketch" is not compiled,
               since it is about code that is yet to be written
+    c windows the same, for Windows, after the system's headers too
     csharp    stands in examples/managed/Perilink.cs
+    python    runs, with a virtual mouse plugged in
     text      no commands
 
 Every command must succeed. Those of one section run one after another in a folder of the section's
@@ -30,7 +32,7 @@ import sys
 import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-LANGUAGES = {"sh", "console", "cpp", "cpp sketch", "c", "csharp", "text"}
+LANGUAGES = {"sh", "console", "cpp", "cpp sketch", "c", "c windows", "csharp", "python", "text"}
 TIMEOUT = 120
 
 # Commands that are only looked for, and why. Stages that a line names exist.
@@ -39,6 +41,8 @@ NOT_RUN = {
     "scripts/fuzz.sh": "it runs for as long as one likes; its brief form is a stage of ./test",
     "scripts/simulate.sh": "it runs as many seeds as one likes; some thousands are tests",
     "scripts/coverage.sh": "it runs all tests, in a build of its own",
+    "scripts/package.sh": "it builds all once more; the stage package runs it",
+    "scripts/make_drawings.py": "it changes the repository; the stage docs has it check",
     "scripts/vm.sh": "it starts a virtual machine; the stage kernel runs in one",
     "scripts/bench.sh": "it measures, which wants a machine that does nothing else",
 }
@@ -52,6 +56,7 @@ LINK = re.compile(r"\]\(([^)#:]+)(?:#[^)]*)?\)")
 FILE = re.compile(r"`((?:bench|cmake|docs|examples|fuzz|include|portable|scripts|sim|src|tests|tools)/"
                   r"[\w./]*)`")
 TIME = re.compile(r"\d+(?:\\\.\d+)?(\\ m?s\b)")
+WINDOWS_HEADERS = "#include <windows.h>\n#include <hidsdi.h>\n"
 ANNOUNCEMENT = re.compile(r"^perictl: using a virtual .*\n", re.MULTILINE)
 
 
@@ -230,24 +235,39 @@ def compile_code(language, text):
     if language == "cpp":
         headers += '#include "sim/mouse.h"\nusing namespace perilink;\n'
         start, compiler = "[[maybe_unused]] sim::Mouse device;\n", "g++"
+    if language == "c windows":
+        headers, compiler = headers + WINDOWS_HEADERS, "x86_64-w64-mingw32-gcc-posix"
     source = f"{headers}void F(void);\nvoid F(void) {{\n{start}{text}\n}}\n"
     folders = [f"-I{ROOT / name}" for name in
                ["include", "sim/include", "sim/portable/include", "portable/include"]]
-    standard = {"c": ["-xc", "-std=c11"], "cpp": ["-xc++", "-std=c++20"]}[language]
+    standard = ["-xc++", "-std=c++20"] if language == "cpp" else ["-xc", "-std=c11"]
     return subprocess.run(
         [compiler, *standard, *folders, "-fsyntax-only", "-Wall", "-Wextra", "-Werror", "-"],
         input=source, text=True, capture_output=True, check=False).stderr
 
 
+def run_python(text):
+    """The complaint, or nothing."""
+    build = ROOT / "build/native"
+    environment = dict(os.environ, PYTHONPATH=str(ROOT / "python"), PYTHONDONTWRITEBYTECODE="1",
+                       PERILINK_LIBRARY=str(build / "src/libperilink.so"),
+                       LD_PRELOAD=str(build / "sim/portable/libperilink_virtual_mouse.so"))
+    result = subprocess.run([sys.executable, "-c", text], env=environment, text=True,
+                            capture_output=True, timeout=TIMEOUT, check=False)
+    return result.stderr if result.returncode != 0 else ""
+
+
 def check_snippet(document, snippet):
     """What is wrong with it, or nothing."""
     problem = ""
-    if snippet.language in {"c", "cpp"}:
+    if snippet.language in {"c", "c windows", "cpp"}:
         problem = compile_code(snippet.language, snippet.text)
     elif snippet.language == "csharp":
         declarations = (ROOT / "examples/managed/Perilink.cs").read_text().split()
         if " ".join(snippet.text.split()) not in " ".join(declarations):
             problem = "it is not in examples/managed/Perilink.cs"
+    elif snippet.language == "python":
+        problem = run_python(snippet.text)
     return problem and f"{document.path.name}:{snippet.line}: {problem}"
 
 
