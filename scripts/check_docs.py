@@ -43,6 +43,8 @@ NOT_RUN = {
     "scripts/coverage.sh": "it runs all tests, in a build of its own",
     "scripts/package.sh": "it builds all once more; the stage package runs it",
     "scripts/make_drawings.py": "it changes the repository; the stage docs has it check",
+    "scripts/mutate.sh": "it plants faults, in a build of its own, for an hour if one likes",
+    "scripts/soak.sh": "it runs for as many minutes as one likes",
     "scripts/vm.sh": "it starts a virtual machine; the stage kernel runs in one",
     "scripts/bench.sh": "it measures, which wants a machine that does nothing else",
 }

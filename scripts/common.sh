@@ -20,6 +20,8 @@ package_packages=(dpkg-dev zip g++-mingw-w64-x86-64-posix llvm-14 lld-14 clang-1
   mmdebstrap)
 # What measuring the coverage needs beyond the first.
 coverage_packages=(gcovr)
+# What planting faults needs beyond the first.
+mutate_packages=(python3-clang-14 libclang-common-14-dev)
 
 fail() {
   printf '%s: %s\n' "${0##*/}" "$1" >&2

@@ -125,7 +125,6 @@ void FlashRead::Queue(std::span<const QueueEntry> entries) {
 }
 
 void FlashRead::TakeSettings(Data data) {
-  image_.fill(PERILINK_ERASED);
   std::copy_n(data.begin(), PERILINK_SETTINGS_BLOCK_SIZE, image_.begin());
   Queue(ReadEntries(PERILINK_DPI_EXTENSIONS_ADDRESS, kExtensionSize, kTagExtension));
 }

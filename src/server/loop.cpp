@@ -132,8 +132,7 @@ bool ServerLoop::WriteHead(ServerState::Queues& queues) {
 
 bool ServerLoop::ReplyIsOverdue(ServerState::Queues& queues) {
   if (!awaiting_reply_) return false;
-  const uint64_t now_ms = GetTickCount64();
-  if (now_ms <= sent_at_ms_ || now_ms - sent_at_ms_ < reply_timeout_ms_) return false;
+  if (GetTickCount64() - sent_at_ms_ < reply_timeout_ms_) return false;
   awaiting_reply_ = false;
   if (!queues.commands.Empty()) queues.commands.Head().pending = 1;
   return true;
@@ -173,7 +172,7 @@ Deadline ServerLoop::NextDeadline() const {
     first_micros = std::min(first_micros, now_micros + left_ms * kMicrosPerMs);
   };
   at_tick(BatteryOptimizer::Instance().NextDueMs());
-  if (awaiting_reply_) at_tick(sent_at_ms_ + std::max(reply_timeout_ms_, 1u));
+  if (awaiting_reply_) at_tick(sent_at_ms_ + reply_timeout_ms_);
   if (turn_micros_ && *turn_micros_ < first_micros)
     return {.at_micros = *turn_micros_, .precise = true};
   return {.at_micros = first_micros};

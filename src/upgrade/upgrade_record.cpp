@@ -48,7 +48,7 @@ void ParseUpgradeImage(UsbUpgradeFile& record, const uint8_t* image, UpgradeCall
   record.progress = 0;
   record.packets.clear();
   LogLine(L"File check init");
-  if (image == nullptr || !ImageLiesWithin(image, readable) || !CheckImageHeader(image)) {
+  if (!ImageLiesWithin(image, readable) || !CheckImageHeader(image)) {
     LogLine(L"Invalid header");
     return;
   }

@@ -26,6 +26,8 @@ struct BatterySteps {
   int Level() const { return optimizer.reported_level_; }
   bool Active() const { return optimizer.smoothing_active_; }
   bool Armed() const { return optimizer.smoothing_timer_.armed; }
+  uint32_t PollMs() const { return optimizer.poll_timer_.interval_ms; }
+  uint32_t SmoothingMs() const { return optimizer.smoothing_timer_.interval_ms; }
   bool SaveAllowed() const { return optimizer.save_allowed_; }
 };
 

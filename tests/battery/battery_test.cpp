@@ -13,6 +13,7 @@
 #include "battery/saved_record.h"
 #include "battery/voltage_table.h"
 #include "perilink/battery.h"
+#include "perilink/protocol.h"
 #include "sim/mouse.h"
 
 namespace perilink {
@@ -180,12 +181,12 @@ TEST_F(OptimizerTest, StartEstimate) {
     uint8_t last, level;
     uint16_t voltage;
     int start;
-  } cases[] = {{600, 50, 70, 0, 66},    {600, 50, 30, 0, 42},    {600, 50, 55, 0, 50},
-               {59, 50, 99, 0, 50},     {0, 50, 1, 0, 50},       {60, 50, 99, 0, 51},
-               {60, 50, 1, 0, 50},      {72, 50, 1, 0, 49},      {1800, 50, 100, 0, 50},
-               {1799, 50, 101, 0, 100}, {1800, 10, 0, 0, 10},    {1800, 30, 1, 0, 5},
-               {1801, 50, 7, 0, 7},     {1801, 50, 7, 3700, 28}, {600, 50, 7, 3700, 42},
-               {-2, 50, 7, 0, 7},       {-1000, 50, 7, 0, 7}};
+  } cases[] = {
+      {600, 50, 70, 0, 66},   {600, 50, 30, 0, 42}, {600, 50, 55, 0, 50},   {600, 50, 66, 0, 50},
+      {600, 50, 42, 0, 50},   {59, 50, 99, 0, 50},  {0, 50, 1, 0, 50},      {60, 50, 99, 0, 51},
+      {60, 50, 1, 0, 50},     {72, 50, 1, 0, 49},   {1800, 50, 100, 0, 50}, {1799, 50, 101, 0, 100},
+      {1800, 10, 0, 0, 10},   {1800, 30, 1, 0, 5},  {1801, 50, 7, 0, 7},    {1801, 50, 7, 3700, 28},
+      {600, 50, 7, 3700, 42}, {-2, 50, 7, 0, 7},    {-1000, 50, 7, 0, 7}};
   for (const auto& c : cases) {
     for (const bool by_host : {false, true}) {
       WriteSavedRecord(kAddress, kToday - c.age_s, by_host ? 1 : c.last);
@@ -266,12 +267,34 @@ TEST_F(OptimizerTest, FullReadingsFollowEachOtherQuickly) {
   Show(100, 1);
   StartAt(50);
   const size_t polls = Polls();
+  RunFor(2 * kPassMs);
+  EXPECT_EQ(steps.PollMs(), 100u);
+  EXPECT_EQ(steps.SmoothingMs(), 100u);
   RunFor(1200);
   EXPECT_EQ(Levels(), (Bytes{100}));
   EXPECT_GE(Polls() - polls, 8u);
   RunFor(3600 * 1000);  // nothing hurries any more
   EXPECT_EQ(Levels(), (Bytes{100}));
   EXPECT_LE(Polls() - polls, 740u);
+}
+
+TEST_F(OptimizerTest, EventsPollAtOnceAndSetTheNextPoll) {
+  EXPECT_EQ(optimizer.NextDueMs(), GetTickCount64() + 1);
+  StartAt(50);
+  optimizer.SetDriverStatus(false);
+  const struct {
+    uint8_t level, charging;
+    size_t reports;
+    uint32_t next_poll_ms;
+  } events[] = {{50, 0, 0, 5000}, {50, 1, 1, 5000}, {14, 1, 1, 5000}, {14, 1, 0, 5000},
+                {0, 1, 1, 5000},  {0, 1, 1, 5000},  {100, 1, 0, 100}};
+  for (const auto& event : events) {
+    Show(event.level, event.charging);
+    reports.clear();
+    optimizer.TakeEvent(PERILINK_EVENT_BATTERY, &Recording);
+    EXPECT_EQ(reports.size(), event.reports) << int{event.level};
+    EXPECT_EQ(steps.PollMs(), event.next_poll_ms) << int{event.level};
+  }
 }
 
 TEST_F(OptimizerTest, JumpsOverLargeDifferencesIfAllowed) {

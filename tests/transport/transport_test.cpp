@@ -295,6 +295,7 @@ TEST(PassThrough, TakesWhateverArrivesInTwoTries) {
   ExpectRaw("during the second try", Sending({{1, WrongChecksum(), 250}}), true, 2, 250);
   ExpectRaw("silence", {}, false, 2, 400);
   ExpectRaw("refused writes", Refusing(), false, 2, 0);
+  ExpectRaw("a read that fails", Sending({{1, kRight, 30}}), false, 2, 230, "GetOverlappedResult");
   ExpectRaw("no event", Sending({{1, kRight, 0}}), false, 0, 0, "CreateEventW");
 }
 

@@ -37,11 +37,11 @@ class LogTest : public UpgradeTest {
 TEST_F(LogTest, FileHoldsEightBitText) {
   LogLine(L"before");
   UsbUpgrade_EnableSaveLogFile(2);
-  LogLine(L"\u00E4\u0101\u20AC \n\x1b[2J\u009bx", 7);
+  LogLine(L"~\u00E4\u0101\u20AC \n\x1b[2J\u009bx", 7);
   UsbUpgrade_EnableSaveLogFile(0);
   LogLine(L"after");
-  EXPECT_EQ(RawFile(), "\xE4?? ??[2J?x7\r\n");
-  EXPECT_EQ(RawLog(), (Lines{"before", "\u00E4\u0101\u20AC \n\x1b[2J\u009bx7", "after"}));
+  EXPECT_EQ(RawFile(), "~\xE4?? ??[2J?x7\r\n");
+  EXPECT_EQ(RawLog(), (Lines{"before", "~\u00E4\u0101\u20AC \n\x1b[2J\u009bx7", "after"}));
 }
 
 // What stands where the file should be, made by somebody else.
@@ -77,6 +77,7 @@ TEST_F(LogTest, SwitchedOnInTheMiddleOfAnUpgrade) {
   ASSERT_TRUE(RunUpgrade(FileFor(mouse)));
   EXPECT_EQ(RawFile(), "Start DownloadFile\r\nAll Upgrade Success\r\n");
   EXPECT_FALSE(RunUpgrade(sim::Bytes(8192)));
+  EXPECT_EQ(std::ranges::count(RawLog(), "valid:false"), 1);
   const std::regex time("time:\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d \\d{3}\r\n");
   EXPECT_EQ(std::regex_replace(RawFile(), time, "time:T\r\n"),
             "Start DownloadFile\r\nAll Upgrade Success\r\nlog reset\r\nFile check init\r\n"

@@ -66,6 +66,17 @@ TEST_F(UpgradeTest, SweepOfFaults) {
   Sweep(
       "other data", [](Faults& f, size_t i) { f.CorruptData(At(i + 1)); }, kAlways);
   Sweep(
+      "status instead of the echo",
+      [](Faults& f, size_t i) {
+        f.OnReply(
+            [i](sim::Exchange& exchange) {
+              const uint8_t status[] = {0x5B, 0xB5, static_cast<uint8_t>(1 + i % 2), 1};
+              std::ranges::copy(status, exchange.replies[0].report.begin() + 1);
+            },
+            At(std::max<size_t>(i, 1) + 1));
+      },
+      kAlways);
+  Sweep(
       "duplicated", [](Faults& f, size_t i) { f.Duplicate(At(i + 1)); }, kAlways);
   // The last packet's late reply is lost: the device has restarted by then.
   Sweep(
