@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Compiles every public header alone, without a warning: with every compiler as C11 and C++20, with
-# one of them as the oldest standards that hosts have, C99 and C++14; for Windows also after the system's own headers, whose names they share. The
-# internal headers are compiled alone once.
+# one of them as the oldest standards that hosts have, C99 and C++14; for Windows also after the
+# system's own headers, whose names they share. An internal header is compiled alone once, unless it
+# is the first that a source includes: then every build does so.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -20,6 +21,18 @@ compile_one() {
     }
 }
 export -f compile_one
+
+# The names by which sources include their first header.
+list_first() {
+  git ls-files --cached --others --exclude-standard 'src/*.cpp' 'portable/src/*.cpp' 'sim/*.cpp' |
+    xargs -d '\n' -n 1 grep -m 1 '^#include' | sed -n 's/^#include "\(.*\)"$/\1/p'
+}
+
+# list_internal PATTERN...
+list_internal() {
+  git ls-files --cached --others --exclude-standard "$@" |
+    grep -vE "(^|/)($(list_first | sed 's/\./\\./g' | paste -sd '|'))\$"
+}
 
 list_compilations() {
   local path header compiler
@@ -40,8 +53,7 @@ list_compilations() {
   # What Windows programs host, too.
   git ls-files --cached --others --exclude-standard 'sim/include/*.h' 'sim/wine/*.h' |
     sed "s/^/$mingw-g++-posix c++ c++20 windows.h /"
-  git ls-files --cached --others --exclude-standard 'src/*.h' 'portable/*.h' 'sim/*.h' \
-    ':!sim/wine' |
+  list_internal 'src/*.h' 'portable/*.h' 'sim/*.h' ':!sim/wine' |
     sed 's/^/g++ c++ c++20 /'
 }
 
