@@ -205,9 +205,11 @@ void Session::Drain() {
   device_.Unplug();
   device_.Plug();
   ServerState::Instance().RequestReopen();
-  // A frame is sent and answered in a few passes; a full read that goes on queues some more.
+  // A frame is sent and answered in ten passes at most: an optimiser with steps of a millisecond
+  // ends each wait after one. And a full read's first frames, which are queued, bring up to thirty
+  // times as many.
   const size_t queued = ServerState::Instance().LockQueues().commands.Size();
-  for (size_t left = 20'000 + 4 * queued; left > 0; --left) {
+  for (size_t left = 20'000 + 300 * queued; left > 0; --left) {
     Pass(1);
     if (ServerState::Instance().NothingQueued()) return;
   }
