@@ -38,7 +38,7 @@ make_system() {
 
 # The same symbols as were promised to those who link with it.
 check_symbols() {
-  dpkg-gensymbols -plibperilink0 -v99 -c4 -q "-P$1" "-I$root/build/package/symbols" -O/dev/null \
+  dpkg-gensymbols -plibperilink0 -v99 -c4 -q "-P$1" "-I$root/build/package/control/symbols" -O/dev/null \
     -e"$1"/usr/lib/*/libperilink.so.0
 }
 
