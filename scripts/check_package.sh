@@ -24,7 +24,8 @@ inside() {
 # Every file of the small Debian, but for what dpkg writes down about its own work.
 list_files() {
   as_root find "$system" -xdev \( -path "$system/var/lib/dpkg" -o -path "$system/var/log" \
-    -o -path "$system/var/cache/ldconfig" \) -prune -o -printf '%P %y %s %m %l\n' |
+    -o -path "$system/var/cache/ldconfig" \) -prune \
+    -o -type d -printf '%P %y %m\n' -o -printf '%P %y %s %m %l\n' |
     grep -v '^etc/ld.so.cache ' | sort
 }
 
