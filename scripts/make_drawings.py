@@ -168,7 +168,7 @@ import perilink, perilink.native as native
 frame, reply = native.CommandFrame(8, 0x12), native.CommandFrame()
 frame.checksum = (0x55 - sum(bytes(frame))) % 256
 path = perilink.find("1234", "abcd")[0].path.encode()
-assert perilink.library().UsbFinderC_GetDeviceData(path, frame, reply)
+assert perilink.exports().UsbFinderC_GetDeviceData(path, frame, reply)
 print(bytes(frame).hex(), bytes(reply).hex())
 """
 

@@ -11,15 +11,15 @@
     perilink.upgrade(open("mouse.upgrade", "rb").read(), print)
 
 Under `perilink.native` are the library's own records, constants and functions, as its headers have
-them; `perilink.library()` is the library itself.
+them; `perilink.exports()` calls them.
 """
 from . import native
+from .binding import Error, NoAnswer, exports
 from .configuration import Configuration
 from .device import Battery, Device, Info, find, interfaces
-from .library import Error, NoAnswer, library
 from .server import Report, Server
 from .upgrade import UpgradeEvent, UpgradeFailed, upgrade
 
 __version__ = ".".join(map(str, native.VERSION))
 __all__ = ["Battery", "Configuration", "Device", "Error", "Info", "NoAnswer", "Report", "Server",
-           "UpgradeEvent", "UpgradeFailed", "find", "interfaces", "library", "native", "upgrade"]
+           "UpgradeEvent", "UpgradeFailed", "exports", "find", "interfaces", "native", "upgrade"]

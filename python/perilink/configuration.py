@@ -5,7 +5,7 @@ from collections.abc import Iterator, MutableMapping
 from typing import Any, Union
 
 from . import native
-from .library import Error, buffer, library
+from .binding import Error, buffer, exports
 
 Value = Union[int, bytes]
 
@@ -43,7 +43,7 @@ class Configuration(MutableMapping[str, Value]):
         if len(image) != native.FLASH_IMAGE_SIZE:
             raise Error(f"an image has {native.FLASH_IMAGE_SIZE} bytes, not {len(image)}")
         record = native.ProtocolData()
-        library().ProtocolDataParser(buffer(image), record)
+        exports().ProtocolDataParser(buffer(image), record)
         return cls(record)
 
     def copy(self) -> "Configuration":

@@ -4,7 +4,7 @@ import dataclasses
 from typing import Optional
 
 from . import native
-from .library import NoAnswer, encode, library, take_list
+from .binding import NoAnswer, encode, exports, take_list
 
 
 @dataclasses.dataclass(frozen=True)
@@ -31,7 +31,7 @@ class Device:
 
     def firmware(self) -> str:
         """The firmware's version: "1.02". NoAnswer when the device does not answer."""
-        version = library().UsbFinderC_GetVersion(encode(self.path))
+        version = exports().UsbFinderC_GetVersion(encode(self.path))
         if version == 0:
             raise NoAnswer(f"{self.path} does not answer")
         return f"{version >> 8:x}.{version & 0xFF:02x}"
@@ -40,15 +40,15 @@ class Device:
         """What the device tells about itself. NoAnswer when it does not answer."""
         path = encode(self.path)
         serial = native.DataRecord10()
-        known = library().UsbFinderC_GetMouseSerialNumber(path, serial)
-        return Info(self.firmware(), library().UsbFinderC_GetDeviceOnLine(path),
-                    bytes(library().UsbFinderC_GetDeviceInfo(path, 0)),
+        known = exports().UsbFinderC_GetMouseSerialNumber(path, serial)
+        return Info(self.firmware(), exports().UsbFinderC_GetDeviceOnLine(path),
+                    bytes(exports().UsbFinderC_GetDeviceInfo(path, 0)),
                     bytes(serial) if known else None)
 
     def battery(self) -> Battery:
         """The battery as the device reports it, not smoothed. NoAnswer when it does not answer."""
         level = native.BatteryLevel()
-        if not library().UsbFinderC_GetBatteryLevel(encode(self.path), level):
+        if not exports().UsbFinderC_GetBatteryLevel(encode(self.path), level):
             raise NoAnswer(f"{self.path} does not tell its battery")
         return Battery(level.level, level.charging != 0, level.voltage or None)
 
@@ -57,7 +57,7 @@ def find(vendor: str, product: str = "") -> list[Device]:
     """The devices of a vendor that are plugged in, or only those of one product. Ids are four
     hexadecimal digits: find("1234", "abcd")."""
     count = ctypes.c_uint32()
-    found = library().UsbFinderC_FindHidDevicesByDefaultDeviceId(encode(vendor), encode(product),
+    found = exports().UsbFinderC_FindHidDevicesByDefaultDeviceId(encode(vendor), encode(product),
                                                                  count)
     return [Device(path) for path in take_list(found, count)]
 
@@ -66,5 +66,5 @@ def interfaces(key: str = "") -> list[str]:
     """The paths of all HID interfaces, or of those whose path contains the key."""
     count = ctypes.c_uint32()
     if key:
-        return take_list(library().UsbFinderC_FindHidDevicesByKey(encode(key), count), count)
-    return take_list(library().UsbFinderC_EnumHidDeviceList(count), count)
+        return take_list(exports().UsbFinderC_FindHidDevicesByKey(encode(key), count), count)
+    return take_list(exports().UsbFinderC_EnumHidDeviceList(count), count)

@@ -8,7 +8,7 @@ from typing import Any, Callable, Optional
 from . import native
 from .configuration import Configuration
 from .device import Battery, Device
-from .library import Error, NoAnswer, encode, library
+from .binding import Error, NoAnswer, encode, exports
 
 
 @dataclasses.dataclass(frozen=True)
@@ -54,14 +54,14 @@ class Server:
         return self
 
     def __exit__(self, *_: object) -> None:
-        library().UsbServer_Exit()
-        library().UsbReaderWriterServer()  # returns when the server has ended
+        exports().UsbServer_Exit()
+        exports().UsbReaderWriterServer()  # returns when the server has ended
         Server._running = None
 
     def _start(self) -> None:
         """Opens the device anew, and drops all requests and their reports."""
         path = encode(self._device.path)
-        start = library().UsbServerC_KeyboardStart if self._keyboard else library().UsbServerC_Start
+        start = exports().UsbServerC_KeyboardStart if self._keyboard else exports().UsbServerC_Start
         start(path, path, self._callback)
         self._reports = queue.SimpleQueue()
 
@@ -94,7 +94,7 @@ class Server:
             raise ValueError("1 to 8190 bytes from an address of 16 bits")
         def is_answer(report: Report) -> bool:
             return report.command == native.Command.READ_MEMORY and len(report.data) >= length
-        report = self.ask(lambda: library().UsbServer_ReadFalshData(address, length, 0), is_answer,
+        report = self.ask(lambda: exports().UsbServer_ReadFalshData(address, length, 0), is_answer,
                           timeout)
         return report.data[:length]
 
@@ -104,14 +104,14 @@ class Server:
             return (report.command == native.Command.READ_MEMORY
                     and len(report.data) == native.FLASH_IMAGE_SIZE)
         return Configuration.from_image(
-            self.ask(library().UsbServer_ReadAllFlashData, is_image, timeout).data)
+            self.ask(exports().UsbServer_ReadAllFlashData, is_image, timeout).data)
 
     def write_configuration(self, configuration: Configuration, timeout: float = 20) -> None:
         """Writes what differs from what the device is known to hold, which it was asked for with
         `read_configuration`. The device has acknowledged every write when this returns. NoAnswer
         when it has not: read the configuration again then, to see what was written."""
         def request() -> None:
-            library().ProtocolDataUpdate(ctypes.byref(configuration.record))
+            exports().ProtocolDataUpdate(ctypes.byref(configuration.record))
             # Its turn comes when all that was queued before has been answered.
-            library().UsbServer_ReadVersion()
+            exports().UsbServer_ReadVersion()
         self.ask(request, lambda report: report.command == native.Command.VERSION, timeout)

@@ -4,7 +4,7 @@ import queue
 from typing import Any, Callable, NamedTuple, Optional
 
 from . import native
-from .library import Error, buffer, library
+from .binding import Error, buffer, exports
 
 
 class UpgradeEvent(NamedTuple):
@@ -49,8 +49,8 @@ def _check(file: bytes) -> None:
             return
 
 
-# Callbacks of upgrades that told no end: the library may call them yet.
-_unended: list[Any] = []
+# Callbacks of past upgrades: the last call may not have returned, and one that told no end may come.
+_kept: list[Any] = []
 
 
 def upgrade(file: bytes, on_event: Optional[Callable[[UpgradeEvent], None]] = None, *,
@@ -73,18 +73,18 @@ def upgrade(file: bytes, on_event: Optional[Callable[[UpgradeEvent], None]] = No
         return 0
 
     callback = native.UpgradeCallback(receive)
-    if not library().UsbUpgrade_Start(buffer(file), callback, timeout_ms):
+    if not exports().UsbUpgrade_Start(buffer(file), callback, timeout_ms):
         raise Error("no image of the file is sound, or an upgrade runs already")
     while True:
         try:
             event = events.get(timeout=silence)
         except queue.Empty:
-            _unended.append(callback)
+            _kept.append(callback)
             raise UpgradeFailed(None) from None
         # The device reports an error of its own and the download goes on.
         if event.kind != native.UpgradeKind.RESULT or event.code == native.UpgradeResult.DEVICE_ERROR:
             continue
-        _unended.append(callback)  # the call in which it came may not have returned
+        _kept.append(callback)
         if event.code == native.UpgradeResult.SUCCESS:
             return
         raise UpgradeFailed(event)

@@ -1,4 +1,4 @@
-"""The loaded library."""
+"""The library as a Python program calls it: loaded once, with texts and bytes as it takes them."""
 import ctypes
 import functools
 import os
@@ -31,7 +31,7 @@ def _name() -> str:
 
 
 @functools.cache
-def library() -> ctypes.CDLL:
+def exports() -> ctypes.CDLL:
     """The library, loaded when it is asked for the first time, its functions declared as in
     `native.FUNCTIONS`. Error when it can't be loaded."""
     try:
@@ -61,7 +61,7 @@ def take_list(found: "ctypes._Pointer[ctypes.c_char_p]", count: ctypes.c_uint32)
     try:
         return [(found[i] or b"").decode(_PATHS, "replace") for i in range(count.value)]
     finally:
-        library().UsbFinderC_Free(found, count.value)
+        exports().UsbFinderC_Free(found, count.value)
 
 
 def buffer(data: bytes) -> "ctypes.Array[ctypes.c_uint8]":
