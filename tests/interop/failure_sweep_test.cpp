@@ -23,6 +23,7 @@
 #include "sim/virtual_firmware.h"
 #include "support/failing_new.h"
 #include "support/interop_values.h"
+#include "support/other_mouse.h"
 #include "support/scripted_device.h"
 #include "upgrade/log.h"
 #include "upgrade/turn.h"
@@ -332,20 +333,12 @@ Outcome JudgeUpgrade() {
   return started == (result != 0) ? Outcome::kFailed : Outcome::kBroken;
 }
 
-sim::DeviceOptions SlaveOptions() {
-  sim::DeviceOptions options = sim::Mouse::Options();
-  options.product_id = 0x5678;
-  options.boot.product_id = 0xB008;
-  options.instance = "slave";
-  return options;
-}
-
 TEST(FailureSweep, Upgrade) {
   std::optional<sim::Mouse> mouse;
   std::optional<sim::Mouse> slave;
   const auto renew_devices = [&] {
     mouse.emplace().Plug();
-    slave.emplace(SlaveOptions()).Plug();
+    slave.emplace(OtherMouse()).Plug();
   };
   renew_devices();
   const auto new_firmware = sim::MakeVirtualFirmware(0x0234, 100);

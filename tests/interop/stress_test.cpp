@@ -27,6 +27,7 @@
 #include "sim/upgrade_file.h"
 #include "sim/virtual_firmware.h"
 #include "support/interop_values.h"
+#include "support/other_mouse.h"
 #include "upgrade/turn.h"
 
 namespace perilink::testing {
@@ -61,15 +62,6 @@ void Pump() {
   MSG message;
   while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE))
     DispatchMessageW(&message);
-}
-
-// Of a device of its own, so that it is not the servers' that goes.
-sim::DeviceOptions UpgradedOptions() {
-  sim::DeviceOptions options = sim::Mouse::Options();
-  options.product_id = 0x5678;
-  options.boot.product_id = 0xB008;
-  options.instance = "upgraded";
-  return options;
 }
 
 void Act(const sim::Mouse& mouse, const sim::Bytes& file, std::mt19937& random,
@@ -155,7 +147,7 @@ TEST_F(Stress, HostsAndDevicesAtOnce) {
   sim::Mouse mouse;
   mouse.SetLogging(false);
   mouse.Plug();
-  sim::Mouse upgraded(UpgradedOptions());
+  sim::Mouse upgraded(OtherMouse());
   upgraded.Plug();
   const sim::Bytes file =
       sim::UpgradeFileBuilder(sim::ImageFor(upgraded, sim::MakeVirtualFirmware(0x0234, 100)))

@@ -1,4 +1,5 @@
 // Whole upgrades: what the host hears and what the log says, line by line.
+#include "support/other_mouse.h"
 #include "upgrade/log.h"
 #include "upgrade_rig.h"
 
@@ -37,15 +38,6 @@ const Event kBootStable = {3, 17, 2, 0};
 const Events kReady = {{3, 16, 3, 0}, {3, 1, 1, 0}};
 const Events kDeviceEnd = {{3, 0x88, 0, 0}};
 const Events kSuccess = {{1, 100, 0, 0}, {2, 1, 0, 0}};
-
-// A device of its own kind, so that it is found beside the other of a set.
-sim::DeviceOptions OtherOptions() {
-  sim::DeviceOptions options = sim::Mouse::Options();
-  options.product_id = 0x5678;
-  options.boot.product_id = 0xB008;
-  options.instance = "other";
-  return options;
-}
 
 TEST_F(UpgradeTest, LogsOneImageFromItsFirstLineToItsLast) {
   sim::Mouse mouse;
@@ -254,7 +246,7 @@ const Lines kBoth = {"Start Upgrade Thread ", "Main and Slave Mode,totalPacketCo
 class SetTest : public UpgradeTest {
  protected:
   sim::Mouse main_;
-  sim::Mouse slave_{OtherOptions()};
+  sim::Mouse slave_{OtherMouse()};
   const sim::Bytes file_ = sim::UpgradeFileBuilder(sim::ImageFor(main_, NewFirmware()))
                                .Slave(sim::ImageFor(slave_, NewFirmware()))
                                .Build();
