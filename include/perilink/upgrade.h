@@ -53,7 +53,8 @@ PERILINK_BEGIN_DECLS
 /* Starts the upgrade with the file's images and returns at once.
  *
  * `file` is the complete file: the library never learns its size and reads as far as the images'
- * headers say. It is not used any more when the call returns. Before a file of doubtful origin is started, its host makes sure of two things:
+ * headers say. It is not used any more when the call returns. Before a file of doubtful origin is
+ * started, its host makes sure of two things:
  *
  *   - CS_UsbUpgrade_FileSplit(file, size, 0), which reads nothing beyond `size`, gives a main
  *     image;

@@ -1,4 +1,5 @@
-// A second virtual mouse, of a kind of its own: an upgrade finds it beside the first in either mode.
+// A second virtual mouse, of a kind of its own: an upgrade finds it beside the first in either
+// mode.
 #ifndef PERILINK_TESTS_SUPPORT_OTHER_MOUSE_H_
 #define PERILINK_TESTS_SUPPORT_OTHER_MOUSE_H_
 
