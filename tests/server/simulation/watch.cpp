@@ -138,7 +138,8 @@ Watch::Role Watch::RoleOf(const std::wstring& path) {
     return Role::kServerInput;
   }
   if (polled_ != 0 && mark.start != polled_) Broken("another device's battery is polled");
-  battery.OnPollOpened();
+  // A poll that is cut short may ask for less, and the next one follow in the same step.
+  HasFailed() ? battery.OnShortage() : battery.OnPollOpened();
   poll_micros_ = platform::NowMicros();
   return Role::kPoll;
 }
@@ -202,7 +203,7 @@ void Watch::OnWritten(HANDLE handle, const uint8_t* report, size_t size, bool wr
     CheckTimes();
     server.OnWritten(frame, written);
   }
-  if (it->role == Role::kPoll) battery.OnPollWritten(frame);
+  if (it->role == Role::kPoll && !HasFailed()) battery.OnPollWritten(frame);
   if (it->role != Role::kHost) return;
   Question* const question = QuestionOfThread();
   if (question == nullptr || !question->frame) return;
@@ -242,7 +243,7 @@ void Watch::TakeReport(Handle& handle, const Sent& sent) {
     report_taken_ = true;
     server.OnReport(sent);
   }
-  if (handle.role == Role::kPoll) battery.OnPollAnswer(sent.report);
+  if (handle.role == Role::kPoll && !HasFailed()) battery.OnPollAnswer(sent.report);
   if (handle.role != Role::kHost) return;
   Question* const question = QuestionOfThread();
   if (question == nullptr) return;
@@ -272,9 +273,15 @@ void Watch::OnSaved(const std::wstring& name, const std::wstring& text) {
   battery.OnSaved(name, text);
 }
 
+bool Watch::HasFailed() {
+  has_failed_ = has_failed_ || FailingNew::HasFailed();
+  return has_failed_;
+}
+
 // Memory was short: a step may be cut short.
 void Watch::TakeFailure() {
-  if (!OnServerThread() || !FailingNew::HasFailed()) return;
+  if (!OnServerThread() || !HasFailed()) return;
+  has_failed_ = false;
   Note("allocation failed");
   FailingNew::Disarm();
   battery.OnShortage();
