@@ -322,7 +322,8 @@ void Watch::Preempt() {
   if (random_() % 40 != 0) return;
   const auto for_ms = static_cast<DWORD>(1 + random_() % (random_() % 4 == 0 ? 200 : 30));
   Note("preempted", for_ms);
-  free_micros_ = std::max(free_micros_, platform::NowMicros() + for_ms * 1000);
+  preempted_micros_ = platform::NowMicros() + for_ms * 1000;
+  free_micros_ = std::max(free_micros_, preempted_micros_);
   Delay(for_ms * 1000, false);
   SleepUnheard(for_ms);
 }
@@ -363,9 +364,9 @@ void Watch::CheckTimes() {
     // before is taken, a read can't be posted, and the device is looked for. One that could not be
     // opened for reading is looked for once a second.
     const uint64_t gone = handle.device->gone_micros();
+    const uint64_t since = std::max({gone, ready.value_or(0), preempted_micros_});
     const uint64_t unread_micros = Has(Role::kServerInput) ? 0 : 1'000'000;
-    if (gone != 0 &&
-        late(std::max(gone, ready.value_or(0)) + 3'000 * longest_sleep_ms_ + unread_micros))
+    if (gone != 0 && late(since + 3'000 * longest_sleep_ms_ + unread_micros))
       Broken("a device has gone, and nobody has noticed");
   }
 }

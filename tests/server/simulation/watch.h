@@ -108,8 +108,9 @@ class Watch : public SeamEar {
   uint64_t failing_allocation_ = 0;
 
   uint32_t longest_sleep_ms_ = 100;
-  uint64_t free_micros_ = 0;  // until then the server's thread sleeps
-  uint64_t calm_micros_ = 0;  // since then nothing has failed
+  uint64_t free_micros_ = 0;       // until then the server's thread sleeps
+  uint64_t calm_micros_ = 0;       // since then nothing has failed
+  uint64_t preempted_micros_ = 0;  // until then
   // The loop must have ended, the latest start's device must have been opened: later by one idle
   // sleep, and by the polls that come in between.
   struct Deadline {
