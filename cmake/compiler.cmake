@@ -24,6 +24,11 @@ if(PERILINK_SANITIZE)
     -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${PERILINK_SANITIZE})
 endif()
+# A library names all that it needs. With clang, what the sanitizers call is in the program.
+set(perilink_no_undefined -Wl,--no-undefined)
+if(PERILINK_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+  set(perilink_no_undefined "")
+endif()
 if(PERILINK_FUZZ)
   # The coverage that a fuzzer is steered by, everywhere; its main function only in the targets.
   add_compile_options(-fsanitize=fuzzer-no-link)

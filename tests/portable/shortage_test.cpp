@@ -25,10 +25,15 @@ bool threads_lack = false;
 
 }  // namespace
 
+// A sanitizer that is linked into the program wants to know of each thread.
+extern "C" [[gnu::weak]] decltype(pthread_create) __interceptor_pthread_create;
+
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                               void* (*main)(void*), void* argument) {
   static const auto create =
-      reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+      __interceptor_pthread_create != nullptr
+          ? &__interceptor_pthread_create
+          : reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
   return threads_lack ? EAGAIN : create(thread, attributes, main, argument);
 }
 

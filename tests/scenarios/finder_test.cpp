@@ -35,7 +35,7 @@ TEST_F(Finder, EveryFamilyFindsADeviceByEveryKey) {
   UsbFinder_EnumHidDeviceList(all);
   for (const auto& [search, narrow, managed, part, count] : searches) {
     Paths expected;
-    std::ranges::copy_if(all, std::back_inserter(expected), [&](const std::wstring& path) {
+    std::ranges::copy_if(all, std::back_inserter(expected), [&part = part](const std::wstring& path) {
       return path.find(part) != std::wstring::npos;
     });
     Paths wide = {L"replaced"};

@@ -84,7 +84,7 @@ TEST_F(Server, ReportsNothingOfAReadThatBreaksOff) {
     UsbServer_ReadAllFlashData();
     return AwaitReport(sim::command::kReadMemory, PERILINK_FLASH_IMAGE_SIZE, time_ms);
   };
-  for (const uint64_t frame : {1, 2, 40}) {
+  for (const uint64_t frame : {1u, 2u, 40u}) {
     mouse.faults().UnplugAfter(sim::At(frame).For(sim::command::kReadMemory));
     StartServer(Path());
     EXPECT_TRUE(read(1000).empty());

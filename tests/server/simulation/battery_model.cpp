@@ -60,7 +60,7 @@ void BatteryModel::OnConnected() {
 }
 
 void BatteryModel::BeginPoll() {
-  poll_.emplace();
+  poll_ = Poll{};
   poll_->words = host_.words;
   poll_->for_event = std::exchange(event_awaited_, false);
   if (!poll_->for_event && (Off() || Stopped() || NowMs() < earliest_poll_ms_))
