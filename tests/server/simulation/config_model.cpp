@@ -15,109 +15,75 @@ namespace perilink::testing {
 namespace {
 
 constexpr uint8_t kErased = 0xFF;
-using Image = std::array<uint8_t, PERILINK_FLASH_IMAGE_SIZE>;
 
 void LayOver(uint8_t* image, const CommandFrame& write) {
   std::memcpy(image + FrameAddress(write), write.data, write.length & 0x7F);
 }
 
-// As the device holds the record.
-std::unique_ptr<sim::FlashImage> Encode(ProtocolData record) {
-  auto flash = std::make_unique<sim::FlashImage>();
-  const auto* bytes = reinterpret_cast<const uint8_t*>(&record);
+// Calls it with each field's address, offset in the record, and width.
+template <typename Visit>
+void ForEachField(Visit visit) {
   for (const ConfigGroup& group : kConfigGroups)
     for (size_t entry = 0; entry < group.count; ++entry)
       for (const ConfigField& field : std::span(group.fields, group.field_count))
-        flash->SetField(field.flash_address + entry * field.flash_stride,
-                        std::span(bytes + group.record_offset + entry * group.record_stride +
-                                      field.record_offset,
-                                  field.width));
+        visit(field.flash_address + entry * field.flash_stride,
+              group.record_offset + entry * group.record_stride + field.record_offset,
+              size_t{field.width});
+}
+
+// What a host reads of a device that held the record and has taken the writes.
+std::unique_ptr<ProtocolData> ReadBack(ProtocolData record,
+                                       std::span<const CommandFrame> writes = {}) {
+  sim::FlashImage flash;
+  const auto* bytes = reinterpret_cast<const uint8_t*>(&record);
+  ForEachField([&](size_t address, size_t offset, size_t width) {
+    flash.SetField(address, std::span(bytes + offset, width));
+  });
   for (size_t slot = 0; slot < sim::kSlotCount; ++slot) {
-    ShortcutKeyToBuffer(&record.shortcuts[slot], &flash->bytes()[sim::ShortcutAddress(slot)]);
-    MacroKeyToBuffer(&record.macros[slot], &flash->bytes()[sim::MacroAddress(slot)]);
+    ShortcutKeyToBuffer(&record.shortcuts[slot], &flash.bytes()[sim::ShortcutAddress(slot)]);
+    MacroKeyToBuffer(&record.macros[slot], &flash.bytes()[sim::MacroAddress(slot)]);
   }
-  return flash;
+  for (const CommandFrame& write : writes)
+    LayOver(flash.bytes().data(), write);
+  auto read = std::make_unique<ProtocolData>();
+  ProtocolDataParser(flash.bytes().data(), read.get());
+  return read;
 }
 
-std::unique_ptr<ProtocolData> Parse(const uint8_t* image) {
-  auto record = std::make_unique<ProtocolData>();
-  ProtocolDataParser(image, record.get());
-  return record;
-}
-
-// ---- Slots of an image ------------------------------------------------------------------------
-
-// What is read of a slot that nobody touches: `held` is the device's, `read` the image's. Beyond it
-// the image is erased, or laid over with what somebody has written once more.
-void CheckSlot(const uint8_t* held, const uint8_t* read, const uint8_t* expected, size_t length,
-               size_t size) {
-  for (size_t i = 0; i < size; ++i) {
-    const bool right = read[i] == held[i] || read[i] == (i < length ? expected[i] : kErased);
-    if (!right) Broken("a slot of an image is wrong");
-  }
-}
-
-void CheckShortcut(const uint8_t* held, const uint8_t* read) {
-  const uint8_t count = *held;
-  const bool valid = count >= 2 && count <= 6 &&
-                     held[3 * count + 1] == sim::CheckOf(std::span(held, 3u * count + 1));
-  CheckSlot(held, read, held, valid ? 3u * count + 2 : 0, sim::kShortcutSlotSize);
-  if (valid && std::memcmp(held, read, 3u * count + 2) != 0) Broken("a shortcut is missing");
-}
-
-void CheckMacro(const uint8_t* held, const uint8_t* read) {
-  const uint8_t name = *held;
-  MacroKey macro{};
-  MacroKey read_macro{};
-  uint8_t expected[sim::kMacroSlotSize];
-  std::fill(std::begin(expected), std::end(expected), kErased);
-  const bool named = name >= 1 && name <= 30;
-  if (named) {
-    BufferToMacroKey(held, &macro);
-    MacroKeyToBuffer(&macro, expected);
-  }
-  CheckSlot(held, read, expected, named ? 33 + 5u * macro.count : 0, sim::kMacroSlotSize);
-  BufferToMacroKey(read, &read_macro);
-  if (named && std::memcmp(&macro, &read_macro, sizeof(macro)) != 0) Broken("a macro is missing");
+bool Same(const ProtocolData& a, const ProtocolData& b) {
+  return std::memcmp(&a, &b, sizeof(a)) == 0;
 }
 
 // A byte of a slot that has changed while it was read: one that the device held, one that nobody
-// has read, or of a macro that was torn and is stored without its events.
+// has read, or of a macro one that its normal form may have changed: a count, a check, a code.
 bool MayBeRead(Device& device, Moment since, size_t address, size_t in_slot, uint8_t byte) {
-  if (byte == kErased || device.Held(since, address, byte)) return true;
-  if (address < sim::MacroAddress(0)) return false;
-  if (in_slot == 0 || in_slot == 31) return byte == 0;
-  if (in_slot == 32 && byte == sim::CheckOf(std::span<const uint8_t>())) return true;
-  return in_slot >= 32 && in_slot % 5 == 2 &&  // an event's head, normalised
-         device.HeldSince(since, address, [byte](uint8_t held) {
-           return byte == ((held & 0xC0) == 0xC0 ? held & 0x0F : held & 0xCF);
-         });
+  const bool in_macro = address >= sim::MacroAddress(0);
+  return byte == kErased || device.Held(since, address, byte) ||
+         (in_macro && (in_slot == 0 || in_slot == 31 || (in_slot >= 32 && in_slot % 5 == 2)));
 }
 
-template <typename CheckWhole>
+// `decode` gives a record that begins with its length. Of an empty slot no more is read.
+template <typename Slot>
 void CheckSlots(Device& device, const FullRead& read, const uint8_t* image, size_t begin,
-                size_t size, CheckWhole check) {
+                size_t size, void (*decode)(const uint8_t*, Slot*)) {
   for (size_t at = begin; at < begin + sim::kSlotCount * size; at += size) {
-    if (device.Unchanged(read.since(), at, size)) {
-      check(&device.mouse.flash().bytes()[at], image + at);
+    if (!device.Unchanged(read.since(), at, size)) {
+      for (size_t i = 0; i < size; ++i)
+        if (!MayBeRead(device, read.of(at + i), at + i, i, image[at + i]))
+          Broken("a slot of an image holds what the device never held");
       continue;
     }
-    for (size_t i = 0; i < size; ++i)
-      if (!MayBeRead(device, read.of(at + i), at + i, i, image[at + i])) {
-        Note("byte", at + i, image[at + i]);
-        Broken("a slot of an image holds what the device never held");
-      }
+    Slot held{};
+    Slot seen{};
+    decode(&device.mouse.flash().bytes()[at], &held);
+    decode(image + at, &seen);
+    const bool empty = *reinterpret_cast<const uint8_t*>(&held) == 0;
+    if (std::memcmp(&held, &seen, empty ? 1 : sizeof(held)) != 0)
+      Broken("a shortcut or a macro of an image is another one");
   }
 }
 
 }  // namespace
-
-bool SameSlot(MacroKey a, MacroKey b) {
-  std::array<uint8_t, sim::kMacroSlotSize> slots[2]{};
-  MacroKeyToBuffer(&a, slots[0].data());
-  MacroKeyToBuffer(&b, slots[1].data());
-  return slots[0] == slots[1];
-}
 
 // ---- Images -----------------------------------------------------------------------------------
 
@@ -134,25 +100,20 @@ void FullRead::OnAcknowledged(Moment moment, size_t address, size_t length) {
 }
 
 void ConfigModel::CheckImage(Device& device, const FullRead& read, const uint8_t* image) {
-  const auto check = [&](size_t begin, size_t end) {
-    for (size_t at = begin; at < end; ++at)
-      if (image[at] != device.At(read.of(at), at)) {
-        Note("byte", at, image[at]);
-        Note("must be", device.At(read.of(at), at), read.of(at));
-        Broken("an image holds another byte");
-      }
-  };
-  check(0, PERILINK_SETTINGS_BLOCK_SIZE);
-  check(6912, PERILINK_FLASH_IMAGE_SIZE);
-  CheckSlots(device, read, image, sim::ShortcutAddress(0), sim::kShortcutSlotSize, CheckShortcut);
-  CheckSlots(device, read, image, sim::MacroAddress(0), sim::kMacroSlotSize, CheckMacro);
-  if (std::any_of(image + PERILINK_SETTINGS_BLOCK_SIZE, image + sim::ShortcutAddress(0),
-                  [](uint8_t byte) { return byte != kErased; }))
-    Broken("what nobody reads is not erased");
+  for (size_t at = 0; at < PERILINK_FLASH_IMAGE_SIZE; ++at) {
+    if (FullRead::InSlots(at)) continue;
+    const bool unread = at >= PERILINK_SETTINGS_BLOCK_SIZE && at < PERILINK_SHORTCUT_ADDRESS;
+    if (image[at] == (unread ? kErased : device.At(read.of(at), at))) continue;
+    Note("byte", at, image[at]);
+    Broken("an image holds another byte");
+  }
+  CheckSlots(device, read, image, sim::ShortcutAddress(0), sim::kShortcutSlotSize,
+             BufferToShortcutKey);
+  CheckSlots(device, read, image, sim::MacroAddress(0), sim::kMacroSlotSize, BufferToMacroKey);
 }
 
 void ConfigModel::OnImage(const uint8_t* image, std::span<const CommandFrame> waiting) {
-  Image believed;
+  std::array<uint8_t, PERILINK_FLASH_IMAGE_SIZE> believed;
   std::copy_n(image, believed.size(), believed.begin());
   for (const CommandFrame& write : waiting)
     LayOver(believed.data(), write);
@@ -164,64 +125,41 @@ void ConfigModel::OnImage(const uint8_t* image, std::span<const CommandFrame> wa
 
 ConfigModel::ConfigModel() {
   SetDllProtocolData(&record_);
-  Parse(sim::FlashImage().bytes().data());  // from now on updates are taken
+  // From now on updates are taken.
+  ProtocolData parsed;
+  ProtocolDataParser(sim::FlashImage().bytes().data(), &parsed);
 }
 
 void ConfigModel::OnReadAnswer(uint16_t address, const uint8_t* data) {
-  struct Field {
-    uint16_t address;
-    uint8_t at;
-    uint8_t width;
-    size_t offset;
-  };
-  static constexpr Field kFields[] = {
-      {0, 0, 1, offsetof(ProtocolData, report_rate)},
-      {4, 0, 1, offsetof(ProtocolData, current_dpi_level)},
-      {76, 0, 1, offsetof(ProtocolData, dpi_led)},
-      {76, 2, 1, offsetof(ProtocolData, dpi_led) + 1},
-      {76, 4, 1, offsetof(ProtocolData, dpi_led) + 2},
-      {76, 6, 1, offsetof(ProtocolData, dpi_led) + 3},
-      {160, 0, 6, offsetof(ProtocolData, led_bar)},
-      {160, 7, 1, offsetof(ProtocolData, led_bar) + 6},
-  };
-  for (const Field& field : kFields) {
-    const std::span value(data + field.at, field.width);
-    if (field.address == address && data[field.at + field.width] == sim::CheckOf(value))
-      std::copy(value.begin(), value.end(), reinterpret_cast<uint8_t*>(&record_) + field.offset);
+  // Where a read of settings begins, and how far it goes.
+  static constexpr std::pair<size_t, size_t> kReads[] = {{0, 2}, {4, 2}, {76, 8}, {160, 9}};
+  for (const auto& [begin, length] : kReads) {
+    if (begin != address) continue;
+    ForEachField([&, from = begin, end = begin + length](size_t at, size_t offset, size_t width) {
+      if (at < from || at >= end) return;
+      const std::span value(data + (at - from), width);
+      if (data[at - from + width] == sim::CheckOf(value))
+        std::ranges::copy(value, reinterpret_cast<uint8_t*>(&record_) + offset);
+    });
   }
 }
 
 void ConfigModel::OnUpdate(const ProtocolData& record) {
-  const ProtocolData before = std::exchange(record_, record);
-  // What no part of the device's memory stands for stays as it was, but the events of a shortcut
-  // that was empty before.
-  for (size_t slot = 0; slot < sim::kSlotCount; ++slot) {
-    ShortcutKey& shortcut = record_.shortcuts[slot];
-    const ShortcutKey& old_shortcut = before.shortcuts[slot];
-    for (size_t i = shortcut.count; i < std::size(shortcut.events); ++i)
-      shortcut.events[i] = old_shortcut.count == 0 ? KeyEvent{} : old_shortcut.events[i];
-    MacroKey& macro = record_.macros[slot];
-    if (SameSlot(before.macros[slot], macro)) macro = before.macros[slot];
-    std::copy(before.macros[slot].name + macro.name_length, std::end(before.macros[slot].name),
-              macro.name + macro.name_length);
-  }
+  record_ = record;
 }
 
-void ConfigModel::Check() const {
-  const bool same = StoredProtocolData::Instance().With([this](const ProtocolData& stored) {
-    return std::memcmp(&stored, &record_, sizeof(stored)) == 0;
+void ConfigModel::Check() {
+  StoredProtocolData::Instance().With([this](const ProtocolData& stored) {
+    if (Same(stored, record_)) return;
+    if (!Same(*ReadBack(stored), *ReadBack(record_)))
+      Broken("the library's own record is not what was read and updated");
+    record_ = stored;  // what no part of the memory stands for is its own
   });
-  if (!same) Broken("the library's own record is not what was read and updated");
 }
 
 void ConfigModel::CheckUpdate(const ProtocolData& previous, const ProtocolData& record,
                               std::span<const CommandFrame> writes) {
-  const auto flash = Encode(previous);
-  for (const CommandFrame& write : writes)
-    LayOver(flash->bytes().data(), write);
-  const auto made = Parse(flash->bytes().data());
-  const auto wanted = Parse(Encode(record)->bytes().data());
-  if (std::memcmp(made.get(), wanted.get(), sizeof(ProtocolData)) != 0)
+  if (!Same(*ReadBack(previous, writes), *ReadBack(record)))
     Broken("an update's writes don't make the device hold its record");
 }
 

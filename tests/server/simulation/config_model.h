@@ -7,7 +7,6 @@
 #include <span>
 
 #include "devices.h"
-#include "perilink/config_layout.h"
 #include "perilink/records.h"
 
 namespace perilink::testing {
@@ -24,7 +23,7 @@ class FullRead {
   Moment of(size_t address) const { return of_[address]; }
   // The settings are read once and taken as they are. Of slots, what is read may be left out.
   static bool InSlots(size_t address) {
-    return address >= PERILINK_SHORTCUT_ADDRESS && address < 6912;
+    return address >= PERILINK_SHORTCUT_ADDRESS && address < PERILINK_DPI_EXTENSIONS_ADDRESS;
   }
 
  private:
@@ -48,8 +47,8 @@ class ConfigModel {
   void OnReadAnswer(uint16_t address, const uint8_t* data);
   // The host's record has become the library's own.
   void OnUpdate(const ProtocolData& record);
-  // The library's own record is the model's.
-  void Check() const;
+  // The library's own record is the model's, in all that a device would hold of it.
+  void Check();
 
   // What is queued for an update makes the device hold `record` where it held `previous`.
   static void CheckUpdate(const ProtocolData& previous, const ProtocolData& record,

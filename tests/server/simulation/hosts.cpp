@@ -19,6 +19,7 @@
 #include "perilink/usb_changed.h"
 #include "perilink_platform/hid_bus.h"
 #include "perilink_platform/world.h"
+#include "platform/ansi_text.h"
 #include "server/queueing_exports.h"
 #include "sim/upgrade_file.h"
 #include "sim/virtual_firmware.h"
@@ -80,21 +81,19 @@ bool Hosts::RunFailing(uint64_t nth, const std::function<void()>& run) {
 
 void Hosts::QueueCommand() {
   const QueueingExports& drawn = kQueueingExports[Draw(kQueueingExports.size())];
-  const bool clears = drawn.command == PERILINK_COMMAND_CLEAR_SETTING && !healed_ && OneIn(2);
-  if (!clears && (drawn.command == PERILINK_COMMAND_CLEAR_SETTING ||
-                  drawn.command == PERILINK_COMMAND_DRIVER_STATUS ||
-                  drawn.command == PERILINK_COMMAND_USB_UPDATE_MODE || OneIn(2))) {
-    const uint32_t serial = ++serial_;
-    uint8_t data[4];
-    std::memcpy(data, &serial, sizeof(data));
-    // Written to the memory, by a host that goes its own way, or something unknown.
-    const auto command =
-        static_cast<uint8_t>(OneIn(4) ? uint32_t{PERILINK_COMMAND_WRITE_MEMORY} : 0x21 + Draw(4));
-    const CommandFrame frames[] = {Frame(command, 4, data)};
-    return Queue(frames, 0, [&] { UsbServer_SetData(command, data, 4); });
+  const bool clears = drawn.command == PERILINK_COMMAND_CLEAR_SETTING;
+  if (OneIn(2) && !(clears && healed_) && drawn.command != PERILINK_COMMAND_DRIVER_STATUS &&
+      drawn.command != PERILINK_COMMAND_USB_UPDATE_MODE) {
+    const CommandFrame frame = Frame(drawn.command, drawn.length, drawn.payload);
+    return Queue({&frame, 1}, 0, drawn.exports[Draw(drawn.exports.size())]);
   }
-  const CommandFrame frames[] = {Frame(drawn.command, drawn.length, drawn.payload)};
-  Queue(frames, 0, drawn.exports[Draw(drawn.exports.size())]);
+  // Written to the memory, by a host that goes its own way, or something unknown.
+  const auto command =
+      static_cast<uint8_t>(OneIn(4) ? uint32_t{PERILINK_COMMAND_WRITE_MEMORY} : 0x21 + Draw(4));
+  uint8_t data[4];
+  std::memcpy(data, &++serial_, sizeof(data));
+  const CommandFrame frame = Frame(command, 4, data);
+  Queue({&frame, 1}, 0, [&] { UsbServer_SetData(command, data, 4); });
 }
 
 void Hosts::QueueRead() {
@@ -125,8 +124,7 @@ void Hosts::QueueSomething() {
   const uint32_t kind = Draw(20);
   if (kind < 7) return QueueCommand();
   if (kind < 12) return QueueRead();
-  if (kind < 17) return Update();
-  if (kind == 17) return CompareUpdate();
+  if (kind < 18) return Update();
   if (OneIn(3)) QueueFullRead();
 }
 
@@ -162,38 +160,26 @@ void Hosts::Change(ProtocolData& record) {
   }
 }
 
-// False when nothing could be queued: then nothing has changed.
-bool Hosts::QueueUpdate(const ProtocolData& previous, ProtocolData& record,
-                        const std::function<void()>& update) {
+// Of the library's own record, or of two that are the host's.
+void Hosts::Update() {
+  const bool own = OneIn(6);
+  const ProtocolData previous = own ? previous_ : watch_.config.record();
+  ProtocolData record = previous;
   for (uint32_t changes = Draw(4); changes > 0; --changes)
     Change(record);
   const uint64_t failing = DrawFailure(20);
   bool failed = false;
-  const std::vector<CommandFrame> writes =
-      watch_.server.Queue({}, kUpdateTag, [&] { failed = RunFailing(failing, update); });
-  if (writes.empty() && failed) return false;
-  ConfigModel::CheckUpdate(previous, record, writes);
-  return true;
-}
-
-void Hosts::Update() {
-  const ProtocolData previous = watch_.config.record();
-  ProtocolData record = previous;
-  if (QueueUpdate(previous, record, [&] { ProtocolDataUpdate(&record); }))
-    watch_.config.OnUpdate(record);
+  const std::vector<CommandFrame> writes = watch_.server.Queue({}, kUpdateTag, [&] {
+    failed = RunFailing(failing, [&] {
+      own ? CS_ProtocolDataCompareUpdate(&record, &previous_) : ProtocolDataUpdate(&record);
+    });
+  });
+  // When nothing could be queued nothing has changed.
+  const bool updated = !writes.empty() || !failed;
+  if (updated) ConfigModel::CheckUpdate(previous, record, writes);
+  if (updated && !own) watch_.config.OnUpdate(record);
+  if (own) ConfigModel::CheckUpdate(previous_, updated ? record : previous, {});
   watch_.config.Check();
-}
-
-void Hosts::CompareUpdate() {
-  const ProtocolData before = previous_;
-  ProtocolData record = previous_;
-  const bool queued =
-      QueueUpdate(before, record, [&] { CS_ProtocolDataCompareUpdate(&record, &previous_); });
-  if (queued) {
-    ConfigModel::CheckUpdate(previous_, record, {});
-  } else if (std::memcmp(&before, &previous_, sizeof(before)) != 0) {
-    Broken("what is not queued has become the previous record");
-  }
 }
 
 // ---- What they ask devices themselves ----------------------------------------------------------
@@ -222,35 +208,32 @@ void Hosts::AskFrame() {
     Broken("a direct command returns something else than its device has said");
 }
 
-void Hosts::AskCurrentDpi() {
+// Bytes of the memory, by whoever reads them: each is one that was there.
+void Hosts::AskBytes() {
   Device& device = DrawDevice();
-  watch_.Ask(Frame(PERILINK_COMMAND_READ_MEMORY, 1, {}, 4));
-  const int32_t level = UsbFinder_GetCurrentDPI(device.path());
-  const Watch::Question question = watch_.TakeAnswer();
-  const bool answered = question.answer && FrameAddress(question.answer->report) == 4;
-  if (answered && level != question.answer->report.data[0]) Broken("another DPI level is returned");
-  // An answer without an address counts when no other comes.
-  const auto byte = static_cast<uint8_t>(level);
-  if (level != 0 && !device.Held(question.oldest, 4, byte) &&
-      !device.Held(question.oldest, 0, byte))
-    Broken("a DPI level is returned that the device never held");
-}
-
-void Hosts::ReadLayer() {
-  Device& device = DrawDevice();
-  const auto layer = static_cast<uint8_t>(OneIn(4) ? 1 + Draw(3) : 0);
-  watch_.Ask(std::nullopt);
-  const std::vector<uint8_t> keys = LoadLayerKeys(device.path(), layer);
+  const uint32_t layer = OneIn(4) ? 1 + Draw(3) : 0;
+  const bool dpi = OneIn(2);
+  watch_.Ask(dpi ? std::optional(Frame(PERILINK_COMMAND_READ_MEMORY, 1, {}, 4)) : std::nullopt);
+  std::vector<uint8_t> bytes;
+  if (dpi) {
+    bytes.push_back(static_cast<uint8_t>(UsbFinder_GetCurrentDPI(device.path())));
+  } else {
+    bytes = LoadLayerKeys(device.path(), static_cast<uint8_t>(layer));
+  }
   const Moment since = watch_.TakeAnswer().oldest;
-  const size_t address = layer == 0 ? 0 : (layer - 1u) * 512;
-  if (!keys.empty() && keys.size() != (layer == 0 ? 1u : 512u)) Broken("a layer of another size");
-  for (size_t i = 0; i < keys.size(); ++i)
-    if (!device.Held(since, address + i, keys[i])) Broken("a key is read that was never there");
+  if (dpi) {  // 0 is no answer; one without an address counts when no other comes
+    if (bytes[0] != 0 && !device.Held(since, 4, bytes[0]) && !device.Held(since, 0, bytes[0]))
+      Broken("a DPI level is returned that the device never held");
+    return;
+  }
+  if (!bytes.empty() && bytes.size() != (layer == 0 ? 1u : 512u)) Broken("a layer of another size");
+  for (size_t i = 0; i < bytes.size(); ++i)
+    if (!device.Held(since, (layer == 0 ? 0 : (layer - 1) * 512) + i, bytes[i]))
+      Broken("a key is read that was never there");
 }
 
 void Hosts::AskSomething() {
-  if (OneIn(12)) return ReadLayer();
-  OneIn(3) ? AskCurrentDpi() : AskFrame();
+  OneIn(3) ? AskBytes() : AskFrame();
 }
 
 void Hosts::UpgradeOnce() {
@@ -308,11 +291,9 @@ void Hosts::Start() {
 }
 
 void Hosts::StartOn(size_t device) {
-  static constexpr auto kCallbacks = []<size_t... numbers>(std::index_sequence<numbers...>) {
-    return std::array<ServerReportCallback, sizeof...(numbers)>{OnReport<numbers>...};
-  }
-  (std::make_index_sequence<16>());
-  const ServerReportCallback callback = kCallbacks[++starts_ % kCallbacks.size()];
+  static constexpr ServerReportCallback kCallbacks[kCallbackCount] = {OnReport<0>, OnReport<1>,
+                                                                      OnReport<2>, OnReport<3>};
+  const ServerReportCallback callback = kCallbacks[++starts_ % kCallbackCount];
   const std::wstring input = MarkedPath(watch_.devices[device]->path(), starts_, false);
   const std::wstring output = MarkedPath(watch_.devices[device]->path(), starts_, true);
   const bool keyboard = OneIn(3);
@@ -323,8 +304,7 @@ void Hosts::StartOn(size_t device) {
     if (thread != 0) CloseHandle(reinterpret_cast<HANDLE>(thread));
   } else {
     const auto start = keyboard ? UsbServerC_KeyboardStart : UsbServerC_Start;
-    start(std::string(input.begin(), input.end()).c_str(),
-          std::string(output.begin(), output.end()).c_str(), callback);
+    start(WideToNarrow(input).c_str(), WideToNarrow(output).c_str(), callback);
   }
   if (KeyboardTargetFlag() != keyboard) Broken("a start sets another target");
 }
@@ -335,33 +315,27 @@ void Hosts::Exit() {
 }
 
 void Hosts::SetBattery() {
-  BatteryModel& battery = watch_.battery;
-  const uint32_t kind = Draw(6);
-  if (kind == 0) {
-    const uint8_t enabled = OneIn(3) ? 0 : DrawByte();
-    UsbServer_SetBatteryOptimizeEnable(enabled);
-    battery.SetEnabled(enabled);
-  } else if (kind == 1) {
-    const uint8_t jump = OneIn(2) ? 1 : 0;
-    const uint32_t step_ms = Draw(OneIn(3) ? 10'000 : 200);
-    const uint32_t near_ms = Draw(1000);
-    UsbServer_SetBatteryOptimizeParam(jump, step_ms, near_ms);
-  } else if (kind == 2) {
-    uint32_t voltages[kVoltagePoints];
-    for (size_t i = 0; i < kVoltagePoints; ++i)
-      voltages[i] = static_cast<uint32_t>(3000 + 5 * i * (1 + starts_ % 9));
-    UsbServer_SetBatteryOptimizeSection(voltages);
-  } else if (kind == 3) {
-    const auto age = static_cast<int32_t>(Draw(2000)) - 2;
-    const uint8_t level = DrawByte();
-    UsbServer_SetBatteryOptimizeLastBattery(age, level);
-  } else if (kind == 4) {
-    CS_UsbServer_ReStartBatteryOptimize();
-  } else {
-    const uint8_t status = OneIn(2) ? 1 : 0;
-    const CommandFrame frames[] = {Frame(PERILINK_COMMAND_DRIVER_STATUS, 1, {&status, 1})};
-    watch_.server.Queue(frames, 0, [&] { UsbServer_SetPCDriverStatus(status); });
-    battery.SetDriverStatus(status);
+  uint32_t voltages[kVoltagePoints];
+  for (size_t i = 0; i < kVoltagePoints; ++i)
+    voltages[i] = static_cast<uint32_t>(3000 + 5 * i * (1 + starts_ % 9));
+  const uint8_t byte = OneIn(3) ? 0 : DrawByte();
+  const uint32_t time = Draw(OneIn(3) ? 10'000 : 200);
+  const CommandFrame frame = Frame(PERILINK_COMMAND_DRIVER_STATUS, 1, {&byte, 1});
+  switch (Draw(6)) {
+    case 0:
+      UsbServer_SetBatteryOptimizeEnable(byte);
+      return watch_.battery.SetEnabled(byte != 0);
+    case 1:
+      return UsbServer_SetBatteryOptimizeParam(byte % 2, time, Draw(1000));
+    case 2:
+      return UsbServer_SetBatteryOptimizeSection(voltages);
+    case 3:
+      return UsbServer_SetBatteryOptimizeLastBattery(static_cast<int32_t>(time) - 2, byte);
+    case 4:
+      return CS_UsbServer_ReStartBatteryOptimize();
+    default:
+      watch_.server.Queue({&frame, 1}, 0, [&] { UsbServer_SetPCDriverStatus(byte); });
+      watch_.battery.SetDriverStatus(byte != 0);
   }
 }
 
@@ -463,7 +437,7 @@ void Hosts::OnCallback(size_t number, const uint8_t* frame, uint32_t frame_lengt
   if (frame_length != sizeof(CommandFrame)) Broken("a frame of another length");
   CommandFrame heard;
   std::memcpy(&heard, frame, sizeof(heard));
-  const auto start = static_cast<StartNumber>(starts_ - (starts_ - number) % 16);
+  const auto start = static_cast<StartNumber>(starts_ - (starts_ - number) % kCallbackCount);
   watch_.server.OnCallback(start, heard, data);
   if (healed_) return;
   const uint32_t action = Draw(60);

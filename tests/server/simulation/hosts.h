@@ -22,6 +22,7 @@ class Hosts {
 
  private:
   using Action = void (Hosts::*)();
+  static constexpr uint32_t kCallbackCount = 4;
 
   uint32_t Draw(size_t bound) { return static_cast<uint32_t>(random_() % bound); }
   bool OneIn(size_t bound) { return Draw(bound) == 0; }
@@ -39,20 +40,16 @@ class Hosts {
   void QueueRead();
   void QueueFullRead();
   void Update();
-  void CompareUpdate();
   void Change(ProtocolData& record);
   void Queue(std::span<const CommandFrame> frames, uint8_t tag, const std::function<void()>& queue);
   uint64_t DrawFailure(size_t one_in);
   static bool RunFailing(uint64_t nth, const std::function<void()>& run);
-  bool QueueUpdate(const ProtocolData& previous, ProtocolData& record,
-                   const std::function<void()>& update);
 
   // ---- What they ask devices themselves -------------------------------------------------------
 
   void AskSomething();
   void AskFrame();
-  void AskCurrentDpi();
-  void ReadLayer();
+  void AskBytes();
   void UpgradeOnce();
   void Listen();
   void Pump();

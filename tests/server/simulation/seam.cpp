@@ -9,9 +9,9 @@
 
 namespace perilink::testing {
 
-Seam& TheSeam() {
-  static Seam seam;
-  return seam;
+SeamEar*& TheEar() {
+  static SeamEar* ear = nullptr;
+  return ear;
 }
 
 namespace {
@@ -25,9 +25,9 @@ Function* System(const char* name) {
 // Tells the ear, whose own calls leave no error behind.
 template <typename... Parameters, typename... Arguments>
 void Tell(void (SeamEar::*what)(Parameters...), Arguments&&... arguments) {
-  if (TheSeam().ear == nullptr) return;
+  if (TheEar() == nullptr) return;
   const DWORD error = GetLastError();
-  (TheSeam().ear->*what)(std::forward<Arguments>(arguments)...);
+  (TheEar()->*what)(std::forward<Arguments>(arguments)...);
   SetLastError(error);
 }
 
@@ -42,12 +42,6 @@ DWORD TellWait(Wait wait) {
 // Whether it is the mutex behind ServerState::LockQueues().
 bool IsServerLock(const pthread_mutex_t* mutex) {
   return mutex == reinterpret_cast<const pthread_mutex_t*>(&ServerState::Instance());
-}
-
-// The registry's only key, and the status of a call on it.
-const HKEY kKey = reinterpret_cast<HKEY>(&TheSeam);
-LSTATUS Status() {
-  return static_cast<LSTATUS>(TheSeam().registry_fails ? ERROR_ACCESS_DENIED : ERROR_SUCCESS);
 }
 
 }  // namespace
@@ -110,8 +104,7 @@ void Sleep(DWORD milliseconds) {
 
 extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) {
   PERILINK_SYSTEM(pthread_mutex_lock);
-  if (TheSeam().ear != nullptr && !FailingNew::Paused() && IsServerLock(mutex))
-    Tell(&SeamEar::OnLock);
+  if (TheEar() != nullptr && !FailingNew::Paused() && IsServerLock(mutex)) Tell(&SeamEar::OnLock);
   return system(mutex);
 }
 
@@ -133,33 +126,9 @@ HANDLE CreateWaitableTimerExW(LPSECURITY_ATTRIBUTES attributes, LPCWSTR name, DW
   return timer;
 }
 
-// ---- The registry -----------------------------------------------------------------------------
-
-LSTATUS RegOpenKeyExW(HKEY, LPCWSTR, DWORD, REGSAM, PHKEY result) {
-  *result = kKey;
-  return Status();
+LSTATUS RegOpenKeyExW(HKEY, LPCWSTR, DWORD, REGSAM, PHKEY) {
+  return ERROR_ACCESS_DENIED;
 }
-LSTATUS RegCreateKeyW(HKEY, LPCWSTR, PHKEY result) {
-  *result = kKey;
-  return Status();
-}
-LSTATUS RegCloseKey(HKEY) {
-  return ERROR_SUCCESS;
-}
-
-LSTATUS RegQueryValueExW(HKEY, LPCWSTR name, LPDWORD, LPDWORD, LPBYTE data, LPDWORD size) {
-  const auto found = TheSeam().registry.find(name);
-  if (found == TheSeam().registry.end()) return static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND);
-  *size = static_cast<DWORD>(
-      found->second.copy(reinterpret_cast<wchar_t*>(data), *size / sizeof(wchar_t)) *
-      sizeof(wchar_t));
-  return Status();
-}
-
-LSTATUS RegSetValueExW(HKEY, LPCWSTR name, DWORD, DWORD, const BYTE* data, DWORD size) {
-  const FailingNew::Pause pause;
-  const std::wstring text(reinterpret_cast<const wchar_t*>(data), size / sizeof(wchar_t));
-  Tell(&SeamEar::OnSaved, std::wstring(name), text);
-  if (Status() == ERROR_SUCCESS) TheSeam().registry[name] = text;
-  return Status();
+LSTATUS RegCreateKeyW(HKEY, LPCWSTR, PHKEY) {
+  return ERROR_ACCESS_DENIED;
 }

@@ -2,15 +2,13 @@
 //
 // The program's own definitions of some system calls stand before the platform library's: each
 // tells the ear and passes the call on. So the simulation sees what the library does on which
-// handle, and exactly which reports reach it. The registry has one key and is kept in memory.
+// handle, and exactly which reports reach it. There is no registry.
 #ifndef PERILINK_TESTS_SERVER_SIMULATION_SEAM_H_
 #define PERILINK_TESTS_SERVER_SIMULATION_SEAM_H_
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <optional>
-#include <string>
 
 #include "platform/win32.h"
 
@@ -34,16 +32,10 @@ class SeamEar {
   virtual void OnLock() = 0;
   // A run of the server loop begins. It ends when its timer is closed.
   virtual void OnLoopBegins(HANDLE timer) = 0;
-  // A battery level is about to be saved.
-  virtual void OnSaved(const std::wstring& name, const std::wstring& text) = 0;
 };
 
-struct Seam {
-  SeamEar* ear = nullptr;
-  std::map<std::wstring, std::wstring> registry;
-  bool registry_fails = false;
-};
-Seam& TheSeam();
+// Null: nobody listens.
+SeamEar*& TheEar();
 
 // The system's, without a word to the ear.
 void SleepUnheard(DWORD milliseconds);

@@ -19,6 +19,9 @@ constexpr int kUnansweredWrites = 5;
 constexpr uint8_t kUpdate = 0xFF;
 constexpr uint8_t kLastStep = 82;
 constexpr uint8_t kBatteryFlag = 0x40;
+// What comes with each level of the smoothed battery.
+constexpr CommandFrame kLevelFrame = {
+    PERILINK_REPORT_ID, PERILINK_COMMAND_BATTERY_LEVEL, 0, 0, 0, 2, {}, 0x49};
 
 bool Same(const CommandFrame& a, const CommandFrame& b) {
   return std::memcmp(&a, &b, sizeof(a)) == 0;
@@ -131,7 +134,7 @@ void ServerModel::OnReport(const Sent& sent) {
 void ServerModel::OnEvent(const CommandFrame& report) {
   std::vector<uint8_t> data(report.data, std::end(report.data));
   if (battery_.enabled()) {
-    if ((data[0] & kBatteryFlag) != 0) battery_.OnBatteryEvent();
+    if ((data[0] & kBatteryFlag) != 0) battery_.OnEvent();
     data[0] &= static_cast<uint8_t>(~kBatteryFlag);
     if (data[0] == 0) return;
   }
@@ -231,7 +234,7 @@ void ServerModel::CompleteRequest() {
     return;
   }
   if (length <= 10 && last.frame.command == PERILINK_COMMAND_BATTERY_LEVEL) {
-    if (battery_.enabled()) return battery_.OnBatteryAnswer();
+    if (battery_.enabled()) return expected_.push_back({start_, kLevelFrame, {}});
     length = 4;
   } else if (length <= 10 && last.frame.command == PERILINK_COMMAND_ON_LINE) {
     length = 4;
@@ -248,9 +251,10 @@ void ServerModel::OnCallback(StartNumber start, const CommandFrame& frame,
                              std::span<const uint8_t> data) {
   Note("callback", frame.command, data.size());
   if (start != start_ || connected_ != start_) Broken("a host hears of a device that it has left");
-  const bool level = frame.command == PERILINK_COMMAND_BATTERY_LEVEL && frame.length == 2 &&
-                     frame.checksum == 0x49;
-  if (level && data.size() == 4) return battery_.OnLevel(data.data());
+  if (Same(frame, kLevelFrame)) {
+    if (!expected_.empty() && Same(expected_.front().frame, kLevelFrame)) expected_.pop_front();
+    return battery_.OnLevel(data.data());
+  }
   if (data.size() == PERILINK_FLASH_IMAGE_SIZE) return OnImage(data);
   if (expected_.empty()) Broken("a host hears what no device has said");
   const Expected& expected = expected_.front();

@@ -54,7 +54,7 @@ std::wstring MarkedPath(std::wstring path, StartNumber start, bool output) {
 Watch::Watch(std::mt19937_64& random) : random_(random) {
   for (size_t i = 0; i < devices.size(); ++i)
     devices[i] = std::make_unique<Device>(i, random);
-  TheSeam() = {.ear = this, .registry = {}, .registry_fails = random() % 8 == 0};
+  TheEar() = this;
 }
 
 // ---- Hosts ------------------------------------------------------------------------------------
@@ -62,14 +62,12 @@ Watch::Watch(std::mt19937_64& random) : random_(random) {
 void Watch::OnStart(StartNumber start, size_t device) {
   Note("start", start, device);
   server.OnStart(start, *devices[device]);
-  battery.Start();
   exit_ = {};
   Expect(start_);
 }
 
 void Watch::OnExit() {
   Note("exit");
-  battery.Exit();
   start_ = {};
   Expect(exit_);
 }
@@ -138,8 +136,7 @@ Watch::Role Watch::RoleOf(const std::wstring& path) {
     return Role::kServerInput;
   }
   if (polled_ != 0 && mark.start != polled_) Broken("another device's battery is polled");
-  // A poll that is cut short may ask for less, and the next one follow in the same step.
-  HasFailed() ? battery.OnShortage() : battery.OnPollOpened();
+  battery.OnPollOpened();
   poll_micros_ = platform::NowMicros();
   return Role::kPoll;
 }
@@ -203,7 +200,7 @@ void Watch::OnWritten(HANDLE handle, const uint8_t* report, size_t size, bool wr
     CheckTimes();
     server.OnWritten(frame, written);
   }
-  if (it->role == Role::kPoll && !HasFailed()) battery.OnPollWritten(frame);
+  if (it->role == Role::kPoll) battery.OnPollWritten(frame);
   if (it->role != Role::kHost) return;
   Question* const question = QuestionOfThread();
   if (question == nullptr || !question->frame) return;
@@ -243,7 +240,7 @@ void Watch::TakeReport(Handle& handle, const Sent& sent) {
     report_taken_ = true;
     server.OnReport(sent);
   }
-  if (handle.role == Role::kPoll && !HasFailed()) battery.OnPollAnswer(sent.report);
+  if (handle.role == Role::kPoll) battery.OnPollReport(sent.report);
   if (handle.role != Role::kHost) return;
   Question* const question = QuestionOfThread();
   if (question == nullptr) return;
@@ -266,11 +263,6 @@ void Watch::OnLoopBegins(HANDLE timer) {
   hears_alarm_ = platform::NowMicros() >= calm_micros_;
   free_micros_ = platform::NowMicros();
   server_thread_ = std::this_thread::get_id();
-}
-
-void Watch::OnSaved(const std::wstring& name, const std::wstring& text) {
-  Note("saved");
-  battery.OnSaved(name, text);
 }
 
 bool Watch::HasFailed() {

@@ -26,7 +26,7 @@ std::wstring MarkedPath(std::wstring path, StartNumber start, bool output);
 class Watch : public SeamEar {
  public:
   explicit Watch(std::mt19937_64& random);
-  ~Watch() override { TheSeam().ear = nullptr; }
+  ~Watch() override { TheEar() = nullptr; }
 
   std::array<std::unique_ptr<Device>, 2> devices;
   ConfigModel config;
@@ -68,7 +68,6 @@ class Watch : public SeamEar {
   void OnResume() override;
   void OnLock() override;
   void OnLoopBegins(HANDLE timer) override;
-  void OnSaved(const std::wstring& name, const std::wstring& text) override;
 
  private:
   enum class Role { kServerOutput, kServerInput, kPoll, kHost };
