@@ -120,6 +120,14 @@ void Device::Settle() {
   touched_.clear();
 }
 
+bool Device::Held(Moment since, size_t address, uint8_t byte) {
+  Settle();
+  return mouse.flash()[address] == byte ||
+         std::any_of(changes_.begin(), changes_.end(), [&](const Change& change) {
+           return change.moment > since && change.address == address && change.before == byte;
+         });
+}
+
 uint8_t Device::At(Moment moment, size_t address) {
   Settle();
   for (const Change& change : changes_)
@@ -136,26 +144,22 @@ bool Device::Unchanged(Moment since, size_t address, size_t length) {
 
 // The events of this instant run in their order: it is noted right before the device sends it.
 void Device::OnReply(sim::Exchange& exchange) {
-  for (const sim::Outgoing& reply : exchange.replies) {
-    Sent sent{.moment = Now(), .report = {}};
-    std::copy(reply.report.begin(), reply.report.end(), FrameBytes(sent.report).begin());
+  for (const sim::Outgoing& reply : exchange.replies)
     platform::Schedule(exchange.at_micros + reply.delay_micros,
-                       [this, sent, generation = generation_] {
-                         if (generation == generation_) Deliver(sent);
+                       [this, report = reply.report, now = Now(), generation = generation_] {
+                         if (generation == generation_) Deliver(report, now);
                        });
-  }
 }
 
 void Device::SendEvent(uint8_t flags) {
   if (!present() || mouse.firmware().asleep()) return;
-  Sent sent{.moment = Now(), .report = {}};
-  const sim::Frame event = sim::MakeEvent(flags);
-  std::copy(event.begin(), event.end(), FrameBytes(sent.report).begin());
-  Deliver(sent);
+  Deliver(sim::MakeEvent(flags), Now());
   mouse.SendEvent(flags);
 }
 
-void Device::Deliver(const Sent& sent) {
+void Device::Deliver(std::span<const uint8_t> report, Moment moment) {
+  Sent sent{.moment = moment, .report = {}};
+  std::ranges::copy(report, FrameBytes(sent.report).begin());
   for (Inbox* inbox : inboxes_)
     inbox->Deliver(sent);
 }

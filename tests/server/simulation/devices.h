@@ -5,9 +5,9 @@
 
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <optional>
 #include <random>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -67,12 +67,8 @@ class Device {
   // When its command interface went, while it is not there.
   uint64_t gone_micros() const { return gone_micros_; }
 
-  // Whether the byte at the address was ever one that `fits` asks for, from then on.
-  template <typename Fits>
-  bool HeldSince(Moment since, size_t address, Fits fits);
-  bool Held(Moment since, size_t address, uint8_t byte) {
-    return HeldSince(since, address, [byte](uint8_t held) { return held == byte; });
-  }
+  // Whether it held the byte there, then or since.
+  bool Held(Moment since, size_t address, uint8_t byte);
   // What it held when it had carried out the request of that moment.
   uint8_t At(Moment moment, size_t address);
   bool Unchanged(Moment since, size_t address, size_t length);
@@ -89,7 +85,7 @@ class Device {
 
   void OnRequest(sim::Exchange& exchange);
   void OnReply(sim::Exchange& exchange);
-  void Deliver(const Sent& sent);
+  void Deliver(std::span<const uint8_t> report, Moment moment);
   void Settle();
 
   const std::wstring path_ = mouse.CommandPath();
@@ -103,16 +99,6 @@ class Device {
   size_t touched_at_ = 0;
   std::vector<uint8_t> touched_;
 };
-
-template <typename Fits>
-bool Device::HeldSince(Moment since, size_t address, Fits fits) {
-  Settle();
-  if (fits(mouse.flash()[address])) return true;
-  for (auto change = changes_.rbegin(); change != changes_.rend() && change->moment > since;
-       ++change)
-    if (change->address == address && fits(change->before)) return true;
-  return false;
-}
 
 }  // namespace perilink::testing
 

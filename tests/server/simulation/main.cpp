@@ -10,7 +10,7 @@
 #include <malloc.h>
 #include <sched.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
+#include <sys/times.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -115,12 +115,10 @@ bool RunWorker(uint64_t first, uint64_t end, Progress& progress) {
 }
 
 double CpuSeconds() {
-  rusage usage{};
-  getrusage(RUSAGE_CHILDREN, &usage);
-  const auto seconds = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-  };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+  tms times_of;
+  times(&times_of);
+  return static_cast<double>(times_of.tms_cutime + times_of.tms_cstime) /
+         static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
 int Run(uint64_t first, uint64_t count) {

@@ -73,6 +73,7 @@ void ServerModel::OnStart(StartNumber start, Device& device) {
   device_ = &device;
   queue_ = {};
   step_ = nullptr;
+  expected_.clear();
 }
 
 // ---- Frames -----------------------------------------------------------------------------------
@@ -138,7 +139,7 @@ void ServerModel::OnEvent(const CommandFrame& report) {
     data[0] &= static_cast<uint8_t>(~kBatteryFlag);
     if (data[0] == 0) return;
   }
-  expected_.push_back({start_, report, std::move(data)});
+  expected_.push_back({report, std::move(data)});
 }
 
 void ServerModel::OnAnswer(const Sent& sent) {
@@ -234,7 +235,7 @@ void ServerModel::CompleteRequest() {
     return;
   }
   if (length <= 10 && last.frame.command == PERILINK_COMMAND_BATTERY_LEVEL) {
-    if (battery_.enabled()) return expected_.push_back({start_, kLevelFrame, {}});
+    if (battery_.enabled()) return expected_.push_back({kLevelFrame, {}});
     length = 4;
   } else if (length <= 10 && last.frame.command == PERILINK_COMMAND_ON_LINE) {
     length = 4;
@@ -242,7 +243,7 @@ void ServerModel::CompleteRequest() {
   data.resize(length);
   CommandFrame frame = last.frame;
   frame.length = request.back().answer.report.length;
-  expected_.push_back({start_, frame, std::move(data)});
+  expected_.push_back({frame, std::move(data)});
 }
 
 // ---- What the host hears ----------------------------------------------------------------------
@@ -258,7 +259,7 @@ void ServerModel::OnCallback(StartNumber start, const CommandFrame& frame,
   if (data.size() == PERILINK_FLASH_IMAGE_SIZE) return OnImage(data);
   if (expected_.empty()) Broken("a host hears what no device has said");
   const Expected& expected = expected_.front();
-  if (expected.start != start || !Same(expected.frame, frame) ||
+  if (!Same(expected.frame, frame) ||
       !std::equal(data.begin(), data.end(), expected.data.begin(), expected.data.end()))
     Broken("a host hears something else than its device has said");
   expected_.pop_front();
@@ -298,8 +299,7 @@ void ServerModel::CheckQueue() const {
 }
 
 void ServerModel::Check(bool allocation_failed) {
-  std::erase_if(expected_,
-                [&](const Expected& it) { return it.start != start_ || allocation_failed; });
+  if (allocation_failed) expected_.clear();
   if (!expected_.empty()) Broken("a host is not told what its device has said");
   {
     ServerState::Queues queues = ServerState::Instance().LockQueues();

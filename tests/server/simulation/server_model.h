@@ -71,7 +71,6 @@ class ServerModel {
     bool awaited = false;            // the head is written
   };
   struct Expected {
-    StartNumber start;
     CommandFrame frame;
     std::vector<uint8_t> data;
   };

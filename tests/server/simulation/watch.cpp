@@ -265,15 +265,9 @@ void Watch::OnLoopBegins(HANDLE timer) {
   server_thread_ = std::this_thread::get_id();
 }
 
-bool Watch::HasFailed() {
-  has_failed_ = has_failed_ || FailingNew::HasFailed();
-  return has_failed_;
-}
-
 // Memory was short: a step may be cut short.
 void Watch::TakeFailure() {
-  if (!OnServerThread() || !HasFailed()) return;
-  has_failed_ = false;
+  if (!OnServerThread() || !FailingNew::HasFailed()) return;
   Note("allocation failed");
   FailingNew::Disarm();
   battery.OnShortage();

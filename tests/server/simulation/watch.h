@@ -84,7 +84,6 @@ class Watch : public SeamEar {
   bool Has(Role role) const;
   Question* QuestionOfThread();
   void TakeReport(Handle& handle, const Sent& sent);
-  bool HasFailed();
   void TakeFailure();
   void CheckServer();
   void CheckLetGo(const Device& device);
@@ -100,7 +99,6 @@ class Watch : public SeamEar {
   bool report_taken_ = false;  // the model has it, the queue perhaps not yet
   uint64_t opened_micros_ = 0;
   bool reopens_ = false;           // without a start: memory was short
-  bool has_failed_ = false;        // an allocation of the server's thread
   bool memory_was_short_ = false;  // in the step under way
   bool opens_input_ = false;       // next: its output has just been opened
   StartNumber polled_ = 0;         // polls are this start's
