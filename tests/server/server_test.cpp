@@ -20,6 +20,7 @@
 #include "server/loop.h"
 #include "server_fixture.h"
 #include "sim/flash_image.h"
+#include "sim/mouse.h"
 
 namespace perilink::testing {
 namespace {
@@ -101,28 +102,13 @@ TEST_F(QueuedCommands, HostEntriesStayAsTheyAre) {
   EXPECT_EQ(Queue([&] { UsbServer_WriteCommand(&entry); }), std::vector<Report>{blank});
 }
 
-TEST_F(QueuedCommands, MemoryReadsAreCutIntoFrames) {
-  const auto frame = [](uint16_t address, uint8_t length) {
-    return Report{8,     8, 0, static_cast<uint8_t>(address >> 8), static_cast<uint8_t>(address),
-                  length};
-  };
-  EXPECT_EQ(
-      Queue([] { UsbServer_ReadFalshData(0x10FFA, 25, 3); }),
-      (std::vector<Report>{Entry({0, 1, 3}, frame(0x0FFA, 10)), Entry({0, 1, 3}, frame(0x1004, 10)),
-                           Entry({1, 1, 3}, frame(0x100E, 5))}));
-  EXPECT_EQ(Queue([] { CS_UsbServer_ReadFalshData(0, 20); }).back(),
-            Entry({1, 1, 0}, frame(10, 10)));
+// The simulation draws memory reads; these are at the edges.
+TEST_F(QueuedCommands, MemoryReadsTakeTheLowAddressAndBoundedLengths) {
+  EXPECT_EQ(Queue([] { UsbServer_ReadFalshData(0x1100E, 5, 3); }),
+            std::vector<Report>{Entry({1, 1, 3}, {8, 8, 0, 0x10, 0x0E, 5})});
   for (const int32_t length : {0, INT32_MIN, 8191, INT32_MAX})
     EXPECT_EQ(Queue([&] { UsbServer_ReadFalshData(0, length, 0); }).size(), 0u) << length;
-  EXPECT_EQ(Queue([] { UsbServer_ReadFalshData(0, 8190, 0); }).size(), 819u);
-
-  const std::vector<std::pair<void (*)(), Report>> short_reads = {
-      {UsbServer_ReadReportRate, frame(0, 1)},
-      {UsbServer_ReadCurrentDPI, frame(4, 1)},
-      {UsbServer_ReadDPILed, frame(0x4C, 8)},
-      {UsbServer_ReadLedBar, frame(0xA0, 9)}};
-  for (const auto& [read, expected] : short_reads)
-    EXPECT_EQ(Queue(read), std::vector<Report>{Entry({1, 1, 0}, expected)});
+  EXPECT_EQ(Queue([] { CS_UsbServer_ReadFalshData(0, 8190); }).size(), 819u);
 }
 
 TEST_F(QueuedCommands, DescriptorStringIsCutIntoChunks) {
@@ -167,25 +153,6 @@ TEST_F(QueuedCommands, DecodersReadTheirBytes) {
 
 // ---- What changes of the configuration become ---------------------------------------------------
 
-TEST_F(QueuedCommands, AnUpdatesLongWritesAreCutIntoFramesOfTen) {
-  ProtocolData previous{};
-  ProtocolData record{};
-  record.shortcuts[1].count = 6;  // 20 bytes: two whole frames
-  record.macros[2].name_length = 1;
-  record.macros[2].count = 70;  // 383 bytes
-  const std::vector<Report> entries =
-      Queue([&] { CS_ProtocolDataCompareUpdate(&record, &previous); });
-  ASSERT_EQ(entries.size(), 2u + 39);
-  for (size_t i = 0; i < entries.size(); ++i) {
-    const size_t address = i < 2 ? 256 + 32 + 10 * i : 768 + 2 * 384 + 10 * (i - 2);
-    const Report frame(entries[i].begin() + 3, entries[i].end());
-    EXPECT_EQ(entries[i][0], i == 1 || i == 40) << i;
-    EXPECT_EQ(frame[3] << 8 | frame[4], address) << i;
-    EXPECT_EQ(frame[5], i == 40 ? 3 : 10) << i;
-    EXPECT_EQ(Closed(frame), frame) << i;
-  }
-}
-
 TEST_F(QueuedCommands, EqualRecordsAndUnparsedOnesQueueNothing) {
   // With QueueMutex taken: it must not be asked for.
   const ServerState::Queues queues = ServerState::Instance().LockQueues();
@@ -198,6 +165,23 @@ TEST_F(QueuedCommands, EqualRecordsAndUnparsedOnesQueueNothing) {
   EXPECT_TRUE(queues.commands.Empty());
   StoredProtocolData::Instance().Parse(sim::FlashImage::Default().bytes().data());
   EXPECT_TRUE(StoredProtocolData::Instance().parsed());
+}
+
+// At the pace of the queue; what a slot holds is read by the simulation.
+TEST_F(QueuedCommands, AFullReadOnlyProbesEmptySlots) {
+  sim::Mouse mouse;
+  mouse.Plug();
+  for (const ServerReportCallback callback : {ServerReportCallback{}, &ServerTest::OnReport}) {
+    UsbServer_Start(mouse.CommandPath(), mouse.CommandPath(), callback);
+    Sleep(5);
+    mouse.ClearRequests();
+    UsbServer_ReadAllFlashData();
+    constexpr DWORD kFrames = 24 + 5 + 16 + 32;
+    Sleep(kFrames * (8 + 1) * 102 / 100 + 1);
+    EXPECT_EQ(mouse.Requests().size(), kFrames);
+    EXPECT_EQ(StoredProtocolData::Instance().parsed(), callback != nullptr);
+    EXPECT_EQ(callbacks.size(), callback != nullptr ? 1u : 0u);
+  }
 }
 
 // ---- What becomes of answers --------------------------------------------------------------------
@@ -244,16 +228,21 @@ TEST_F(Answers, LengthFollowsTheAnswersLengthByte) {
 // Whatever a host queues and a device declares, nothing beyond the buffer is read or reported.
 TEST_F(Answers, LongAnswersStayWithinTheBuffer) {
   Start();
-  AnswerWith(255, {0x55});
   QueueEntry entry = SingleEntry(BuildFrame(0x21, 0));
   entry.last_chunk = 0;
-  const Callback seen = Ask(
-      [&] {
-        for (int i = 0; i < 840; ++i)
-          UsbServer_WriteCommand(&entry);
-        UsbServer_GetData(0x22);
-      },
-      20'000);
+  const auto ask = [&](bool keyboard, uint8_t length_byte) {
+    SetKeyboardTargetFlag(keyboard);
+    AnswerWith(length_byte, {0x55});
+    const auto queue = [&] {
+      for (int i = 0; i < 840; ++i)
+        UsbServer_WriteCommand(&entry);
+      UsbServer_GetData(0x22);
+    };
+    return Ask(queue, 20'000);
+  };
+  // The keyboard's bit is no part of a length, not of frames that have no room either.
+  EXPECT_EQ(ask(true, 0x81).data.size(), 841u);
+  const Callback seen = ask(false, 255);
   ASSERT_EQ(seen.data.size(), 8192u);
   EXPECT_EQ(seen.data[8180], 0x55);
   EXPECT_EQ(seen.data[8190], 0x00);
@@ -286,8 +275,6 @@ TEST_F(Answers, ShortAnswersToReads) {
 
 using Commands = std::vector<int>;
 
-constexpr const wchar_t* kLeftPath = L"\\\\?\\hid#vid_1234&pid_abcd&mi_02&col05#left";
-
 class Loop : public ServerTest {
  protected:
   void Queue(std::initializer_list<uint8_t> commands, DWORD wait_ms = 0) {
@@ -297,83 +284,33 @@ class Loop : public ServerTest {
   }
 };
 
-TEST_F(Loop, UnplugReleasesTheDeviceUntilAStart) {
-  enum State { kIdle, kWaiting, kFailing };
-  for (const State state : {kIdle, kWaiting, kFailing}) {
-    device.SetScript(
-        [=](ScriptedDevice&, const Report&) { return state == kFailing ? DWORD{31} : DWORD{0}; });
-    Start();
-    if (state != kIdle) Queue({0x21, 0x22});
-    Sleep(20);
-    EXPECT_EQ(platform::Bus().OpenConnections(), 2u);
-    device.Unplug();
-    Sleep(200);
-    EXPECT_EQ(platform::Bus().OpenConnections(), 0u);
-    EXPECT_EQ(QueuedEntries().size(), state == kIdle ? 0u : 2u);
-
-    device.Plug();
-    device.SetScript(AnswerAll);
-    device.ClearWrites();
-    Queue({0x23}, 300);
-    EXPECT_TRUE(device.writes().empty());
-    EXPECT_EQ(Start(), 0u);
-    EXPECT_TRUE(QueuedEntries().empty());
-    Queue({0x24}, 50);
-    EXPECT_EQ(WrittenCommands(), (Commands{0x24}));
-  }
-}
-
-TEST_F(Loop, AManagedStartUsesItsFirstPathForBoth) {
-  CS_UsbServer_Start(WideToNarrow(device.Path()).c_str(), "elsewhere", OnReport);
-  std::wstring current;
-  UsbServer_GetCurrentOutputDevice(current);
-  EXPECT_EQ(current, device.Path());
-  Queue({0x24}, 50);
-  EXPECT_EQ(CallbackCommands(), (Commands{0x24}));
-}
-
-// A start for another device, when the loop has opened this one and is about to write.
-TEST_F(Loop, WhatIsQueuedForAnotherDeviceNeverReachesThisOne) {
-  struct OpenedDevice : ScriptedDevice {
-    using ScriptedDevice::ScriptedDevice;
-    std::function<void()> on_open;
-    DWORD OnOpen() override {
-      const DWORD error = ScriptedDevice::OnOpen();
-      if (on_open) std::exchange(on_open, {})();
-      return error;
-    }
-  };
-  OpenedDevice left(kLeftPath, AnswerAll);
-  left.on_open = [&] {
-    UsbServer_Start(device.Path(), device.Path(), OnReport);
-    UsbServer_SetClearSetting();
-  };
-  UsbServer_Start(left.Path(), left.Path(), OnReport);
-  Sleep(60);
-  EXPECT_TRUE(left.writes().empty());
-  EXPECT_EQ(WrittenCommands(), (Commands{PERILINK_COMMAND_CLEAR_SETTING}));
-  EXPECT_EQ(CallbackCommands(), (Commands{PERILINK_COMMAND_CLEAR_SETTING}));
-}
-
-// What fails once, or for a while, on a device that is there makes it neither deaf nor lost.
-TEST_F(Loop, FailedReadsAndEnumerationsAreGotOver) {
-  for (const char* function : {"ReadFile", "GetOverlappedResult", "SetupDiGetClassDevsW",
-                               "SetupDiEnumDeviceInterfaces", "SetupDiGetDeviceInterfaceDetailW"}) {
-    Start();
-    callbacks.clear();
-    platform::ArmFault(function, 1, true);
+// Neither while an answer is awaited nor while reports come to an idle loop.
+TEST_F(Loop, DoesNotSpinOrEnumerateForNothing) {
+  device.SetScript({});
+  Start();
+  platform::ArmFault("WaitForMultipleObjects", UINT64_MAX);
+  Queue({0x21}, 100);
+  EXPECT_LE(platform::PlatformCallCount(), 5u);
+  device.SetScript(AnswerAll);
+  Sleep(3000);
+  platform::ArmFault("SetupDiGetClassDevsW", UINT64_MAX);
+  for (int i = 0; i < 20; ++i) {
     device.Deliver(Event(1));
-    Sleep(2500);
-    platform::DisarmFault();
-    Sleep(50);
-    Queue({0x21});
-    device.Deliver(Event(2));
-    Sleep(100);
-    ASSERT_GE(callbacks.size(), 2u) << function;
-    EXPECT_EQ(CallbackCommands()[callbacks.size() - 1] + CallbackCommands()[callbacks.size() - 2],
-              0x21 + PERILINK_COMMAND_EVENT)
-        << function;
+    Sleep(500);
   }
+  EXPECT_LE(platform::PlatformCallCount(), 11u);
+  platform::DisarmFault();
+}
+
+TEST(PresencePolicy, LooksOnceASecondAndOnEveryPassAfterAHint) {
+  PresencePolicy policy;
+  policy.OnCheck(5000);
+  EXPECT_FALSE(policy.Due(5999));
+  EXPECT_TRUE(policy.Due(6000));
+  policy.Hint(6000);
+  policy.OnCheck(6500);
+  EXPECT_TRUE(policy.Due(6999));
+  EXPECT_FALSE(policy.Due(7000));
 }
 
 TEST_F(Loop, ASecondLoopWaitsForTheFirst) {

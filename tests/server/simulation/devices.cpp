@@ -68,6 +68,11 @@ sim::DeviceOptions Options(size_t index, std::mt19937_64& random) {
     options.flash.SetShortcut(draw(16), std::span(events).first(draw(8)));
   for (uint8_t slots = draw(3); slots > 0; --slots)
     options.flash.SetMacro(draw(16), std::string(draw(12), 'm'), std::span(events).first(draw(10)));
+  // A slot that is torn, or says what no slot holds.
+  for (uint8_t slots = draw(4); slots > 0; --slots) {
+    options.flash.bytes()[sim::ShortcutAddress(draw(16)) + draw(12)] ^= 0x10;
+    options.flash.bytes()[sim::MacroAddress(draw(16)) + size_t{31} * draw(2)] = draw(80);
+  }
   return options;
 }
 

@@ -22,6 +22,9 @@ constexpr uint8_t kBatteryFlag = 0x40;
 // What comes with each level of the smoothed battery.
 constexpr CommandFrame kLevelFrame = {
     PERILINK_REPORT_ID, PERILINK_COMMAND_BATTERY_LEVEL, 0, 0, 0, 2, {}, 0x49};
+// What comes with an image.
+constexpr CommandFrame kImageFrame = {
+    PERILINK_REPORT_ID, PERILINK_COMMAND_READ_MEMORY, 0, 0, 0, 0, {}, 0};
 
 bool Same(const CommandFrame& a, const CommandFrame& b) {
   return std::memcmp(&a, &b, sizeof(a)) == 0;
@@ -29,6 +32,17 @@ bool Same(const CommandFrame& a, const CommandFrame& b) {
 
 bool HasTargetBit(const CommandFrame& frame) {
   return (frame.length & PERILINK_KEYBOARD_BIT) != 0;
+}
+
+// A write of an update: of ten bytes, and another one goes on with the next ten, or the last.
+bool IsUpdate(const CommandQueue& queue, size_t at) {
+  const QueueEntry& entry = queue.At(at);
+  const CommandFrame& frame = entry.frame;
+  const bool goes_on = at + 1 < queue.Size() && (frame.length & 0x7F) == 10 &&
+                       FrameAddress(queue.At(at + 1).frame) == FrameAddress(frame) + 10;
+  return frame.command == PERILINK_COMMAND_WRITE_MEMORY && (frame.length & 0x7F) <= 10 &&
+         frame.checksum == FrameChecksum(frame) && HasTargetBit(frame) == KeyboardTargetFlag() &&
+         entry.last_chunk == !goes_on;
 }
 
 }  // namespace
@@ -56,9 +70,7 @@ std::vector<CommandFrame> ServerModel::Queue(std::span<const CommandFrame> frame
     const QueueEntry& entry = queues.commands.At(before + i);
     const CommandFrame& frame = entry.frame;
     const bool right = frames.empty()
-                           ? frame.command == PERILINK_COMMAND_WRITE_MEMORY &&
-                                 frame.checksum == FrameChecksum(frame) &&
-                                 HasTargetBit(frame) == KeyboardTargetFlag()
+                           ? IsUpdate(queues.commands, before + i)
                            : Same(frame, frames[i]) && entry.last_chunk == (i + 1 == added);
     if (!right || entry.continuation != tag || entry.pending != 1)
       Broken("something else is queued than was asked for");
@@ -256,7 +268,7 @@ void ServerModel::OnCallback(StartNumber start, const CommandFrame& frame,
     if (!expected_.empty() && Same(expected_.front().frame, kLevelFrame)) expected_.pop_front();
     return battery_.OnLevel(data.data());
   }
-  if (data.size() == PERILINK_FLASH_IMAGE_SIZE) return OnImage(data);
+  if (data.size() == PERILINK_FLASH_IMAGE_SIZE && Same(frame, kImageFrame)) return OnImage(data);
   if (expected_.empty()) Broken("a host hears what no device has said");
   const Expected& expected = expected_.front();
   if (!Same(expected.frame, frame) ||
