@@ -1,61 +1,138 @@
-// What hosts queue, what their devices answer, and the loop in between.
+// What hosts queue, what their devices answer, and the loop in between: what the simulation doesn't
+// draw.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 #include <set>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include "battery/optimizer.h"
 #include "commands/layer_keys.h"
+#include "perilink/battery.h"
 #include "perilink/finder.h"
 #include "perilink/protocol_data.h"
-#include "platform/ansi_text.h"
 #include "protocol/stored.h"
 #include "queueing_exports.h"
-#include "server/dispatcher.h"
 #include "server/loop.h"
-#include "server_fixture.h"
 #include "sim/flash_image.h"
 #include "sim/mouse.h"
+#include "support/scripted_device.h"
 
 namespace perilink::testing {
 namespace {
 
-// ---- What hosts queue ---------------------------------------------------------------------------
+struct Callback {
+  Report frame;
+  Report data;
+};
 
-class QueuedCommands : public ServerTest {
+// Puts bytes at the end of a report.
+template <typename Bytes>
+Report& operator+=(Report& report, const Bytes& bytes) {
+  report.insert(report.end(), bytes.begin(), bytes.end());
+  return report;
+}
+
+// A server on a scripted device. The optimiser is off unless a test switches it on; the idle server
+// looks at its queue every millisecond.
+class Server : public ::testing::Test {
  protected:
+  Server() {
+    current_ = this;
+    UsbServer_SetBatteryOptimizeEnable(0);
+    CS_UsbServer_SetThreadSleepTime(1);
+  }
+  ~Server() override {
+    UsbServer_Exit();
+    Sleep(10'000);
+    EXPECT_EQ(platform::Bus().OpenConnections(), 0u);
+    current_ = nullptr;
+  }
+
+  uintptr_t Start() {
+    const uintptr_t thread = UsbServer_Start(device.Path(), device.Path(), &Server::OnReport);
+    Sleep(2);
+    return thread;
+  }
+  static void PERILINK_CALL OnReport(const uint8_t* frame, uint32_t, const uint8_t* data,
+                                     uint32_t data_length) {
+    if (current_ == nullptr) return;
+    current_->callbacks.push_back({{frame, frame + 17}, {data, data + data_length}});
+    if (current_->on_callback) current_->on_callback();
+  }
+
   // The entries that a call queues.
-  std::vector<Report> Queue(const std::function<void()>& call) {
+  static std::vector<Report> Queued(const std::function<void()>& call) {
     ServerState::Instance().LockQueues().commands.Clear();
     call();
+    const ServerState::Queues queues = ServerState::Instance().LockQueues();
     std::vector<Report> entries;
-    for (const QueueEntry& entry : QueuedEntries()) {
+    for (size_t i = 0; i < queues.commands.Size(); ++i) {
+      const QueueEntry& entry = queues.commands.At(i);
       entries.push_back({entry.last_chunk, entry.pending, entry.continuation});
-      entries.back() += BytesOf(entry.frame);
+      entries.back() += FrameBytes(entry.frame);
     }
     return entries;
   }
-  // An entry as the device's protocol has it, written out here once more.
+  // One as the device's protocol has it, written out here once more.
   static Report Entry(Report header, Report frame) { return header += Closed(std::move(frame)); }
+
+  // The device answers what comes a millisecond later with this length byte, and data.
+  void AnswerWith(uint8_t length_byte, Report data) {
+    device.SetScript([=](ScriptedDevice& self, const Report& written) {
+      Report reply(written.begin(), written.begin() + 5);
+      reply.push_back(length_byte);
+      self.Deliver(Closed(reply += data), 1);
+      return DWORD{0};
+    });
+  }
+  // The one callback that a command leads to.
+  Callback Ask(const std::function<void()>& command, DWORD wait_ms = 100) {
+    callbacks.clear();
+    command();
+    Sleep(wait_ms);
+    EXPECT_EQ(callbacks.size(), 1u);
+    return callbacks.empty() ? Callback{} : callbacks[0];
+  }
+
+  ScriptedDevice device{kScriptedPath};
+  std::vector<Callback> callbacks;
+  std::function<void()> on_callback;
+
+ private:
+  static inline Server* current_ = nullptr;
 };
 
-// The exports of one command apart: the simulation draws them and checks their frames.
-TEST_F(QueuedCommands, TakeTheTargetAndNoMoreThanAFrameHolds) {
+// ---- What hosts queue ---------------------------------------------------------------------------
+
+TEST_F(Server, QueuesWhatFramesHold) {
   UsbFinder_SetKeyboardMode();
-  EXPECT_EQ(Queue([] { UsbServer_ReadOnLine(); }),
+  EXPECT_EQ(Queued([] { UsbServer_ReadOnLine(); }),
             std::vector<Report>{Entry({1, 1, 0}, {8, 3, 0, 0, 0, 0x80})});
-  EXPECT_EQ(Queue([] { UsbServer_ReadOnLine(); })[0].back(), 0xCA);
-  EXPECT_EQ(Queue([] { UsbServer_SetData(0x77, kRecord.bytes, 11); }).size(), 0u);
+  UsbFinder_SetMouseMode();
+  EXPECT_EQ(Queued([] { UsbServer_SetData(0x77, kRecord.bytes, 11); }).size(), 0u);
+  // Memory reads take the low half of an address.
+  EXPECT_EQ(Queued([] { UsbServer_ReadFalshData(0x1100E, 5, 3); }),
+            std::vector<Report>{Entry({1, 1, 3}, {8, 8, 0, 0x10, 0x0E, 5})});
+  for (const int32_t length : {0, INT32_MIN, 8191, INT32_MAX})
+    EXPECT_EQ(Queued([&] { UsbServer_ReadFalshData(0, length, 0); }).size(), 0u) << length;
+  EXPECT_EQ(Queued([] { CS_UsbServer_ReadFalshData(0, 8190); }).size(), 819u);
+  // A host's own entry stays as it is.
+  QueueEntry entry;
+  std::memset(&entry, 0xEE, sizeof(entry));
+  UsbServer_InitWriteCommand(&entry);
+  Report blank(20, 0);
+  blank[0] = blank[1] = 1;
+  EXPECT_EQ(Queued([&] { UsbServer_WriteCommand(&entry); }), std::vector<Report>{blank});
 }
 
 // A request has room for all its frames or is refused; only a full read, whose step this is, goes
 // on.
-TEST_F(QueuedCommands, TheLimitCutsNoRequest) {
+TEST_F(Server, TheLimitCutsNoRequest) {
   auto queues = ServerState::Instance().LockQueues();
   CommandQueue& queue = queues.commands;
   const std::vector<QueueEntry> entries(kQueueLimit - 1);
@@ -72,46 +149,27 @@ TEST_F(QueuedCommands, TheLimitCutsNoRequest) {
 }
 
 // Of a queue that is full, too.
-TEST_F(QueuedCommands, TheDriversEndStopsThePolls) {
+TEST_F(Server, TheDriversEndStopsThePolls) {
   UsbServer_SetBatteryOptimizeEnable(1);
   UsbServer_SetPCDriverStatus(1);
   EXPECT_NE(BatteryOptimizer::Instance().NextDueMs(), UINT64_MAX);
-  const std::vector<QueueEntry> rest(kQueueLimit - QueuedEntries().size());
+  const std::vector<QueueEntry> rest(kQueueLimit - 1);
   ServerState::Instance().Append(rest);
   UsbServer_SetPCDriverStatus(0);
   EXPECT_EQ(BatteryOptimizer::Instance().NextDueMs(), UINT64_MAX);
 }
 
-TEST_F(QueuedCommands, DeviceInfoCarriesAChallengeOfTheSecond) {
+TEST_F(Server, DeviceInfoCarriesAChallengeOfTheSecond) {
   platform::SetCalendarTime(77);
   srand(77);
   Report frame = {8, 1, 0, 0, 0, 8};
   for (int i = 0; i < 4; ++i)
     frame.push_back(static_cast<uint8_t>(rand() % 256));
-  const std::vector<Report> expected{Entry({1, 1, 0}, frame)};
-  EXPECT_EQ(Queue([] { UsbServer_ReadEncryption(); }), expected);
-  EXPECT_EQ(Queue([] { CS_UsbServer_ReadEncryption(); }), expected);
+  for (const auto& read : {UsbServer_ReadEncryption, CS_UsbServer_ReadEncryption})
+    EXPECT_EQ(Queued(read), std::vector<Report>{Entry({1, 1, 0}, frame)});
 }
 
-TEST_F(QueuedCommands, HostEntriesStayAsTheyAre) {
-  QueueEntry entry;
-  std::memset(&entry, 0xEE, sizeof(entry));
-  UsbServer_InitWriteCommand(&entry);
-  Report blank(20, 0);
-  blank[0] = blank[1] = 1;
-  EXPECT_EQ(Queue([&] { UsbServer_WriteCommand(&entry); }), std::vector<Report>{blank});
-}
-
-// The simulation draws memory reads; these are at the edges.
-TEST_F(QueuedCommands, MemoryReadsTakeTheLowAddressAndBoundedLengths) {
-  EXPECT_EQ(Queue([] { UsbServer_ReadFalshData(0x1100E, 5, 3); }),
-            std::vector<Report>{Entry({1, 1, 3}, {8, 8, 0, 0x10, 0x0E, 5})});
-  for (const int32_t length : {0, INT32_MIN, 8191, INT32_MAX})
-    EXPECT_EQ(Queue([&] { UsbServer_ReadFalshData(0, length, 0); }).size(), 0u) << length;
-  EXPECT_EQ(Queue([] { CS_UsbServer_ReadFalshData(0, 8190); }).size(), 819u);
-}
-
-TEST_F(QueuedCommands, DescriptorStringIsCutIntoChunks) {
+TEST_F(Server, DescriptorStringIsCutIntoChunks) {
   // Length of the text, and what its chunks declare: total, then each length.
   const std::vector<std::pair<size_t, Report>> rows = {{0, {1, 1}},
                                                        {9, {10, 10}},
@@ -127,14 +185,117 @@ TEST_F(QueuedCommands, DescriptorStringIsCutIntoChunks) {
       frame += text.substr(offset, declared[i]);
       expected.push_back(Entry({uint8_t{i + 1 == declared.size()}, 1, 0}, frame));
     }
-    EXPECT_EQ(Queue([&] { UsbServerC_SetDeviceDescriptorString(text.c_str()); }), expected);
-    EXPECT_EQ(
-        Queue([&] { UsbServer_SetDeviceDescriptorString(std::wstring(text.begin(), text.end())); }),
-        expected);
+    const std::wstring wide(text.begin(), text.end());
+    EXPECT_EQ(Queued([&] { UsbServerC_SetDeviceDescriptorString(text.c_str()); }), expected);
+    EXPECT_EQ(Queued([&] { UsbServer_SetDeviceDescriptorString(wide); }), expected);
   }
 }
 
-TEST_F(QueuedCommands, DecodersReadTheirBytes) {
+TEST_F(Server, EqualRecordsAndUnparsedOnesQueueNothing) {
+  // With QueueMutex taken: it must not be asked for.
+  const ServerState::Queues queues = ServerState::Instance().LockQueues();
+  ProtocolData previous{};
+  ProtocolData record{};
+  CS_ProtocolDataCompareUpdate(&record, &previous);
+  SetDllProtocolData(&previous);
+  record.report_rate = 7;
+  ProtocolDataUpdate(&record);
+  EXPECT_TRUE(queues.commands.Empty());
+  StoredProtocolData::Instance().Parse(sim::FlashImage::Default().bytes().data());
+  EXPECT_TRUE(StoredProtocolData::Instance().parsed());
+}
+
+// ---- What becomes of answers --------------------------------------------------------------------
+
+TEST_F(Server, AnAnswersLengthFollowsItsLengthByte) {
+  const struct {
+    bool keyboard;
+    uint8_t command, length_byte;
+    size_t length;
+  } rows[] = {{false, 0x12, 2, 2},   {false, 0x12, 0, 0},  {false, 0x12, 0x82, 0x82},
+              {true, 0x12, 0x82, 2}, {false, 0x03, 10, 4}, {false, 0x03, 11, 11},
+              {true, 0x03, 0x81, 4}, {false, 0x04, 1, 4},  {true, 0x04, 0x8A, 4}};
+  Start();
+  for (const auto& row : rows) {
+    SetKeyboardTargetFlag(row.keyboard);
+    Report data = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+    AnswerWith(row.length_byte, data);
+    const Callback seen = Ask([&] { UsbServer_GetData(row.command); });
+    data.resize(row.length);
+    EXPECT_EQ(seen.data, data) << int{row.command} << " " << int{row.length_byte};
+    Report frame = device.writes().back().report;
+    frame[5] = row.length_byte;  // the request's checksum stays
+    EXPECT_EQ(seen.frame, frame);
+  }
+}
+
+// Whatever a host queues and a device declares, nothing beyond the buffer is read or reported.
+TEST_F(Server, LongAnswersStayWithinTheBuffer) {
+  Start();
+  QueueEntry entry = SingleEntry(BuildFrame(0x21, 0));
+  entry.last_chunk = 0;
+  const auto ask = [&](bool keyboard, uint8_t length_byte) {
+    SetKeyboardTargetFlag(keyboard);
+    AnswerWith(length_byte, {0x55});
+    const auto queue = [&] {
+      for (int i = 0; i < 840; ++i)
+        UsbServer_WriteCommand(&entry);
+      UsbServer_GetData(0x22);
+    };
+    return Ask(queue, 20'000).data;
+  };
+  // The keyboard's bit is no part of a length, not of frames that have no room either.
+  EXPECT_EQ(ask(true, 0x81).size(), 841u);
+  const Report data = ask(false, 255);
+  ASSERT_EQ(data.size(), 8192u);
+  EXPECT_EQ(data[8180], 0x55);
+  EXPECT_EQ(data[8190], 0x00);
+}
+
+// An answer of too few bytes may be a shorter read's. A device that gives no other is believed.
+TEST_F(Server, ShortAnswersToReads) {
+  struct Row {
+    size_t short_answers;
+    size_t writes_of_server;
+    size_t writes_of_layer;
+    uint8_t byte;
+  };
+  for (const Row& row : {Row{1, 2, 2, 0x77}, Row{9, 3, 2, 0x51}}) {
+    size_t asked = 0;
+    device.SetScript([&](ScriptedDevice& self, const Report& written) {
+      const bool is_short = asked++ < row.short_answers;
+      Report reply = ReplyTo(written, {is_short ? uint8_t{0x51} : uint8_t{0x77}});
+      reply[5] = is_short ? 1 : 10;
+      self.Deliver(Closed(std::move(reply)), 1);
+      return DWORD{0};
+    });
+    Start();
+    EXPECT_EQ(Ask(UsbServer_ReadLedBar).data[0], row.byte);
+    EXPECT_EQ(asked, row.writes_of_server);
+    asked = 0;
+    EXPECT_EQ(LoadLayerKeys(device.Path(), 0), Report{row.byte});
+    EXPECT_EQ(asked, row.writes_of_layer);
+  }
+}
+
+// At the pace of the queue; what a slot holds is read by the simulation.
+TEST_F(Server, AFullReadOnlyProbesEmptySlots) {
+  sim::Mouse mouse;
+  mouse.Plug();
+  for (const ServerReportCallback callback : {ServerReportCallback{}, &Server::OnReport}) {
+    UsbServer_Start(mouse.CommandPath(), mouse.CommandPath(), callback);
+    Sleep(5);
+    mouse.ClearRequests();
+    UsbServer_ReadAllFlashData();
+    constexpr DWORD kFrames = 24 + 5 + 16 + 32;
+    Sleep(kFrames * (8 + 1) * 102 / 100 + 1);
+    EXPECT_EQ(mouse.Requests().size(), kFrames);
+    EXPECT_EQ(StoredProtocolData::Instance().parsed(), callback != nullptr);
+    EXPECT_EQ(callbacks.size(), callback != nullptr ? 1u : 0u);
+  }
+}
+
+TEST(Decoders, ReadTheirBytes) {
   const uint8_t data[] = {0x85, 0x23, 0x0F, 0xA0, 5, 6, 7};
   DeviceInfo info;
   GetDeviceInfo(data, &info);
@@ -151,156 +312,7 @@ TEST_F(QueuedCommands, DecodersReadTheirBytes) {
   EXPECT_TRUE(isDeviceOnLine(data));
 }
 
-// ---- What changes of the configuration become ---------------------------------------------------
-
-TEST_F(QueuedCommands, EqualRecordsAndUnparsedOnesQueueNothing) {
-  // With QueueMutex taken: it must not be asked for.
-  const ServerState::Queues queues = ServerState::Instance().LockQueues();
-  ProtocolData previous{};
-  ProtocolData record{};
-  CS_ProtocolDataCompareUpdate(&record, &previous);
-  SetDllProtocolData(&previous);
-  record.report_rate = 7;
-  ProtocolDataUpdate(&record);
-  EXPECT_TRUE(queues.commands.Empty());
-  StoredProtocolData::Instance().Parse(sim::FlashImage::Default().bytes().data());
-  EXPECT_TRUE(StoredProtocolData::Instance().parsed());
-}
-
-// At the pace of the queue; what a slot holds is read by the simulation.
-TEST_F(QueuedCommands, AFullReadOnlyProbesEmptySlots) {
-  sim::Mouse mouse;
-  mouse.Plug();
-  for (const ServerReportCallback callback : {ServerReportCallback{}, &ServerTest::OnReport}) {
-    UsbServer_Start(mouse.CommandPath(), mouse.CommandPath(), callback);
-    Sleep(5);
-    mouse.ClearRequests();
-    UsbServer_ReadAllFlashData();
-    constexpr DWORD kFrames = 24 + 5 + 16 + 32;
-    Sleep(kFrames * (8 + 1) * 102 / 100 + 1);
-    EXPECT_EQ(mouse.Requests().size(), kFrames);
-    EXPECT_EQ(StoredProtocolData::Instance().parsed(), callback != nullptr);
-    EXPECT_EQ(callbacks.size(), callback != nullptr ? 1u : 0u);
-  }
-}
-
-// ---- What becomes of answers --------------------------------------------------------------------
-
-class Answers : public ServerTest {
- protected:
-  // Reports back what the next frames are answered with: a length byte and the first data byte.
-  void AnswerWith(uint8_t length_byte, std::initializer_list<uint8_t> data) {
-    device.SetScript([=, bytes = Report(data)](ScriptedDevice& self, const Report& written) {
-      Report reply(written.begin(), written.begin() + 5);
-      reply.push_back(length_byte);
-      return Tell(self, Closed(reply += bytes));
-    });
-  }
-  // The one callback that a command leads to.
-  Callback Ask(const std::function<void()>& command, DWORD wait_ms = 100) {
-    callbacks.clear();
-    command();
-    Sleep(wait_ms);
-    EXPECT_EQ(callbacks.size(), 1u);
-    return callbacks.empty() ? Callback{} : callbacks[0];
-  }
-};
-
-TEST_F(Answers, LengthFollowsTheAnswersLengthByte) {
-  const std::vector<std::tuple<bool, uint8_t, uint8_t, size_t>> rows = {
-      {false, 0x12, 2, 2},   {false, 0x12, 0, 0},  {false, 0x12, 0x82, 0x82},
-      {true, 0x12, 0x82, 2}, {false, 0x03, 10, 4}, {false, 0x03, 11, 11},
-      {true, 0x03, 0x81, 4}, {false, 0x04, 1, 4},  {true, 0x04, 0x8A, 4}};
-  Start();
-  for (const auto& [keyboard, command, length_byte, length] : rows) {
-    SetKeyboardTargetFlag(keyboard);
-    AnswerWith(length_byte, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
-    const Callback seen = Ask([asked = command] { UsbServer_GetData(asked); });
-    Report data = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
-    data.resize(length);
-    EXPECT_EQ(seen.data, data) << int{command} << " " << int{length_byte};
-    Report frame = device.writes().back().report;
-    frame[5] = length_byte;  // the request's checksum stays
-    EXPECT_EQ(seen.frame, frame);
-  }
-}
-
-// Whatever a host queues and a device declares, nothing beyond the buffer is read or reported.
-TEST_F(Answers, LongAnswersStayWithinTheBuffer) {
-  Start();
-  QueueEntry entry = SingleEntry(BuildFrame(0x21, 0));
-  entry.last_chunk = 0;
-  const auto ask = [&](bool keyboard, uint8_t length_byte) {
-    SetKeyboardTargetFlag(keyboard);
-    AnswerWith(length_byte, {0x55});
-    const auto queue = [&] {
-      for (int i = 0; i < 840; ++i)
-        UsbServer_WriteCommand(&entry);
-      UsbServer_GetData(0x22);
-    };
-    return Ask(queue, 20'000);
-  };
-  // The keyboard's bit is no part of a length, not of frames that have no room either.
-  EXPECT_EQ(ask(true, 0x81).data.size(), 841u);
-  const Callback seen = ask(false, 255);
-  ASSERT_EQ(seen.data.size(), 8192u);
-  EXPECT_EQ(seen.data[8180], 0x55);
-  EXPECT_EQ(seen.data[8190], 0x00);
-}
-
-// An answer of too few bytes may be a shorter read's. A device that gives no other is believed.
-TEST_F(Answers, ShortAnswersToReads) {
-  struct Row {
-    size_t short_answers;
-    size_t writes_of_server;
-    size_t writes_of_layer;
-    uint8_t byte;
-  };
-  for (const Row& row : {Row{1, 2, 2, 0x77}, Row{9, 3, 2, 0x51}}) {
-    size_t asked = 0;
-    device.SetScript([&](ScriptedDevice& self, const Report& written) {
-      if (asked++ < row.short_answers) return Tell(self, Answer(written, {0x51}));
-      return Tell(self, Answer(written, {0x77, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
-    });
-    Start();
-    EXPECT_EQ(Ask(UsbServer_ReadLedBar).data[0], row.byte);
-    EXPECT_EQ(asked, row.writes_of_server);
-    asked = 0;
-    EXPECT_EQ(LoadLayerKeys(device.Path(), 0), Report{row.byte});
-    EXPECT_EQ(asked, row.writes_of_layer);
-  }
-}
-
 // ---- The loop -----------------------------------------------------------------------------------
-
-using Commands = std::vector<int>;
-
-class Loop : public ServerTest {
- protected:
-  void Queue(std::initializer_list<uint8_t> commands, DWORD wait_ms = 0) {
-    for (const uint8_t command : commands)
-      UsbServer_GetData(command);
-    if (wait_ms != 0) Sleep(wait_ms);
-  }
-};
-
-// Neither while an answer is awaited nor while reports come to an idle loop.
-TEST_F(Loop, DoesNotSpinOrEnumerateForNothing) {
-  device.SetScript({});
-  Start();
-  platform::ArmFault("WaitForMultipleObjects", UINT64_MAX);
-  Queue({0x21}, 100);
-  EXPECT_LE(platform::PlatformCallCount(), 5u);
-  device.SetScript(AnswerAll);
-  Sleep(3000);
-  platform::ArmFault("SetupDiGetClassDevsW", UINT64_MAX);
-  for (int i = 0; i < 20; ++i) {
-    device.Deliver(Event(1));
-    Sleep(500);
-  }
-  EXPECT_LE(platform::PlatformCallCount(), 11u);
-  platform::DisarmFault();
-}
 
 TEST(PresencePolicy, LooksOnceASecondAndOnEveryPassAfterAHint) {
   PresencePolicy policy;
@@ -313,17 +325,37 @@ TEST(PresencePolicy, LooksOnceASecondAndOnEveryPassAfterAHint) {
   EXPECT_FALSE(policy.Due(7000));
 }
 
-TEST_F(Loop, ASecondLoopWaitsForTheFirst) {
+// Neither while an answer is awaited nor while reports come to an idle loop.
+TEST_F(Server, DoesNotSpinOrEnumerateForNothing) {
+  Start();
+  platform::ArmFault("WaitForMultipleObjects", UINT64_MAX);
+  UsbServer_GetData(0x21);
+  Sleep(100);
+  EXPECT_LE(platform::PlatformCallCount(), 5u);
+  AnswerWith(0, {});
+  Sleep(3000);
+  platform::ArmFault("SetupDiGetClassDevsW", UINT64_MAX);
+  for (int i = 0; i < 20; ++i) {
+    device.Deliver(Closed({8, PERILINK_COMMAND_EVENT, 0, 0, 0, 0, 1}));
+    Sleep(500);
+  }
+  EXPECT_LE(platform::PlatformCallCount(), 11u);
+  platform::DisarmFault();
+}
+
+TEST_F(Server, ASecondLoopWaitsForTheFirst) {
+  AnswerWith(1, {0x11});
   const auto server = reinterpret_cast<HANDLE>(Start());
   const HANDLE second = CreateThread(
       nullptr, 0, [](LPVOID) { return UsbReaderWriterServer(), DWORD{0}; }, nullptr, 0, nullptr);
   std::set<std::thread::id> threads;
-  on_callback = [&](const Callback&) { threads.insert(std::this_thread::get_id()); };
+  on_callback = [&] { threads.insert(std::this_thread::get_id()); };
   for (int i = 0; i < 20; ++i) {
     EXPECT_EQ(Start(), 0u);  // no thread of its own
-    Queue({0x21, 0x22, 0x23}, 100);
+    UsbServer_GetData(0x21);
+    Sleep(100);
   }
-  EXPECT_EQ(callbacks.size(), 60u);
+  EXPECT_EQ(callbacks.size(), 20u);
   EXPECT_EQ(threads.size(), 1u);
   EXPECT_EQ(WaitForSingleObject(second, 0), static_cast<DWORD>(WAIT_TIMEOUT));
   UsbServer_Exit();
@@ -333,7 +365,7 @@ TEST_F(Loop, ASecondLoopWaitsForTheFirst) {
   }
 }
 
-TEST_F(Loop, RunsOnTheHostsThreadAndWithoutSleep) {
+TEST_F(Server, RunsOnTheHostsThreadAndWithoutSleep) {
   CS_UsbServer_SetThreadSleepTime(0);
   UsbServer_Start(L"nowhere", L"", OnReport);
   UsbServer_Exit();
@@ -341,10 +373,12 @@ TEST_F(Loop, RunsOnTheHostsThreadAndWithoutSleep) {
   EXPECT_EQ(platform::Bus().OpenConnections(), 0u);
   ServerState::Instance().RequestStart({device.Path(), device.Path()}, OnReport);
   platform::ArmFault("CreateEventW", 1);  // the device is opened again until there is an event
-  Queue({0x21});
-  on_callback = [](const Callback&) { UsbServer_Exit(); };
-  UsbReaderWriterServer();
-  EXPECT_EQ(CallbackCommands(), (Commands{0x21}));
+  AnswerWith(1, {0x11});
+  on_callback = UsbServer_Exit;
+  Ask([] {
+    UsbServer_GetData(0x21);
+    UsbReaderWriterServer();
+  });
   EXPECT_EQ(platform::Bus().OpenConnections(), 0u);
 }
 
