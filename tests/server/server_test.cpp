@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "battery/optimizer.h"
+#include "battery/registry_fixture.h"
 #include "commands/layer_keys.h"
 #include "perilink/battery.h"
 #include "perilink/finder.h"
@@ -39,7 +40,7 @@ Report& operator+=(Report& report, const Bytes& bytes) {
 
 // A server on a scripted device. The optimiser is off unless a test switches it on; the idle server
 // looks at its queue every millisecond.
-class Server : public ::testing::Test {
+class Server : public RegistryTest {
  protected:
   Server() {
     current_ = this;
@@ -341,6 +342,20 @@ TEST_F(Server, DoesNotSpinOrEnumerateForNothing) {
   }
   EXPECT_LE(platform::PlatformCallCount(), 11u);
   platform::DisarmFault();
+}
+
+// A poll that is due before the head's turn does not wait for it.
+TEST_F(Server, PollsBetweenTwoCommands) {
+  UsbServer_SetBatteryOptimizeEnable(1);
+  AnswerWith(4, {50});
+  Start();
+  Sleep(4994);
+  UsbServer_GetData(0x21);
+  Sleep(100);
+  const auto writes = device.writes();
+  ASSERT_EQ(writes.size(), 5u);
+  EXPECT_NEAR(static_cast<double>(writes[2].at_ms - writes[0].at_ms), 5000, 1);
+  EXPECT_EQ(writes[4].report[1], 0x21);
 }
 
 TEST_F(Server, ASecondLoopWaitsForTheFirst) {

@@ -9,6 +9,7 @@
 #include "support/scripted_device.h"
 #include "transport/discovery.h"
 #include "transport/exchange.h"
+#include "transport/link.h"
 #include "transport/pass_through.h"
 
 namespace perilink::testing {
@@ -246,6 +247,12 @@ TEST(ExchangeFrame, ALateReplyFindsNoMemoryOfTheExchange) {
     Sleep(1);
     EXPECT_EQ(platform::OpenHandleCount(), 0u);
   }
+}
+
+TEST(Link, ListensToNothingBeforeItIsOpened) {
+  Link link(kRight.size());
+  link.Listen();
+  EXPECT_FALSE(link.listening());
 }
 
 // The caller may have the reply take the request's place.
