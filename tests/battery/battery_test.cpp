@@ -47,6 +47,7 @@ TEST(VoltageTable, NoTableYieldsMoreThanFull) {
     for (int voltage = 0; voltage <= 0xFFFF; ++voltage)
       ASSERT_LE(VoltageToPercent(table, static_cast<uint16_t>(voltage), 0), 100);
   EXPECT_EQ(VoltageToPercent(close, 3700 + 9 * 20 - 1, 0), 100);
+  EXPECT_EQ(VoltageToPercent(close, 3700 + 9 * 10, 0), 50);
   EXPECT_EQ(VoltageToPercent(falling, 3000, 0), 1);
 }
 

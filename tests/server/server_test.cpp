@@ -115,6 +115,12 @@ TEST_F(Server, QueuesWhatFramesHold) {
   EXPECT_EQ(Queued([] { UsbServer_ReadOnLine(); }),
             std::vector<Report>{Entry({1, 1, 0}, {8, 3, 0, 0, 0, 0x80})});
   UsbFinder_SetMouseMode();
+  for (const QueueingExports& row : kQueueingExports) {
+    Report frame = {8, row.command, 0, 0, 0, row.length};
+    frame += row.payload;
+    for (const auto& queue : row.exports)
+      EXPECT_EQ(Queued(queue), std::vector<Report>{Entry({1, 1, 0}, frame)}) << row.name;
+  }
   EXPECT_EQ(Queued([] { UsbServer_SetData(0x77, kRecord.bytes, 11); }).size(), 0u);
   // Memory reads take the low half of an address.
   EXPECT_EQ(Queued([] { UsbServer_ReadFalshData(0x1100E, 5, 3); }),
