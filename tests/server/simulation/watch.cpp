@@ -122,6 +122,8 @@ Watch::Role Watch::RoleOf(const std::wstring& path) {
   if (!OnServerThread()) Broken("the server's device is opened by another thread");
   if (mark.output || opens_input_) TakeFailure();
   if (mark.output) {
+    if (Has(Role::kServerOutput) || Has(Role::kServerInput))
+      Broken("the last device is still open");
     opens_input_ = true;
     CheckTimes();
     if (mark.start == server.start()) start_ = {};
