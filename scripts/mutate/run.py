@@ -89,13 +89,15 @@ def write_tree(changes):
 
 
 def build(changes):
-    """Builds the rooms' tests, without the changes that don't compile; returns those that do."""
+    """Builds the tests of the rooms and the scenarios, without the changes that don't compile;
+    returns those that do."""
     excluded_file = WORK / 'excluded.json'
     excluded = set(json.loads(excluded_file.read_text())) if excluded_file.exists() else set()
     # What is undefined in a container is an end here, not a chance.
     flags = (f'-O1 -w -Wno-narrowing -DNDEBUG -D_GLIBCXX_ASSERTIONS '
              f'-include {ROOT}/scripts/mutate/mutant.h')
-    rooms = [f'tests/{path.name}/all' for path in (ROOT / 'src').iterdir() if path.is_dir()]
+    targets = [f'tests/{path.name}/all' for path in (ROOT / 'src').iterdir() if path.is_dir()]
+    targets.append('scenarios_test')
     while True:
         changes = [change for change in changes if change.key not in excluded]
         write_tree(changes)
@@ -104,7 +106,7 @@ def build(changes):
                             '-DCMAKE_BUILD_TYPE=None', f'-DCMAKE_CXX_FLAGS={flags}'], check=True,
                            stdout=subprocess.DEVNULL)
         done = subprocess.run(['cmake', '--build', BUILD, '--parallel', str(JOBS), '--target',
-                               *rooms, '--', '-k', '0'],
+                               *targets, '--', '-k', '0'],
                               capture_output=True, text=True)
         if done.returncode == 0:
             return changes

@@ -279,22 +279,20 @@ TEST_F(OptimizerTest, FullReadingsFollowEachOtherQuickly) {
   EXPECT_LE(Polls() - polls, 740u);
 }
 
-TEST_F(OptimizerTest, EventsPollAtOnceAndSetTheNextPoll) {
+TEST_F(OptimizerTest, EventsPollAtOnceAndForceTheLevel) {
   EXPECT_EQ(optimizer.NextDueMs(), GetTickCount64() + 1);
-  StartAt(50);
+  StartAt(40);
   optimizer.SetDriverStatus(false);
-  const struct {
-    uint8_t level, charging;
-    size_t reports;
-    uint32_t next_poll_ms;
-  } events[] = {{50, 0, 0, 5000}, {50, 1, 1, 5000}, {14, 1, 1, 5000}, {14, 1, 0, 5000},
-                {0, 1, 1, 5000},  {0, 1, 1, 5000},  {100, 1, 0, 100}};
-  for (const auto& event : events) {
-    Show(event.level, event.charging);
+  const std::tuple<uint8_t, uint8_t, Bytes> readings[] = {
+      {16, 0, {}},   {15, 0, {15}}, {12, 0, {}},  // no higher than 15 now
+      {12, 1, {15}},                              // the charger is news
+      {0, 1, {0}},   {0, 1, {0}},   {100, 1, {}}};
+  for (const auto& [level, charging, reported] : readings) {
     reports.clear();
-    optimizer.TakeEvent(PERILINK_EVENT_BATTERY, &Recording);
-    EXPECT_EQ(reports.size(), event.reports) << int{event.level};
-    EXPECT_EQ(steps.PollMs(), event.next_poll_ms) << int{event.level};
+    Show(level, charging);
+    EXPECT_EQ(optimizer.TakeEvent(0x41, &Recording), 0x01);
+    EXPECT_EQ(Levels(), reported) << int{level};
+    EXPECT_EQ(steps.PollMs(), level == 100 ? 100u : 5000u) << int{level};
   }
 }
 
@@ -323,20 +321,6 @@ TEST_F(OptimizerTest, FailedPollsKeepTheLevelAndEndSmoothing) {
     RunFor(6 * 1000);
     EXPECT_TRUE(steps.Active());
     EXPECT_EQ(reports.size(), 1u);
-  }
-}
-
-TEST_F(OptimizerTest, ReadingsOfAnEventForceTheLevel) {
-  const std::tuple<uint8_t, uint8_t, Bytes> readings[] = {
-      {16, 0, {}},   {15, 0, {15}}, {12, 0, {}},  // no higher than 15 now
-      {12, 1, {15}},                              // the charger is news
-      {0, 1, {0}},   {0, 1, {0}},   {100, 1, {}}};
-  StartAt(40);
-  for (const auto& [level, charging, reported] : readings) {
-    reports.clear();
-    Show(level, charging);
-    EXPECT_EQ(optimizer.TakeEvent(0x41, &Recording), 0x01);
-    EXPECT_EQ(Levels(), reported) << int{level};
   }
 }
 

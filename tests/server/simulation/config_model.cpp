@@ -87,16 +87,10 @@ void CheckSlots(Device& device, const FullRead& read, const uint8_t* image, size
 
 // ---- Images -----------------------------------------------------------------------------------
 
-void FullRead::OnAnswer(Moment moment, size_t address, size_t length) {
+void FullRead::Take(Moment moment, size_t address, size_t length, bool written) {
   since_ = std::min(since_, moment);
   for (size_t at = address; at < std::min(address + length, of_.size()); ++at)
-    of_[at] = InSlots(at) ? std::min(of_[at], moment) : moment;
-}
-
-void FullRead::OnAcknowledged(Moment moment, size_t address, size_t length) {
-  since_ = std::min(since_, moment);
-  for (size_t at = address; at < std::min(address + length, of_.size()); ++at)
-    of_[at] = moment;
+    of_[at] = InSlots(at) && !written ? std::min(of_[at], moment) : moment;
 }
 
 void ConfigModel::CheckImage(Device& device, const FullRead& read, const uint8_t* image) {
@@ -142,10 +136,6 @@ void ConfigModel::OnReadAnswer(uint16_t address, const uint8_t* data) {
         std::ranges::copy(value, reinterpret_cast<uint8_t*>(&record_) + offset);
     });
   }
-}
-
-void ConfigModel::OnUpdate(const ProtocolData& record) {
-  record_ = record;
 }
 
 void ConfigModel::Check() {

@@ -16,8 +16,7 @@ class FullRead {
  public:
   explicit FullRead(Moment begin) : since_(begin) { of_.fill(begin); }
   // An answer of its own, or the acknowledgement of a write that is laid over its image.
-  void OnAnswer(Moment moment, size_t address, size_t length);
-  void OnAcknowledged(Moment moment, size_t address, size_t length);
+  void Take(Moment moment, size_t address, size_t length, bool written);
 
   Moment since() const { return since_; }  // none is older
   Moment of(size_t address) const { return of_[address]; }
@@ -46,7 +45,7 @@ class ConfigModel {
   // The device has answered a memory read, and the answer is surely this read's.
   void OnReadAnswer(uint16_t address, const uint8_t* data);
   // The host's record has become the library's own.
-  void OnUpdate(const ProtocolData& record);
+  void OnUpdate(const ProtocolData& record) { record_ = record; }
   // The library's own record is the model's, in all that a device would hold of it.
   void Check();
 

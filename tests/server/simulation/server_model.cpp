@@ -185,8 +185,7 @@ bool ServerModel::IsEcho(const Sent& sent) {
   if (!Same(sent.report, queue_.frames.front().frame)) return Rearm(), false;
   const CommandFrame& write = sent.report;
   for (const Frame& frame : queue_.frames)
-    if (frame.read)
-      frame.read->OnAcknowledged(sent.moment, FrameAddress(write), write.length & 0x7Fu);
+    if (frame.read) frame.read->Take(sent.moment, FrameAddress(write), write.length & 0x7Fu, true);
   return true;
 }
 
@@ -236,7 +235,7 @@ void ServerModel::CompleteRequest() {
     // is as old as its own request.
     const Moment since = std::min(asked.queued, answer.moment);
     if (last.read)
-      last.read->OnAnswer(answer.moment, FrameAddress(asked.frame), asked.frame.length & 0x7Fu);
+      last.read->Take(answer.moment, FrameAddress(asked.frame), asked.frame.length & 0x7Fu, false);
     if (asked.frame.command != PERILINK_COMMAND_READ_MEMORY || !echoes_) continue;
     for (size_t i = 0; i < (asked.frame.length & 0x7Fu); ++i)
       if (!device_->Held(since, FrameAddress(asked.frame) + i, answer.report.data[i]))
