@@ -44,9 +44,9 @@ CHANGES = {
 # What the page tells to run.
 BINDINGS = "scripts/make_bindings.py"
 
-TESTS = ["protocol_test", "server_test", "tools_test", "config_update_test"]
+TESTS = ["protocol_test", "server_simulation", "tools_test", "config_update_test"]
 # Of these, the tests that walk the table.
-CHOSEN = r"^(protocol_test|tools_test)\.|^server_test\.FlashRead|^config_update_test.*/0$"
+CHOSEN = r"^(protocol_test|tools_test)\.|^server_simulation\.1$|^config_update_test.*/0$"
 FUZZ = ["flash_images", "config_json"]
 
 # Prints the size of the record as C# hosts have it.
