@@ -313,9 +313,14 @@ TEST(CompareTest, WritesComeInTheOrderOfTheRecord) {
   ProtocolData previous;
   std::memset(&previous, 0xEE, sizeof(previous));
   ProtocolData record = RandomRecord(random);
+  record.switch7 = 0;
   std::vector<size_t> written;
-  for (const FlashWrite& write : CompareProtocolData(record, previous))
+  for (const FlashWrite& write : CompareProtocolData(record, previous)) {
     written.push_back(write.address);
+    if (write.address == 171) {
+      EXPECT_EQ(Data(write), (Image{0, 0x55}));
+    }
+  }
   EXPECT_EQ(written, order);
   EXPECT_TRUE(CompareProtocolData(record, previous).empty());
 }
