@@ -78,10 +78,10 @@ void Arm(const char* what, uint64_t nth, bool for_ever) {
   if (what == kAllocation) {
     FailingNew::ArmAll(nth, for_ever);
   } else if (what == kLogAllocation) {
-    FailingNew::ArmAllWithin(
-        {reinterpret_cast<const void*>(&LogParts), reinterpret_cast<const void*>(&LogHexLine),
-         reinterpret_cast<const void*>(&LogUpgradeFile)},
-        nth);
+    FailingNew::ArmAll(nth, for_ever,
+                       {reinterpret_cast<const void*>(&LogParts),
+                        reinterpret_cast<const void*>(&LogHexLine),
+                        reinterpret_cast<const void*>(&LogUpgradeFile)});
   } else if (what == kLock) {
     locks = 0;
     failing_lock = nth;
@@ -174,7 +174,28 @@ DWORD Echo(ScriptedDevice& self, const Report& written) {
   return 0;
 }
 
-// The finder's lists in their narrow and managed forms, which go through the code page.
+// A list in its narrow and its managed form, which go through the code page.
+template <typename NarrowList, typename ManagedList, typename... Arguments>
+void SweepList(const Wide& found, NarrowList narrow, ManagedList managed, Arguments... arguments) {
+  char** texts = nullptr;
+  uint32_t count = 0;
+  SAFEARRAY* array = nullptr;
+  const auto judge = [&](const Narrow& seen) {
+    // A failed enumeration ends with what it has; a text that can't be converted is an empty one.
+    const auto same = [](const std::string& text, const std::wstring& path) {
+      return text.empty() || NarrowToWide(text) == path;
+    };
+    const bool sound = seen.size() <= found.size() &&
+                       std::equal(seen.begin(), seen.end(), found.begin(), same);
+    const bool whole = seen.size() == found.size() && std::ranges::count(seen, "") == 0;
+    return sound && whole ? Outcome::kWhole : sound ? Outcome::kFailed : Outcome::kBroken;
+  };
+  SweepEverything({"narrow list", [&] { texts = narrow(arguments..., &count); },
+                   [&] { return judge(TakeTexts(texts, count)); }});
+  SweepEverything({"managed list", [&] { array = managed(arguments...); },
+                   [&] { return judge(NarrowOf(TextsOf(array))); }});
+}
+
 TEST(FailureSweep, Lists) {
   const ScriptedDevice first(L"\\\\?\\hid#vid_1234&pid_abcd&mi_01&col05#Größe 鼠");
   const ScriptedDevice second(L"\\\\?\\hid#vid_1234&pid_0001");
@@ -183,56 +204,20 @@ TEST(FailureSweep, Lists) {
   sim::UpgradeImage image;
   image.boot_input = "col05";
   const sim::Bytes file = sim::UpgradeFileBuilder(image).Build();
-  const struct {
-    const char* name;
-    std::function<char**(uint32_t*)> narrow;
-    std::function<SAFEARRAY*()> managed;
-    Wide found;
-  } kCases[] = {
-      {"all", UsbFinderC_EnumHidDeviceList, CS_UsbFinder_EnumHidDeviceList, both},
-      {"vendor", [](auto* count) { return UsbFinderC_FindHidDevices("1234", "", count); },
-       [] { return CS_UsbFinder_FindHidDevices("1234", ""); }, both},
-      {"key", [](auto* count) { return UsbFinderC_FindHidDevicesByKey("röße 鼠", count); },
-       [] { return CS_UsbFinder_FindHidDevicesByKey("röße 鼠"); }, one},
-      {"id",
-       [](auto* count) { return UsbFinderC_FindHidDevicesByDeviceId("1234", "ABCD", 1, 5, count); },
-       [] { return CS_UsbFinder_FindHidDevicesByDeviceId("1234", "ABCD", 1, 5); }, one},
-      {"default id",
-       [](auto* count) {
-         return UsbFinderC_FindHidDevicesByDefaultDeviceId("1234", "ABCD", count);
-       },
-       [] { return CS_UsbFinder_FindHidDevicesByDefaultDeviceId("1234", "ABCD"); }, one},
-      {"boot devices", [&](auto* count) { return UsbUpgradeC_FindBootDevices(file.data(), count); },
-       [&] { return CS_UsbUpgrade_FindBootDevices(file.data()); }, one},
-      // Nothing is found for empty and for null text, and for bytes that are no text.
-      {"no key",
-       [](auto* count) { return UsbFinderC_FindHidDevicesByKey("", count); },
-       [] { return CS_UsbFinder_FindHidDevicesByKey(nullptr); },
-       {}},
-      {"no id",
-       [](auto* count) { return UsbFinderC_FindHidDevices("12\xFF\x34", "abcd", count); },
-       [] { return CS_UsbFinder_FindHidDevices(nullptr, ""); },
-       {}},
-  };
-  for (const auto& test : kCases) {
-    char** texts = nullptr;
-    uint32_t count = 0;
-    SAFEARRAY* array = nullptr;
-    const auto judge = [&](const auto& seen) {
-      // A failed enumeration ends with what it has; a text that can't be converted is an empty one.
-      const auto same = [](const auto& text, const std::wstring& path) {
-        return text.empty() || NarrowToWide(text) == path;
-      };
-      const bool sound = seen.size() <= test.found.size() &&
-                         std::equal(seen.begin(), seen.end(), test.found.begin(), same);
-      const bool whole = seen.size() == test.found.size() && std::ranges::count(seen, "") == 0;
-      return sound && whole ? Outcome::kWhole : sound ? Outcome::kFailed : Outcome::kBroken;
-    };
-    SweepEverything({test.name, [&] { texts = test.narrow(&count); },
-                     [&] { return judge(TakeTexts(texts, count)); }});
-    SweepEverything({test.name, [&] { array = test.managed(); },
-                     [&] { return judge(NarrowOf(TextsOf(array))); }});
-  }
+  SweepList(both, UsbFinderC_EnumHidDeviceList, CS_UsbFinder_EnumHidDeviceList);
+  SweepList(both, UsbFinderC_FindHidDevices, CS_UsbFinder_FindHidDevices, "1234", "");
+  SweepList(one, UsbFinderC_FindHidDevicesByKey, CS_UsbFinder_FindHidDevicesByKey, "röße 鼠");
+  SweepList(one, UsbFinderC_FindHidDevicesByDeviceId, CS_UsbFinder_FindHidDevicesByDeviceId, "1234",
+            "ABCD", 1, 5);
+  SweepList(one, UsbFinderC_FindHidDevicesByDefaultDeviceId,
+            CS_UsbFinder_FindHidDevicesByDefaultDeviceId, "1234", "ABCD");
+  SweepList(one, UsbUpgradeC_FindBootDevices, CS_UsbUpgrade_FindBootDevices, file.data());
+  // Nothing is found for empty and for null text, and for bytes that are no text.
+  const char* const none = nullptr;
+  SweepList({}, UsbFinderC_FindHidDevicesByKey, CS_UsbFinder_FindHidDevicesByKey, "");
+  SweepList({}, UsbFinderC_FindHidDevicesByKey, CS_UsbFinder_FindHidDevicesByKey, none);
+  SweepList({}, UsbFinderC_FindHidDevices, CS_UsbFinder_FindHidDevices, "12\xFF\x34", "abcd");
+  SweepList({}, UsbFinderC_FindHidDevices, CS_UsbFinder_FindHidDevices, none, "");
 }
 
 TEST(FailureSweep, DirectCalls) {

@@ -71,37 +71,27 @@ void Act(const sim::Mouse& mouse, const sim::Bytes& file, std::mt19937& random,
   const auto value = static_cast<uint8_t>(random());
   const QueueingExports& queueing = kQueueingExports[random() % kQueueingExports.size()];
   const uint32_t voltages[21] = {};
-  const uint8_t data[12] = {};
   std::wstring text;
   ProtocolData previous{};
   QueueEntry entry;
-  DataRecord10 ten{};
   BatteryLevel battery{};
-  CidMid ids{};
   sim::Bytes report(17, 0x42);
   sim::Bytes image(file.size());
   uint32_t length = 0;
   const std::function<void()> actions[] = {
       [&] { CloseThread(UsbServer_Start(path, path, OnReport)); },
       [&] { CloseThread(UsbServer_KeyboardStart(path, path, OnReport)); },
-      [&] { CS_UsbServer_KeyboardStart(narrow.c_str(), "", OnReport); },
-      [&] { UsbServerC_KeyboardStart(narrow.c_str(), narrow.c_str(), OnReport); },
       [&] { UsbServerC_Start(narrow.c_str(), narrow.c_str(), OnReport); },
       [&] { CS_UsbServer_Start(narrow.c_str(), "", nullptr); },
       [&] { UsbServer_Exit(); },
       [&] { CS_UsbServer_SetThreadSleepTime(1 + value % 8); },
       [&] { UsbServer_GetCurrentInputDevice(text), UsbServer_GetCurrentOutputDevice(text); },
-      [&] { SafeArrayDestroy(CS_UsbServer_GetCurrentInputDevice()); },
-      [&] { SafeArrayDestroy(CS_UsbServer_GetCurrentOutputDevice()); },
       [&] { queueing.exports[value % queueing.exports.size()](); },
       [&] { UsbServer_ReadEncryption(), UsbServer_ReadAllFlashData(); },
-      [&] { UsbServer_ReadReportRate(), UsbServer_ReadCurrentDPI(); },
-      [&] { UsbServer_ReadDPILed(), UsbServer_ReadLedBar(); },
       [&] { SafeArrayDestroy(CS_UsbKeyboard_LoadLayerKeys(narrow.c_str(), value % 5)); },
       [&] { UsbServer_SetDeviceDescriptorString(L"a text of more than ten"); },
       [&] { UsbServer_ReadFalshData(value, value, 0); },
       [&] { UsbServer_SetPCDriverStatus(value % 2); },
-      [&] { UsbServer_SetData(0x07, data, value % 12); },
       [&] { UsbServer_InitWriteCommand(&entry), UsbServer_WriteCommand(&entry); },
       [&] { ProtocolDataUpdate(&record); },
       [&] { CS_ProtocolDataCompareUpdate(&record, &previous); },
@@ -113,14 +103,11 @@ void Act(const sim::Mouse& mouse, const sim::Bytes& file, std::mt19937& random,
       [&] { CS_UsbServer_ReStartBatteryOptimize(); },
       [&] { value % 2 ? UsbFinder_SetKeyboardMode() : UsbFinder_SetMouseMode(); },
       [&] { record.report_rate = value; },
-      [&] { UsbServer_GetData(value % 12); },
       [&] { UsbServer_Exit(), UsbReaderWriterServer(); },
       // Every open of the device hears every reply, so an exchange may use up its tries on those to
       // the other threads: that it returns counts, not what.
       [&] { UsbFinderC_GetVersion(narrow.c_str()), UsbFinder_GetDeviceInfo(path, 1); },
       [&] { UsbFinderC_GetBatteryLevel(narrow.c_str(), &battery); },
-      [&] { UsbFinder_ReadCidMid(path, 0, &ids); },
-      [&] { UsbFinderC_SetCommand(narrow.c_str(), 0x42, ten.bytes, 10, 1, 5, &ten); },
       [&] { TakeBytes(CS_UsbFinder_GetDeviceOnLineWithUsbAddress(narrow.c_str())); },
       [&] { TakeTexts(CS_UsbFinder_FindHidDevicesByKey("vid_1234")); },
       // Against its contract the hosts share the open pair; nothing worse than false comes of it.

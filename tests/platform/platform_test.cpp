@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
 #include "perilink_platform/world.h"
+#include "platform/alarm.h"
 #include "platform/ansi_text.h"
 #include "platform/handles.h"
 #include "platform/overlapped_read.h"
+#include "platform/runtime.h"
 #include "support/scripted_device.h"
 
 namespace perilink::testing {
@@ -21,7 +23,8 @@ TEST(Handles, CloseOnceAndKeepTheLastError) {
 }
 
 TEST(Text, GoesThroughTheCodePage) {
-  const std::pair<std::string, std::wstring> texts[] = {{"", L""}, {"Größe 鼠", L"Größe 鼠"}};
+  const std::pair<std::string, std::wstring> texts[] = {
+      {"", L""}, {"x", L"x"}, {"Größe 鼠", L"Größe 鼠"}};
   for (const auto& [narrow, wide] : texts) {
     EXPECT_EQ(NarrowToWide(narrow), wide);
     EXPECT_EQ(WideToNarrow(wide), narrow);
@@ -29,6 +32,17 @@ TEST(Text, GoesThroughTheCodePage) {
   EXPECT_EQ(NarrowToWide(static_cast<const char*>(nullptr)), L"");
   EXPECT_EQ(NarrowToWide("a\xFFz"), L"a\xFFFDz");
   EXPECT_EQ(NarrowToWide(std::string_view("a\0z", 3)), std::wstring(L"a\0z", 3));
+}
+
+TEST(Alarm, WaitsForTheMomentOrTheNextMillisecond) {
+  Alarm alarm;
+  for (const bool precise : {true, false}) {
+    const int64_t start = MonotonicMicros();
+    for (const int wait : {2300, 0}) {  // the moment has come already: at once
+      EXPECT_EQ(alarm.Wait(nullptr, {start + wait, precise}), Alarm::Cause::kTime);
+      EXPECT_NEAR(static_cast<double>(MonotonicMicros() - start), precise ? 2300 : 3000, 50);
+    }
+  }
 }
 
 const Report kReport = Closed({0x08, 0x0A, 1, 2, 3});

@@ -8,8 +8,3 @@ _Static_assert(sizeof(SP_DEVICE_INTERFACE_DATA) == 32, "as in 64-bit Windows");
 _Static_assert(sizeof(DEV_BROADCAST_DEVICEINTERFACE_W) == 32, "as in 64-bit Windows");
 _Static_assert(sizeof(HIDD_ATTRIBUTES) == 12 && sizeof(SYSTEMTIME) == 16, "as on Windows");
 _Static_assert(sizeof(SAFEARRAY) == 32, "as in 64-bit Windows");
-
-int UsbGuidIsTheRightOne(void);
-int UsbGuidIsTheRightOne(void) {
-  return GUID_DEVINTERFACE_USB_DEVICE.Data1 == 0xA5DCBF10u;
-}

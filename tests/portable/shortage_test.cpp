@@ -3,23 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <fstream>
 #include <functional>
-#include <new>
-#include <vector>
 
 #include "battery/registry_fixture.h"
 #include "sim/scripted_device.h"
+#include "support/failing_new.h"
 
 namespace {
-
-// The calling thread's allocations while they are counted.
-thread_local bool counting = false;
-thread_local uint64_t allocations = 0;
-thread_local uint64_t allocated_bytes = 0;
-thread_local uint64_t failing_allocation = 0;
-thread_local bool all_from_there_on = false;
 
 bool threads_lack = false;
 
@@ -37,33 +28,10 @@ extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attribute
   return threads_lack ? EAGAIN : create(thread, attributes, main, argument);
 }
 
-[[gnu::noinline]] void* operator new(size_t size) {
-  if (counting) {
-    allocated_bytes += size;
-    ++allocations;
-    if (allocations == failing_allocation ||
-        (all_from_there_on && allocations > failing_allocation))
-      throw std::bad_alloc();
-  }
-  if (void* const memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
-}
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-  try {
-    return operator new(size);
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
-  std::free(memory);
-}
-
 namespace perilink::platform {
 namespace {
+
+using testing::FailingNew;
 
 DWORD WINAPI DoNothing(LPVOID) {
   return 0;
@@ -173,21 +141,19 @@ TEST_F(Shortage, AFailedAllocationFailsTheCall) {
   for (const auto& test : kSwept) {
     const uint64_t handles = OpenHandleCount();
     const uint64_t threads = KnownThreadCount();
-    for (uint64_t nth = allocations = 1; nth <= allocations; ++nth) {
+    for (uint64_t nth = 1, count = nth; nth <= count; ++nth) {
       SCOPED_TRACE(::testing::Message() << test.name << ", allocation " << nth);
       SetLastError(0);
-      allocations = 0;
-      failing_allocation = nth;
-      counting = true;
+      FailingNew::ArmCall(nth);
       const bool done = test.call();
-      counting = false;
+      count = FailingNew::DisarmCall().allocations;
       if (done) {
         test.undo();
       } else {
         EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
       }
-      EXPECT_EQ(done, allocations < nth);
-      EXPECT_GT(allocations, 0u);
+      EXPECT_EQ(done, count < nth);
+      EXPECT_GT(count, 0u);
       EXPECT_EQ(OpenHandleCount(), handles);
       EXPECT_EQ(KnownThreadCount(), threads);
     }
@@ -224,11 +190,9 @@ TEST_F(Shortage, WhatMustNotFailTakesNoMemory) {
   };
   for (const auto& test : kSwept) {
     test.prepare();
-    allocations = 0;
-    failing_allocation = 1;
-    all_from_there_on = counting = true;
+    FailingNew::ArmCall(1, true);
     const bool done = test.call();
-    counting = all_from_there_on = false;
+    FailingNew::DisarmCall();
     EXPECT_TRUE(done) << test.name;
   }
 }
@@ -254,12 +218,9 @@ TEST_F(Shortage, ALineOfBackslashesTakesMemoryInProportion) {
     while (text.size() < 16'000)
       text += part;
     std::ofstream(folder_ / "registry.txt") << text << "a\"\nkey \"Shortage\\\\Beside\"\n";
-    allocated_bytes = 0;
-    failing_allocation = 0;
-    counting = true;
+    FailingNew::ArmCall(0);
     EXPECT_EQ(RegOpenKeyExW(key, L"Beside", 0, KEY_READ, reinterpret_cast<HKEY*>(&made)), 0);
-    counting = false;
-    EXPECT_LT(allocated_bytes, 64 * text.size());
+    EXPECT_LT(FailingNew::DisarmCall().bytes, 64 * text.size());
   }
 }
 

@@ -1,108 +1,68 @@
-// Virtual devices without a bus: the bounds of their memory, and the faults that a seed draws. The
-// scripted ones show in the tests that script them.
+// The bounds of a virtual device's memory, and the faults that a seed draws. The scripted ones show
+// in the tests that script them.
 #include <gtest/gtest.h>
 
-#include <map>
-#include <memory>
 #include <string>
-#include <utility>
-#include <vector>
+#include <tuple>
 
-#include "sim/device.h"
 #include "sim/faults.h"
+#include "sim/mouse.h"
+#include "transport/link.h"
 
 namespace perilink::sim {
 namespace {
 
-// A host with nothing but a virtual device's own port before it; it moves the device's time by
-// hand.
-struct Host : World {
-  Host() { mouse.Plug(); }
-
-  uint64_t NowMicros() const override { return now_micros; }
-  void Schedule(uint64_t at_micros, std::function<void()> action) override {
-    events.emplace(at_micros, std::move(action));
+struct Host {
+  Host() {
+    mouse.Plug();
+    link.Open(mouse.CommandPath());
   }
-  void lock() override {}
-  void unlock() override {}
-
-  void Wait(uint64_t ms) {
-    const uint64_t end = now_micros + ms * 1000;
-    while (!events.empty() && events.begin()->first <= end) {
-      const auto event = events.extract(events.begin());
-      now_micros = event.key();
-      event.mapped()();
-    }
-    now_micros = end;
+  // The reply; empty when there is none.
+  Bytes Ask(uint8_t command, uint8_t length = 0, const Bytes& payload = {}, uint16_t address = 0) {
+    link.Write(MakeFrame(command, length, payload, address));
+    if (link.Next(200) != Arrival::kReport) return {};
+    return {link.report().begin(), link.report().end()};
   }
 
-  // Writes a request and waits; what came back meanwhile stands in `arrived`.
-  size_t Exchange(std::span<const uint8_t> request, uint64_t wait_ms = 10) {
-    arrived.clear();
-    mouse.OnOutputReport(1, request);
-    Wait(wait_ms);
-    return arrived.size();
-  }
-  // The one reply to a request; empty when there was none, or more than one.
-  Bytes Ask(uint8_t command, uint8_t length_byte = 0, Bytes payload = {}, uint16_t address = 0) {
-    if (Exchange(MakeFrame(command, length_byte, payload, address)) != 1) return {};
-    return arrived[0];
-  }
-
-  struct HostPort final : Port {
-    explicit HostPort(Host& owner) : host(owner) {}
-    void Attach(Device&, const UsbShape&) override {}
-    void Detach() override {}
-    void SendInput(CollectionAt, std::span<const uint8_t> report) override {
-      host.arrived.emplace_back(report.begin(), report.end());
-    }
-    Host& host;
-  };
-
-  uint64_t now_micros = 0;
-  std::multimap<uint64_t, std::function<void()>> events;
-  std::vector<Bytes> arrived;
-  Device mouse{MouseOptions(), *this, std::make_unique<HostPort>(*this)};
+  Mouse mouse;
+  Link link{17};
 };
 
 TEST(Firmware, FlashIsWrittenAndReadWithinItsMemory) {
   Host host;
   const Frame write = MakeFrame(command::kWriteMemory, 0x82, Bytes{0x03, 0x52}, 0x0004);
-  ASSERT_EQ(host.Exchange(write), 1u);
-  EXPECT_EQ(host.arrived[0], Bytes(write.begin(), write.end()));
+  EXPECT_EQ(host.Ask(command::kWriteMemory, 0x82, {0x03, 0x52}, 0x0004),
+            Bytes(write.begin(), write.end()));
   const Bytes read = host.Ask(command::kReadMemory, 3, {}, 0x0004);
   EXPECT_EQ(Bytes(read.begin() + 3, read.begin() + 9),
             (Bytes{0x00, 0x04, 3, 0x03, 0x52, host.mouse.flash()[6]}));
-
-  for (const auto& [command, length, address] :
-       {std::tuple{command::kWriteMemory, 11, 0}, std::tuple{command::kWriteMemory, 2, 8191},
-        std::tuple{command::kReadMemory, 10, 8183}, std::tuple{command::kReadMemory, 1, 0xFFFF}}) {
-    const Bytes refused =
-        host.Ask(command, static_cast<uint8_t>(length), Bytes(10), static_cast<uint16_t>(address));
-    ASSERT_TRUE(IsSealed(refused));
-    EXPECT_EQ(refused[2], 1);
+  const std::tuple<uint8_t, uint8_t, uint16_t, bool> rows[] = {
+      {command::kWriteMemory, 11, 0, false},
+      {command::kWriteMemory, 2, 8191, false},
+      {command::kReadMemory, 10, 8183, false},
+      {command::kReadMemory, 1, 0xFFFF, false},
+      {command::kReadMemory, 10, 8182, true}};
+  for (const auto& [command, length, address, taken] : rows) {
+    const Bytes reply = host.Ask(command, length, Bytes(10), address);
+    ASSERT_TRUE(IsSealed(reply));
+    EXPECT_EQ(reply[2], !taken);
   }
-  EXPECT_EQ(host.Ask(command::kReadMemory, 10, {}, 8182)[5], 10);
 }
 
-// What comes back for one version request, in one letter per report:
-// v the right answer, s a wrong checksum, e an event, ? anything else.
-std::string Shape(const Host& host) {
-  std::string shape;
-  for (const Bytes& r : host.arrived) {
-    const bool version = r[1] == command::kVersion && r[6] == 0x01 && r[7] == 0x02 && r[5] == 2;
-    shape += !IsSealed(r) ? 's' : r[1] == command::kEvent ? 'e' : version ? 'v' : '?';
-  }
-  return shape;
-}
-
+// What comes back for 60 version requests, a letter a report: v the right answer, s a wrong
+// checksum, e an event, ? anything else. A refused write is a "!".
 std::string RandomRun(uint64_t seed, const Probabilities& probabilities) {
   Host host;
   host.mouse.faults().Random(seed, probabilities);
   std::string run;
-  for (int i = 0; i < 60; ++i) {
-    host.Exchange(MakeFrame(command::kVersion, 0), 200);
-    run += Shape(host) + (host.mouse.Requests().back().error != 0 ? "!" : "") + " ";
+  for (int i = 0; i < 60; ++i, run += ' ') {
+    const Frame request = MakeFrame(command::kVersion, 0);
+    if (!host.link.Write(request)) run += '!';
+    while (host.link.Next(200) == Arrival::kReport) {
+      const auto r = host.link.report();
+      const bool version = r[1] == command::kVersion && r[6] == 0x01 && r[7] == 0x02 && r[5] == 2;
+      run += !IsSealed(r) ? 's' : r[1] == command::kEvent ? 'e' : version ? 'v' : '?';
+    }
   }
   return run;
 }
@@ -118,9 +78,8 @@ TEST(Faults, RandomFaultsRepeatWithTheirSeedAndEnd) {
   const std::string run = RandomRun(5, probabilities);
   EXPECT_EQ(run, RandomRun(5, probabilities));
   EXPECT_NE(run, RandomRun(6, probabilities));
-  for (const char* kind : {"! ", " s", "?", "e", "vv"}) {
+  for (const char* kind : {"! ", " s", "?", "e", "vv"})
     EXPECT_NE(run.find(kind), std::string::npos) << kind << " in " << run;
-  }
   probabilities.limit = 3;
   probabilities.drop = 1;
   EXPECT_EQ(RandomRun(5, probabilities).substr(20, 20), "v v v v v v v v v v ");

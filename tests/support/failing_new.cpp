@@ -27,13 +27,21 @@ struct OfThread {
 };
 thread_local OfThread of_thread;
 
-struct OfAll {
-  bool armed = false;
-  bool for_ever = false;
+struct Armed {
   uint64_t nth = 0;
-  uint64_t count = 0;
-  std::vector<const void*> within{};  // anywhere if empty
-} of_all;
+  bool for_ever = false;
+  bool armed = true;
+  FailingNew::Counted counted{};
+
+  bool Fails(size_t size) {
+    ++counted.allocations;
+    counted.bytes += size;
+    return counted.allocations == nth || (for_ever && counted.allocations > nth);
+  }
+};
+Armed of_all{.armed = false};
+std::vector<const void*> of_all_within;  // anywhere if empty
+thread_local Armed of_call{.armed = false};
 
 struct Range {
   uintptr_t begin = 0;
@@ -84,14 +92,12 @@ struct Frames {
 
 bool CountsForAll(void* caller) {
   const Frames stack{};
-  return !stack.WithinTheSystem(caller) && (of_all.within.empty() || stack.Within(of_all.within));
+  return !stack.WithinTheSystem(caller) && (of_all_within.empty() || stack.Within(of_all_within));
 }
 
-bool MustFail(void* caller) {
-  if (of_all.armed && CountsForAll(caller)) {
-    ++of_all.count;
-    return of_all.count == of_all.nth || (of_all.for_ever && of_all.count > of_all.nth);
-  }
+bool MustFail(size_t size, void* caller) {
+  if (of_call.armed) return of_call.Fails(size);
+  if (of_all.armed && CountsForAll(caller)) return of_all.Fails(size);
   if (of_thread.left == 0 || of_thread.pauses > 0) return false;
   if (of_thread.left > 1) return --of_thread.left, false;
   if (WithinTheSystem(caller)) return false;
@@ -121,15 +127,21 @@ bool FailingNew::HasFailed() {
   return std::exchange(of_thread.has_failed, false);
 }
 
-void FailingNew::ArmAll(uint64_t nth, bool for_ever) {
-  of_all = {.armed = true, .for_ever = for_ever, .nth = nth};
-}
-void FailingNew::ArmAllWithin(std::vector<const void*> functions, uint64_t nth) {
-  of_all = {.armed = true, .nth = nth, .within = std::move(functions)};
+void FailingNew::ArmAll(uint64_t nth, bool for_ever, std::vector<const void*> within) {
+  of_all_within = std::move(within);
+  of_all = {nth, for_ever};
 }
 uint64_t FailingNew::DisarmAll() {
   of_all.armed = false;
-  return of_all.count;
+  return of_all.counted.allocations;
+}
+
+void FailingNew::ArmCall(uint64_t nth, bool for_ever) {
+  of_call = {nth, for_ever};
+}
+FailingNew::Counted FailingNew::DisarmCall() {
+  of_call.armed = false;
+  return of_call.counted;
 }
 
 FailingNew::Pause::Pause() {
@@ -147,7 +159,7 @@ bool FailingNew::Paused() {
 namespace {
 
 void* Allocate(size_t size, void* caller) {
-  void* const memory = perilink::testing::MustFail(caller) ? nullptr : std::malloc(size);
+  void* const memory = perilink::testing::MustFail(size, caller) ? nullptr : std::malloc(size);
   return memory != nullptr ? memory : throw std::bad_alloc();
 }
 

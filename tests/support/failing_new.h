@@ -8,8 +8,8 @@
 
 namespace perilink::testing {
 
-// What the system allocates within its calls, the devices on its bus included, never fails: those
-// calls report failures of their own.
+// What the system allocates within its calls, the devices on its bus included, fails for ArmCall
+// alone: those calls report failures of their own.
 class FailingNew {
  public:
   // The nth allocation of the calling thread from now on throws, or if that is the system's the
@@ -20,13 +20,21 @@ class FailingNew {
   static bool HasFailed();
 
   // The nth one that is not the system's throws, of whatever thread, and with `for_ever` every
-  // later one. While this is armed, one thread runs at a time.
-  static void ArmAll(uint64_t nth, bool for_ever);
-  // The same for those alone that are made within one of these functions, which stand in sources of
-  // their own.
-  static void ArmAllWithin(std::vector<const void*> functions, uint64_t nth);
+  // later one. While this is armed, one thread runs at a time. With functions, which stand in
+  // sources of their own, those alone that are made within one of them.
+  static void ArmAll(uint64_t nth, bool for_ever, std::vector<const void*> within = {});
   // How many there were since.
   static uint64_t DisarmAll();
+
+  // The nth one of the calling thread throws, the system's too, and with `for_ever` every later
+  // one. 0: none.
+  static void ArmCall(uint64_t nth, bool for_ever = false);
+  struct Counted {
+    uint64_t allocations = 0;
+    uint64_t bytes = 0;
+  };
+  // What there was since.
+  static Counted DisarmCall();
 
   // While one lives, the calling thread's allocations don't fail.
   class Pause {

@@ -100,6 +100,7 @@ Bytes ManagedSplit(const uint8_t* file, size_t size, int32_t which) {
 }
 
 TEST(FileSplitTest, CutsEitherImage) {
+  const Bytes header = UpgradeFileBuilder(ImageOf(0)).Build();
   const Bytes alone = UpgradeFileBuilder(ImageOf(40)).Build();
   const Bytes both = UpgradeFileBuilder(ImageOf(40)).Slave(ImageOf(7)).Gap(13).Build();
   const Bytes main(both.begin(), both.begin() + 8192 + 40);
@@ -110,6 +111,7 @@ TEST(FileSplitTest, CutsEitherImage) {
   bad_slave[both.size() - 8000] ^= 1;
 
   const std::tuple<Bytes, Bytes, Bytes> rows[] = {// file, its main image, its slave image
+                                                  {header, header, {}},
                                                   {alone, alone, {}},
                                                   {both, main, slave},
                                                   {bad_main, {}, {}},

@@ -27,6 +27,7 @@ namespace perilink::testing {
 using Event = std::array<int, 4>;  // kind, code, arg1, arg2
 using Events = std::vector<Event>;
 using Lines = std::vector<std::string>;
+inline const Event kSucceeded = {2, 1, 0, 0};
 
 inline Events events;
 inline uint64_t last_event_ms = 0;
@@ -66,11 +67,9 @@ inline Events Progress(int first_unit, int last_unit, int total, int last_percen
   return expected;
 }
 
-inline Events operator+(Events left, const Events& right) {
-  left.insert(left.end(), right.begin(), right.end());
-  return left;
-}
-inline Lines operator+(Lines left, const Lines& right) {
+template <typename Item>
+std::vector<Item> operator+(std::vector<Item> left,
+                            const std::type_identity_t<std::vector<Item>>& right) {
   left.insert(left.end(), right.begin(), right.end());
   return left;
 }
