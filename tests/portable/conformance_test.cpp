@@ -1,5 +1,5 @@
 // The calls that the portable platform implements, against it and against the system's own:
-// code page, OLE strings and arrays, registry, events and the clock, hidden windows.
+// code page, OLE strings and arrays, registry, events, hidden windows.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -148,15 +148,6 @@ TEST(Events, AnAutoResetEventReleasesOneWaiter) {
   }
   for (const HANDLE ended : {first.Get(), second.Get(), second.Get()})
     EXPECT_EQ(WaitForSingleObject(ended, INFINITE), WAIT_OBJECT_0);
-}
-
-TEST(Clock, WaitsAndSleepsLastAsLongAsTheySay) {
-  const UniqueEvent event = CreateManualResetEvent();
-  const ULONGLONG start = GetTickCount64();
-  EXPECT_EQ(WaitForSingleObject(event.Get(), 60), DWORD{WAIT_TIMEOUT});
-  Sleep(60);
-  // The tick count moves in steps of up to 16 ms on Windows.
-  EXPECT_GE(GetTickCount64() - start, 100u);
 }
 
 // ---- Windows and their messages -----------------------------------------------------------------
