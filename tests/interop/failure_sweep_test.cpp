@@ -78,10 +78,10 @@ void Arm(const char* what, uint64_t nth, bool for_ever) {
   if (what == kAllocation) {
     FailingNew::ArmAll(nth, for_ever);
   } else if (what == kLogAllocation) {
-    FailingNew::ArmAll(nth, for_ever,
-                       {reinterpret_cast<const void*>(&LogParts),
-                        reinterpret_cast<const void*>(&LogHexLine),
-                        reinterpret_cast<const void*>(&LogUpgradeFile)});
+    FailingNew::ArmAll(
+        nth, for_ever,
+        {reinterpret_cast<const void*>(&LogParts), reinterpret_cast<const void*>(&LogHexLine),
+         reinterpret_cast<const void*>(&LogUpgradeFile)});
   } else if (what == kLock) {
     locks = 0;
     failing_lock = nth;
@@ -185,8 +185,8 @@ void SweepList(const Wide& found, NarrowList narrow, ManagedList managed, Argume
     const auto same = [](const std::string& text, const std::wstring& path) {
       return text.empty() || NarrowToWide(text) == path;
     };
-    const bool sound = seen.size() <= found.size() &&
-                       std::equal(seen.begin(), seen.end(), found.begin(), same);
+    const bool sound =
+        seen.size() <= found.size() && std::equal(seen.begin(), seen.end(), found.begin(), same);
     const bool whole = seen.size() == found.size() && std::ranges::count(seen, "") == 0;
     return sound && whole ? Outcome::kWhole : sound ? Outcome::kFailed : Outcome::kBroken;
   };
@@ -222,19 +222,14 @@ TEST(FailureSweep, Lists) {
 
 TEST(FailureSweep, DirectCalls) {
   ScriptedDevice device(kScriptedPath, Echo);
-  const std::wstring vendor = L"1234";
-  const std::wstring product = L"abcd";
   const std::string path = WideToNarrow(kScriptedPath);
   const Report request = Closed({0x08, 0x42, 0, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
-  Wide list;
   SAFEARRAY* array = nullptr;
   DataRecord10 record;
   const DataRecord10 data = {{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}};
   Report reply;
   HIDD_ATTRIBUTES attributes;
   const Swept kSwept[] = {
-      {"wide list", [&] { UsbFinder_FindHidDevicesByDefaultDeviceId(vendor, product, list); },
-       [&] { return Judge(list, Wide{kScriptedPath}, {{}}); }},
       {"managed reply", [&] { array = CS_UsbFinder_GetDeviceOnLineWithUsbAddress(path.c_str()); },
        [&] {
          return Judge(BytesOf(array), Closed({8, 3}), {{}, Report(17)});

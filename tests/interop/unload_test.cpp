@@ -21,38 +21,24 @@ namespace {
 
 using Milliseconds = std::chrono::milliseconds;
 
-class Library {
- public:
-#ifdef _WIN32
-  Library() : module_(LoadLibraryA(PERILINK_LIBRARY)) {}
-  ~Library() {
-    FreeLibrary(module_);
-  }
-  void* Find(const char* name) {
-    return reinterpret_cast<void*>(GetProcAddress(module_, name));
-  }
-
- private:
-  const HMODULE module_;
-#else
-  Library() : module_(dlopen(PERILINK_LIBRARY, RTLD_NOW)) {}
-  ~Library() {
-    dlclose(module_);
-  }
-  void* Find(const char* name) {
-    return dlsym(module_, name);
-  }
-
- private:
-  void* const module_;
+#ifndef _WIN32
+void* LoadLibraryA(const char* name) {
+  return dlopen(name, RTLD_NOW);
+}
+constexpr auto FreeLibrary = dlclose;
+constexpr auto GetProcAddress = dlsym;
 #endif
- public:
+
+struct Library {
+  ~Library() { FreeLibrary(module); }
   template <typename Function>
   Function* Get(const char* name) {
-    void* const found = Find(name);
+    auto* const found = GetProcAddress(module, name);
     EXPECT_NE(found, nullptr) << name;
     return reinterpret_cast<Function*>(found);
   }
+
+  decltype(LoadLibraryA("")) module = LoadLibraryA(PERILINK_LIBRARY);
 };
 
 // Where the device takes commands, when it does.
@@ -154,7 +140,7 @@ TEST(Unload, RightAfterTheNoticesStop) {
     HWND window = nullptr;
     {
       Library library;
-      module = GetModuleHandleA(PERILINK_LIBRARY);
+      module = library.module;
       auto* const start = library.Get<void(UsbChangedCallback, int32_t)>("StartUsbChanged");
       start([](bool) { ++calls; }, 0);
       start([](bool) { ++calls; }, 0);

@@ -1,9 +1,15 @@
-// USB devices of the kernel, for the scenarios: over hidraw from end to end.
+// USB devices of the kernel, for the scenarios: over hidraw from end to end. And the program that
+// runs them. Outside of a machine that is made for that (scripts/vm.sh) they are skipped, which
+// CTest shows.
+#include <gtest/gtest.h>
+
+#include <cstdio>
 #include <filesystem>
 
 #include "perilink_platform/world.h"
 #include "scenarios/bus.h"
 #include "sim/kernel_device.h"
+#include "sim/usb_device.h"
 
 namespace perilink::testing {
 namespace {
@@ -26,3 +32,13 @@ std::vector<uint64_t> Held() {
 const bool kArrivesComplete = true;
 
 }  // namespace perilink::testing
+
+int main(int argc, char** argv) {
+  constexpr int kSkipped = 77;
+  testing::InitGoogleTest(&argc, argv);
+  if (!testing::GTEST_FLAG(list_tests) && !perilink::sim::CanPlugIntoKernel()) {
+    std::puts("no virtual USB host controller that may be used: run scripts/vm.sh");
+    return kSkipped;
+  }
+  return RUN_ALL_TESTS();
+}

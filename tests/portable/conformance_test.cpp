@@ -13,22 +13,22 @@
 namespace perilink {
 namespace {
 
+// A length of -1 counts the terminating zero; another one adds none.
 TEST(CodePage, AsksThenConvertsWhatFits) {
-  const char text[] = "vid_1234";
-  WCHAR wide[9];
-  EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, text, -1, nullptr, 0), 9);
-  EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, text, -1, wide, 9), 9);
-  EXPECT_STREQ(wide, L"vid_1234");
-  char narrow[9];
-  EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, wide, -1, nullptr, 0, nullptr, nullptr), 9);
-  EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, wide, -1, narrow, 9, nullptr, nullptr), 9);
-  EXPECT_STREQ(narrow, text);
-  // Explicit lengths add no zero.
-  EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, text, 3, nullptr, 0), 3);
-  EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, wide, 3, narrow, 3, nullptr, nullptr), 3);
-  SetLastError(ERROR_SUCCESS);
-  EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, text, -1, wide, 8), 0);
-  EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+  for (const int length : {-1, 8}) {
+    const int count = length < 0 ? 9 : 8;
+    WCHAR wide[9] = {};
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "vid_1234", length, nullptr, 0), count);
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "vid_1234", length, wide, 9), count);
+    EXPECT_STREQ(wide, L"vid_1234");
+    char narrow[9] = {};
+    EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, wide, length, nullptr, 0, nullptr, nullptr), count);
+    EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, wide, length, narrow, 9, nullptr, nullptr), count);
+    EXPECT_STREQ(narrow, "vid_1234");
+    SetLastError(ERROR_SUCCESS);
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "vid_1234", length, wide, count - 1), 0);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+  }
 }
 
 TEST(CodePage, PutsReplacementsForBadUtf8) {
@@ -125,29 +125,18 @@ TEST(Registry, KeepsValuesAsTheyWereStored) {
   EXPECT_EQ(read, text);
 }
 
-struct Gate {
-  UniqueEvent event{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
-  UniqueEvent released{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
-};
-
-DWORD WINAPI PassOnce(LPVOID parameter) {
-  Gate& gate = *static_cast<Gate*>(parameter);
-  WaitForSingleObject(gate.event.Get(), INFINITE);
-  SetEvent(gate.released.Get());
-  return 0;
-}
-
 TEST(Events, AnAutoResetEventReleasesOneWaiter) {
-  Gate state;
-  const UniqueEvent first(CreateThread(nullptr, 0, PassOnce, &state, 0, nullptr));
-  const UniqueEvent second(CreateThread(nullptr, 0, PassOnce, &state, 0, nullptr));
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(WaitForSingleObject(state.released.Get(), 30), DWORD{WAIT_TIMEOUT});
-    SetEvent(state.event.Get());
-    EXPECT_EQ(WaitForSingleObject(state.released.Get(), INFINITE), WAIT_OBJECT_0);
+  const UniqueEvent event(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+  const auto pass = [](LPVOID it) -> DWORD { return WaitForSingleObject(it, INFINITE); };
+  const UniqueEvent threads[] = {
+      UniqueEvent(CreateThread(nullptr, 0, pass, event.Get(), 0, nullptr)),
+      UniqueEvent(CreateThread(nullptr, 0, pass, event.Get(), 0, nullptr))};
+  const HANDLE both[] = {threads[0].Get(), threads[1].Get()};
+  for (const DWORD left : {DWORD{WAIT_TIMEOUT}, WAIT_OBJECT_0}) {
+    SetEvent(event.Get());
+    EXPECT_LE(WaitForMultipleObjects(2, both, FALSE, INFINITE), WAIT_OBJECT_0 + 1);
+    EXPECT_EQ(WaitForMultipleObjects(2, both, TRUE, 30), left);
   }
-  for (const HANDLE ended : {first.Get(), second.Get(), second.Get()})
-    EXPECT_EQ(WaitForSingleObject(ended, INFINITE), WAIT_OBJECT_0);
 }
 
 // ---- Windows and their messages -----------------------------------------------------------------
@@ -156,16 +145,13 @@ constexpr WCHAR kClass[] = L"perilink conformance window";
 constexpr UINT kQuestion = WM_USER + 1;
 constexpr UINT kQuit = WM_USER + 2;
 
-// The messages that the tests are about, in the order in which the window procedure got them.
-std::vector<UINT>& Seen() {
-  static std::vector<UINT> seen;
-  return seen;
-}
+// The messages that the test is about, in the order in which the window procedure got them.
+std::vector<UINT> seen;
 
 LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
   constexpr UINT kOfInterest[] = {WM_NCCREATE, WM_CREATE,    WM_CLOSE,
                                   WM_DESTROY,  WM_NCDESTROY, kQuestion};
-  if (std::ranges::count(kOfInterest, message) != 0) Seen().push_back(message);
+  if (std::ranges::count(kOfInterest, message) != 0) seen.push_back(message);
   if (message == kQuestion) return static_cast<LRESULT>(wparam) + lparam;
   if (message == kQuit) {
     PostQuitMessage(static_cast<int>(wparam));
@@ -173,34 +159,6 @@ LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wparam, LPARAM lpar
     return 0;
   }
   return DefWindowProcW(window, message, wparam, lparam);
-}
-
-HWND CreateTestWindow() {
-  WNDCLASSW window_class{};
-  window_class.lpfnWndProc = Procedure;
-  window_class.hInstance = GetModuleHandleW(nullptr);
-  window_class.lpszClassName = kClass;
-  RegisterClassW(&window_class);
-  Seen().clear();
-  return CreateWindowExW(0, kClass, L"", WS_OVERLAPPEDWINDOW, CW_USEDEFAULT, CW_USEDEFAULT,
-                         CW_USEDEFAULT, CW_USEDEFAULT, nullptr, nullptr, GetModuleHandleW(nullptr),
-                         nullptr);
-}
-
-TEST(Windows, APostedCloseDestroysWhenItsThreadPumps) {
-  const HWND window = CreateTestWindow();
-  ASSERT_NE(window, nullptr);
-  EXPECT_EQ(Seen(), (std::vector<UINT>{WM_NCCREATE, WM_CREATE}));
-  EXPECT_TRUE(PostMessageW(window, WM_CLOSE, 0, 0));
-  EXPECT_TRUE(IsWindow(window));
-  Seen().clear();
-  MSG message;
-  while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE))
-    DispatchMessageW(&message);
-  EXPECT_EQ(Seen(), (std::vector<UINT>{WM_CLOSE, WM_DESTROY, WM_NCDESTROY}));
-  EXPECT_FALSE(IsWindow(window));
-  EXPECT_FALSE(PostMessageW(window, WM_CLOSE, 0, 0));
-  EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_WINDOW_HANDLE});
 }
 
 struct Asker {
@@ -216,24 +174,39 @@ DWORD WINAPI Ask(LPVOID parameter) {
   return 0;
 }
 
-TEST(Windows, ASentMessageIsAnsweredByTheLoopWhichEndsAfterWhatWasPosted) {
-  const HWND window = CreateTestWindow();
+// From its creation to a posted close: what other threads send is answered by the loop, which ends
+// after what was posted.
+TEST(Windows, HearWhatIsSentAndPosted) {
+  WNDCLASSW window_class{};
+  window_class.lpfnWndProc = Procedure;
+  window_class.hInstance = GetModuleHandleW(nullptr);
+  window_class.lpszClassName = kClass;
+  RegisterClassW(&window_class);
+  const HWND window =
+      CreateWindowExW(0, kClass, L"", WS_OVERLAPPEDWINDOW, CW_USEDEFAULT, CW_USEDEFAULT,
+                      CW_USEDEFAULT, CW_USEDEFAULT, nullptr, nullptr, nullptr, nullptr);
   ASSERT_NE(window, nullptr);
   EXPECT_EQ(SendMessageW(window, kQuestion, 1, 2), 3);
   Asker asker{window, 0};
   const UniqueEvent thread(CreateThread(nullptr, 0, Ask, &asker, 0, nullptr));
   EXPECT_EQ(WaitForSingleObject(thread.Get(), 50), DWORD{WAIT_TIMEOUT});
   EXPECT_EQ(asker.answer, 0);
-  Seen().clear();
   MSG message;
   while (GetMessageW(&message, nullptr, 0, 0) > 0)
     DispatchMessageW(&message);
   EXPECT_EQ(message.message, UINT{WM_QUIT});
   EXPECT_EQ(message.wParam, 7u);
-  EXPECT_EQ(Seen(), (std::vector<UINT>{kQuestion, kQuestion}));
   EXPECT_EQ(WaitForSingleObject(thread.Get(), INFINITE), WAIT_OBJECT_0);
   EXPECT_EQ(asker.answer, 42);
-  EXPECT_TRUE(DestroyWindow(window));
+  EXPECT_TRUE(PostMessageW(window, WM_CLOSE, 0, 0));
+  EXPECT_TRUE(IsWindow(window));
+  while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE))
+    DispatchMessageW(&message);
+  EXPECT_FALSE(IsWindow(window));
+  EXPECT_FALSE(PostMessageW(window, WM_CLOSE, 0, 0));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_WINDOW_HANDLE});
+  EXPECT_EQ(seen, (std::vector<UINT>{WM_NCCREATE, WM_CREATE, kQuestion, kQuestion, kQuestion,
+                                     WM_CLOSE, WM_DESTROY, WM_NCDESTROY}));
 }
 
 }  // namespace

@@ -1,16 +1,15 @@
 // What the machine's bus makes of report descriptors and of /sys, without a kernel to ask.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "hidraw/sysfs_node.h"
 #include "support/report_descriptors.h"
+#include "support/temporary_folder.h"
 
 namespace perilink::platform {
 namespace {
@@ -89,21 +88,15 @@ TEST(ReportDescriptor, TellsCollectionsAndTheirReports) {
 // A folder that looks like /sys.
 class Sys : public ::testing::Test {
  protected:
-  ~Sys() override { fs::remove_all(root_); }
-
-  void Write(const fs::path& file, const std::string& text) {
-    fs::create_directories((root_ / file).parent_path());
-    std::ofstream(root_ / file) << text;
-  }
   void AddUsb(const std::string& device, const char* interfaces, const char* version) {
-    Write(device + "/bNumInterfaces", interfaces);
-    Write(device + "/bcdDevice", version);
-    Write(device + "/uevent", "DEVTYPE=usb_device\nPRODUCT=1234/abcd/123\n");
+    folder_.Store(device + "/bNumInterfaces", std::string(interfaces));
+    folder_.Store(device + "/bcdDevice", std::string(version));
+    folder_.Store(device + "/uevent", "DEVTYPE=usb_device\nPRODUCT=1234/abcd/123\n");
   }
   void AddNode(const std::string& hid, const std::string& name, const std::string& uevent,
                const Bytes& descriptor) {
-    Write(hid + "/uevent", uevent);
-    Write(hid + "/report_descriptor", std::string(descriptor.begin(), descriptor.end()));
+    folder_.Store(hid + "/uevent", uevent);
+    folder_.Store(hid + "/report_descriptor", descriptor);
     const fs::path node = root_ / hid / "hidraw" / name;
     fs::create_directories(node);
     fs::create_directories(root_ / "class" / "hidraw");
@@ -116,8 +109,8 @@ class Sys : public ::testing::Test {
     return nodes.size() == 1 ? nodes[0] : SysfsNode{};
   }
 
-  const fs::path root_ =
-      fs::canonical(fs::temp_directory_path()) / ("sys-" + std::to_string(getpid()));
+  const testing::TemporaryFolder folder_;
+  const fs::path& root_ = folder_.path();
 };
 
 // A path without what its place makes of it.
@@ -150,7 +143,7 @@ TEST_F(Sys, DescribesDevices) {
     fs::remove_all(root_);
     const std::string usb = std::string("devices/usb1/") + row.port;
     AddUsb(usb, row.interfaces, "0123\n");
-    Write(usb + "/i/bInterfaceNumber", "0b\n");
+    folder_.Store(usb + "/i/bInterfaceNumber", "0b\n");
     AddNode(usb + "/i/0003:1234:ABCD.0007", "hidraw3", row.uevent, row.descriptor);
     const SysfsNode node = Described();
     EXPECT_EQ(node.paths.size(), row.ids == nullptr ? 0u : 1u) << row.what;

@@ -5,9 +5,7 @@
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -116,13 +114,6 @@ TEST_F(RegistryFile, WhatIsNoFileOfTheUsersIsRefused) {
     const rlimit lowered{most, limit.rlim_max};
     setrlimit(RLIMIT_NOFILE, &lowered);
   };
-  const auto make_socket = [](const fs::path& path) {
-    sockaddr_un address{AF_UNIX, {}};
-    path.string().copy(address.sun_path, sizeof(address.sun_path) - 1);
-    const int end = socket(AF_UNIX, SOCK_STREAM, 0);
-    EXPECT_EQ(bind(end, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-    close(end);
-  };
   const auto leave_no_descriptors = [&](const fs::path& path) {
     fs::copy_file(kept, path);
     limit_files(3);
@@ -136,7 +127,6 @@ TEST_F(RegistryFile, WhatIsNoFileOfTheUsersIsRefused) {
       {"link to nothing", [&](const fs::path& path) { fs::create_symlink("nothing", path); }},
       {"FIFO", [](const fs::path& path) { mkfifo(path.c_str(), 0600); }},
       {"folder", [](const fs::path& path) { fs::create_directory(path); }},
-      {"socket", make_socket},
       {"no descriptors left", leave_no_descriptors, ERROR_TOO_MANY_OPEN_FILES},
   };
   for (const auto& obstacle : kObstacles) {

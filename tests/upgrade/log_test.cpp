@@ -1,9 +1,7 @@
 // Log lines, and which of them reach the file.
 #include <sys/stat.h>
 
-#include <filesystem>
-#include <fstream>
-
+#include "support/temporary_folder.h"
 #include "upgrade/log.h"
 #include "upgrade_rig.h"
 
@@ -13,25 +11,15 @@ namespace {
 class LogTest : public UpgradeTest {
  protected:
   LogTest() {
-    std::string folder = (std::filesystem::temp_directory_path() / "perilink_log_XXXXXX").string();
-    EXPECT_NE(mkdtemp(folder.data()), nullptr);
-    folder_ = folder;
-    std::filesystem::current_path(folder_);
+    std::filesystem::current_path(folder_.path());
     SetSaveLogFile(false);
     ResetUpgradeLog();
   }
-  ~LogTest() override {
-    std::filesystem::current_path("/");
-    std::filesystem::remove_all(folder_);
-  }
+  ~LogTest() override { std::filesystem::current_path("/"); }
 
-  static std::string RawFile() {
-    std::ifstream file("dll_log.txt", std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string RawFile() const { return folder_.Content("dll_log.txt"); }
 
- private:
-  std::filesystem::path folder_;
+  const TemporaryFolder folder_;
 };
 
 TEST_F(LogTest, FileHoldsEightBitText) {

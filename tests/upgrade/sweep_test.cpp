@@ -41,7 +41,11 @@ const struct {
     {"late", [](Faults& f, size_t i) { f.AnswerAfter(At(i + 1), 340'000); }, kButLast},
     {"too late", [](Faults& f, size_t i) { f.AnswerAfter(At(i + 1), 2'500'000); }, kNone},
     {"differs once", [](Faults& f, size_t i) { f.EchoDiffers(At(i + (i == 0))); }, kAll},
-    {"ten times", [](Faults& f, size_t i) { f.EchoDiffers({i + (i == 0), 10, {}}); }, kLast},
+    {"ten times",
+     [](Faults& f, size_t i) {
+       f.EchoDiffers({i + (i == 0), 10, {}});
+     },
+     kLast},
     {"write fails", [](Faults& f, size_t i) { f.FailWrite(At(i + 1)); }, kAll},
     {"every write fails", [](Faults& f, size_t i) { f.FailWrite(sim::From(i + 1)); }, kNone},
     {"unplugged", [](Faults& f, size_t i) { f.UnplugAfter(At(i + 1)); }, kNone},

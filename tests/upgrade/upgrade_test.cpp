@@ -184,8 +184,7 @@ TEST_F(UpgradeTest, FailuresInBootMode) {
     // The ticks keep their pace whatever a host does with an event; the first comes before them.
     on_event = [](const Event&) { Sleep(3); };
   };
-  const Lines not_found = {"Start WaitBootMode",
-                           "WaitBootMode-NotBootFoundDeviceError-TimeOut-3"};
+  const Lines not_found = {"Start WaitBootMode", "WaitBootMode-NotBootFoundDeviceError-TimeOut-3"};
   ExpectFailure("does not come back", {kResetEchoed, {2, 7, 1, 0}}, not_found, does_not_come_back,
                 399, 844);
   for (const auto half : {&sim::UpgradeImage::boot_input, &sim::UpgradeImage::boot_output})

@@ -3,19 +3,16 @@
 #include <windows.h>
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "sim/upgrade_file.h"
 #include "sim/virtual_firmware.h"
 #include "sim/wine_device.h"
+#include "support/temporary_folder.h"
 
 namespace perilink {
 namespace {
-
-using Json = nlohmann::json;
 
 constexpr uint16_t kNewVersion = 0x0345;
 
@@ -24,20 +21,15 @@ class Perictl : public ::testing::Test {
   Perictl() {
     FreeConsole();  // Wine gives a program without a terminal one that knows no Ctrl-C
     EXPECT_TRUE(AllocConsole());
-    std::filesystem::create_directory(folder_);
-    std::filesystem::current_path(folder_);
+    std::filesystem::current_path(folder_.path());
     mouse.Plug();
     EXPECT_TRUE(mouse.AwaitArrival());
   }
-  ~Perictl() override {
-    std::filesystem::current_path(folder_.parent_path());
-    std::filesystem::remove_all(folder_);
-  }
+  ~Perictl() override { std::filesystem::current_path(perictl_.parent_path()); }
 
   struct Outcome {
     DWORD exit_code;
     std::string output;
-    Json Document() const { return Json::parse(output, nullptr, false); }
   };
   static HANDLE OpenInherited(const wchar_t* name, DWORD disposition) {
     SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
@@ -64,7 +56,7 @@ class Perictl : public ::testing::Test {
     const HANDLE file = OpenInherited(L"output", CREATE_ALWAYS);
     const HANDLE process = Start(arguments, file);
     while (WaitForSingleObject(process, 20) == WAIT_TIMEOUT) {
-      if (!meanwhile || !meanwhile(Content("output"))) continue;
+      if (!meanwhile || !meanwhile(folder_.Content("output"))) continue;
       SetConsoleCtrlHandler(nullptr, TRUE);
       EXPECT_TRUE(GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0));
       WaitForSingleObject(process, 60'000);
@@ -74,7 +66,7 @@ class Perictl : public ::testing::Test {
     GetExitCodeProcess(process, &outcome.exit_code);
     CloseHandle(process);
     CloseHandle(file);
-    outcome.output = Content("output");
+    outcome.output = folder_.Content("output");
     return outcome;
   }
   // Runs it, and holds it to its exit code and a part of what it tells. On a busy machine an answer
@@ -87,36 +79,23 @@ class Perictl : public ::testing::Test {
     EXPECT_EQ(outcome.exit_code, exit_code) << outcome.output;
     EXPECT_NE(outcome.output.find(told), std::string::npos) << outcome.output;
   }
-  static std::string Content(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
-  void StoreUpgrade() const {
-    const sim::Bytes firmware = sim::MakeVirtualFirmware(kNewVersion, 4096);
-    const sim::Bytes bytes = sim::UpgradeFileBuilder(sim::ImageFor(mouse, firmware)).Build();
-    std::ofstream("upgrade", std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
-  }
-
   sim::WineDevice mouse;
+  const testing::TemporaryFolder folder_;
 
  private:
   const std::filesystem::path perictl_ = std::filesystem::absolute("perictl.exe");
-  const std::filesystem::path folder_ =
-      std::filesystem::temp_directory_path() / ("perictl_" + std::to_string(GetCurrentProcessId()));
 };
 
 TEST_F(Perictl, TellsOfADevice) {
   Expect(L"list --interfaces", 0, "vid_1234&pid_abcd&mi_01&col05");
   Expect(L"info", 0, "1.02");
   Expect(L"battery", 0, "80 %, 4020 mV");
-  EXPECT_TRUE(Run(L"info --json").Document().is_object());
+  Expect(L"info --json", 0, "\"version\": \"1.02\"");
   mouse.SetAsleep(true);
-  EXPECT_EQ(Run(L"battery").exit_code, 4u);
+  Expect(L"battery", 4, "asleep");
   mouse.Unplug();
-  EXPECT_EQ(Run(L"info").exit_code, 3u);
-  EXPECT_EQ(Run(L"info --vid 12").exit_code, 2u);
+  Expect(L"info", 3, "is plugged in");
+  Expect(L"info --vid 12", 2, "hexadecimal");
 }
 
 TEST_F(Perictl, SavesSetsAndLoadsAConfiguration) {
@@ -127,7 +106,7 @@ TEST_F(Perictl, SavesSetsAndLoadsAConfiguration) {
   Expect(L"config diff Łódź.json", 10, "macros[2]");
   Expect(L"config load Łódź.json", 0, "");
   Expect(L"config diff Łódź.json", 0, "no difference");
-  EXPECT_EQ(Run(L"config load nowhere.json").exit_code, 8u);
+  Expect(L"config load nowhere.json", 8, "no such file");
 }
 
 // Whatever the system's code page has.
@@ -149,7 +128,7 @@ TEST_F(Perictl, ReadsFiles) {
   std::string file(8193, '\0');
   file[8] = 1;  // payload length
   file[8192] = 'a';
-  std::ofstream("digest", std::ios::binary) << file;
+  folder_.Store("digest", file);
   Expect(L"upgrade inspect digest", 11,
          "ca978112ca1bbdcafac231b39a23dc4da786eff8147c4e72b9807785afee48bb");
 }
@@ -164,7 +143,8 @@ TEST_F(Perictl, FollowsADeviceUntilItIsInterrupted) {
 }
 
 TEST_F(Perictl, UpgradesADeviceEvenWhenItIsInterrupted) {
-  StoreUpgrade();
+  const sim::Bytes firmware = sim::MakeVirtualFirmware(kNewVersion, 4096);
+  folder_.Store("upgrade", sim::UpgradeFileBuilder(sim::ImageFor(mouse, firmware)).Build());
   const Outcome outcome = Run(L"upgrade run upgrade", [](const std::string& output) {
     return output.find("boot mode") != output.npos;
   });
