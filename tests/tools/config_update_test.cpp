@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
+#include <tuple>
 
 #include "common/config.h"
 #include "config/config_device.h"
@@ -69,53 +69,46 @@ void ExpectOldOrNewOrBad(const sim::FlashImage& flash, const ProtocolData& old_r
   }
 }
 
-using Loss = std::function<void(sim::Faults& faults, uint64_t write)>;
+// Half of a write is stored and the power goes; or it is stored and not acknowledged, so that the
+// next one's is as if it had not begun. A quarter of the positions each, so that they run side by
+// side.
+class LostUpdate : public testing::TestWithParam<std::tuple<bool, uint64_t>> {};
+INSTANTIATE_TEST_SUITE_P(Quarters, LostUpdate,
+                         testing::Combine(testing::Bool(), testing::Values(1, 2, 3, 4)));
 
-// A quarter of the positions each, so that they run side by side.
-class LostUpdate : public testing::TestWithParam<uint64_t> {
- protected:
-  static void LoseAtEachWrite(const Loss& loss) {
-    sim::Mouse mouse;
-    const ProtocolData old_record = SomeRecord(1);
-    const ProtocolData new_record = SomeRecord(2);
-    // At least a frame for each.
-    const size_t frames = ConfigDifferences(old_record, new_record).size();
-    uint64_t write = GetParam();
-    for (bool lost = true; lost && !HasFailure(); write += 4) {
-      SCOPED_TRACE(write);
-      mouse.flash() = FlashOf(old_record);
-      mouse.Plug();
-      loss(mouse.faults(), write);
-      try {
-        Load(mouse, new_record);
-        lost = false;
-      } catch (const Failure& failure) {
-        EXPECT_EQ(failure.code(), ExitCode::kNoDevice) << failure.what();
-      }
-      mouse.faults().Heal();
-      ExpectOldOrNewOrBad(mouse.flash(), old_record, new_record);
-      mouse.Plug();
-      Load(mouse, new_record);
-      EXPECT_TRUE(ConfigDifferences(RecordOf(mouse.flash()), new_record).empty());
-      EXPECT_TRUE(mouse.flash().InvalidFields().empty());
+TEST_P(LostUpdate, LeavesOldOrNewOrBadAtEachWriteAndIsRepeated) {
+  const auto [power, first_write] = GetParam();
+  sim::Mouse mouse;
+  const ProtocolData old_record = SomeRecord(1);
+  const ProtocolData new_record = SomeRecord(2);
+  uint64_t write = first_write;
+  for (bool lost = true; lost && !HasFailure(); write += 4) {
+    SCOPED_TRACE(write);
+    mouse.flash() = FlashOf(old_record);
+    mouse.Plug();
+    if (power) {
+      mouse.faults().LosePower(sim::At(write), sim::PowerLoss::kDuringWrite);
+    } else {
+      mouse.faults().UnplugAfter(sim::At(write).For(PERILINK_COMMAND_WRITE_MEMORY));
     }
-    EXPECT_GT(write, frames);
+    try {
+      Load(mouse, new_record);
+      lost = false;
+    } catch (const Failure& failure) {
+      EXPECT_EQ(failure.code(), ExitCode::kNoDevice) << failure.what();
+    }
+    mouse.faults().Heal();
+    ExpectOldOrNewOrBad(mouse.flash(), old_record, new_record);
+    mouse.Plug();
+    Load(mouse, new_record);
+    EXPECT_TRUE(ConfigDifferences(RecordOf(mouse.flash()), new_record).empty());
+    EXPECT_TRUE(mouse.flash().InvalidFields().empty());
   }
-};
-INSTANTIATE_TEST_SUITE_P(Quarters, LostUpdate, testing::Values(1, 2, 3, 4));
-
-// Half of the write is stored.
-TEST_P(LostUpdate, PowerIsLostDuringEachWrite) {
-  LoseAtEachWrite([](sim::Faults& faults, uint64_t write) {
-    faults.LosePower(sim::At(write), sim::PowerLoss::kDuringWrite);
-  });
-}
-
-// The write is stored and not acknowledged; so the next one's is as if it had not begun.
-TEST_P(LostUpdate, CableIsLostAfterEachWrite) {
-  LoseAtEachWrite([](sim::Faults& faults, uint64_t write) {
-    faults.UnplugAfter(sim::At(write).For(PERILINK_COMMAND_WRITE_MEMORY));
-  });
+  const auto differs = [&](const auto& part) {
+    return EncodedPart(old_record, part) != EncodedPart(new_record, part);
+  };
+  EXPECT_GT(static_cast<ptrdiff_t>(write), std::ranges::count_if(ConfigParts(), differs))
+      << "a frame for each, or more";
 }
 
 // The newest may be an outcome.

@@ -121,8 +121,9 @@ TEST_F(Perictl, DocumentsNameTheDevice) {
     told.update(document["device"]);
     EXPECT_EQ(told, listed) << command;
   }
+  const Json listing = Run({"list --interfaces --json", 0, ""}).Document();
   int marked = 0;
-  for (const Json& entry : Run({"list --interfaces --json", 0, ""}).Document()["interfaces"]) {
+  for (const Json& entry : listing["interfaces"]) {
     marked += entry["takes_commands"] ? 1 : 0;
     EXPECT_EQ(entry["device"], listed["name"]);
   }
