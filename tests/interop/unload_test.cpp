@@ -33,7 +33,7 @@ struct Library {
   ~Library() { FreeLibrary(module); }
   template <typename Function>
   Function* Get(const char* name) {
-    auto* const found = GetProcAddress(module, name);
+    void* const found = reinterpret_cast<void*>(GetProcAddress(module, name));
     EXPECT_NE(found, nullptr) << name;
     return reinterpret_cast<Function*>(found);
   }
