@@ -132,6 +132,7 @@ TEST(Events, AnAutoResetEventReleasesOneWaiter) {
       UniqueEvent(CreateThread(nullptr, 0, pass, event.Get(), 0, nullptr)),
       UniqueEvent(CreateThread(nullptr, 0, pass, event.Get(), 0, nullptr))};
   const HANDLE both[] = {threads[0].Get(), threads[1].Get()};
+  EXPECT_EQ(WaitForMultipleObjects(2, both, FALSE, 30), DWORD{WAIT_TIMEOUT});  // both wait
   SetEvent(event.Get());
   const DWORD first = WaitForMultipleObjects(2, both, FALSE, INFINITE) - WAIT_OBJECT_0;
   ASSERT_LE(first, 1u);
