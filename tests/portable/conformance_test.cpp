@@ -139,6 +139,9 @@ TEST(Events, AnAutoResetEventReleasesOneWaiter) {
   EXPECT_EQ(WaitForSingleObject(both[1 - first], 30), DWORD{WAIT_TIMEOUT});
   SetEvent(event.Get());
   EXPECT_EQ(WaitForSingleObject(both[1 - first], INFINITE), WAIT_OBJECT_0);
+  SetEvent(event.Get());
+  EXPECT_EQ(WaitForSingleObject(event.Get(), 0), WAIT_OBJECT_0);
+  EXPECT_EQ(WaitForSingleObject(event.Get(), 0), DWORD{WAIT_TIMEOUT});
 }
 
 // ---- Windows and their messages -----------------------------------------------------------------
