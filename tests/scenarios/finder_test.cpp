@@ -27,9 +27,9 @@ TEST_F(Finder, FindsADeviceByEveryKey) {
   UsbFinder_EnumHidDeviceList(all);
   for (const auto& [search, part, count] : searches) {
     Paths expected;
-    std::ranges::copy_if(all, std::back_inserter(expected), [&part = part](const std::wstring& path) {
-      return path.find(part) != std::wstring::npos;
-    });
+    std::ranges::copy_if(
+        all, std::back_inserter(expected),
+        [&part = part](const std::wstring& path) { return path.find(part) != std::wstring::npos; });
     Paths found = {L"replaced"};
     search(found);
     EXPECT_EQ(found, expected);
