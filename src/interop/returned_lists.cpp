@@ -1,6 +1,7 @@
 #include "interop/returned_lists.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
 #include "perilink/finder.h"
@@ -72,11 +73,11 @@ SAFEARRAY* ToBstrArray(const std::vector<std::wstring>& list) noexcept {
 
 SAFEARRAY* ToByteArray(std::span<const uint8_t> bytes) noexcept {
   UniqueArray array = CreateArray(VT_UI1, bytes.size());
-  if (!array) return nullptr;
-  for (size_t i = 0; i < bytes.size(); ++i) {
-    uint8_t byte = bytes[i];
-    if (!PutElement(array.get(), i, &byte)) return nullptr;
-  }
+  if (!array || bytes.empty()) return array.release();
+  void* target = nullptr;
+  if (SafeArrayAccessData(array.get(), &target) != S_OK) return nullptr;
+  std::memcpy(target, bytes.data(), bytes.size());
+  SafeArrayUnaccessData(array.get());
   return array.release();
 }
 

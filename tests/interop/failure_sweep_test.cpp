@@ -139,8 +139,8 @@ void SweepEverything(const Swept& swept) {
   for (const char* function :
        {"SetupDiGetClassDevsW", "SetupDiEnumDeviceInterfaces", "SetupDiGetDeviceInterfaceDetailW",
         "MultiByteToWideChar", "WideCharToMultiByte", "SysAllocString", "SafeArrayCreate",
-        "SafeArrayPutElement", "CreateFileW", "CreateEventW", "ResetEvent", "ReadFile", "WriteFile",
-        "WaitForSingleObject", "CancelIo", "HidD_GetAttributes"})
+        "SafeArrayPutElement", "SafeArrayAccessData", "CreateFileW", "CreateEventW", "ResetEvent",
+        "ReadFile", "WriteFile", "WaitForSingleObject", "CancelIo", "HidD_GetAttributes"})
     Sweep(swept, function);
 }
 
