@@ -21,7 +21,7 @@ endfunction()
 
 #   perilink_check_arrows(name target library...)
 function(perilink_check_arrows name target)
-  if(NOT WIN32 AND NOT PERILINK_SANITIZE)
+  if(NOT WIN32 AND NOT PERILINK_SANITIZE AND NOT PERILINK_FUZZ)
     file(WRITE ${CMAKE_BINARY_DIR}/arrows/empty.cpp "")
     add_library(arrows_${name} SHARED ${CMAKE_BINARY_DIR}/arrows/empty.cpp)
     set_target_properties(arrows_${name} PROPERTIES

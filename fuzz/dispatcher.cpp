@@ -15,6 +15,7 @@
 #include "sim/scripted_device.h"
 #include "support/device_steps.h"
 #include "support/host.h"
+#include "support/images.h"
 #include "support/input.h"
 #include "support/records.h"
 #include "support/require.h"
@@ -26,6 +27,8 @@ namespace {
 
 // The longest request that a step of the full read queues: a macro with all its events.
 constexpr size_t kMostFrames = (PERILINK_MACRO_SLOT_SIZE + kFrameDataCapacity - 1) / 10;
+// The reports after which an input takes no more steps, where its work is bounded.
+constexpr size_t kMostReports = PERILINK_FUZZ_BOUNDED ? 128 : SIZE_MAX;
 
 bool SameFrame(const CommandFrame& a, const CommandFrame& b) {
   return std::memcmp(&a, &b, sizeof(a)) == 0;
@@ -74,7 +77,7 @@ class Session {
   Session(Input& input, bool with_callback) : input_(input), with_callback_(with_callback) {}
 
   void Run() {
-    while (!input_.Empty())
+    while (!input_.Empty() && reports_ < kMostReports)
       TakeStep();
   }
 
@@ -104,17 +107,19 @@ class Session {
   Input& input_;
   const bool with_callback_;
   Dispatcher dispatcher_{ServerState::Instance()};
+  size_t reports_ = 0;
   bool awaiting_reply_ = false;
   AddressEcho echo_{2};
   bool unproven_ = false;             // an answer among the chunks may be another read's
   std::vector<CommandFrame> chunks_;  // of an answer that is not complete
   std::vector<uint8_t> image_;        // the last that a callback got
-  sim::FlashImage flash_ = sim::FlashImage::Default();
+  sim::FlashImage flash_ = DefaultImage();
 };
 
 // ---- What holds after a report -----------------------------------------------------------------
 
 void Session::Deliver(CommandFrame report) {
+  ++reports_;
   report.checksum = FrameChecksum(report);
   const QueueView before = LookAtQueue();
   const bool awaited = awaiting_reply_;

@@ -17,6 +17,7 @@
 #include "sim/scripted_device.h"
 #include "support/device_steps.h"
 #include "support/host.h"
+#include "support/images.h"
 #include "support/input.h"
 #include "support/loop_steps.h"
 #include "support/require.h"
@@ -26,6 +27,11 @@
 
 namespace perilink::fuzz {
 namespace {
+
+// Where the work for an input is bounded: the passes of the loop after which it takes no more
+// steps, and the frames that are then still answered, the others dropped.
+constexpr size_t kMostPasses = PERILINK_FUZZ_BOUNDED ? 96 : SIZE_MAX;
+constexpr size_t kMostDrained = PERILINK_FUZZ_BOUNDED ? 4 : SIZE_MAX;
 
 using Report = sim::Bytes;
 using sim::ScriptedDevice;
@@ -44,13 +50,15 @@ class Session {
   void ReadLayer(uint8_t layer);
   // Everything that is queued is answered in the end.
   void Drain();
+  size_t CutQueue();
 
   // The device's, when something is written to it.
   DWORD OnWrite(ScriptedDevice& device, const Report& written);
   Report TakeRawReport();
 
   Input& input_;
-  sim::FlashImage flash_ = sim::FlashImage::Default();
+  size_t passes_ = 0;
+  sim::FlashImage flash_ = DefaultImage();
   ScriptedDevice device_{sim::kScriptedPath, [this](ScriptedDevice& device, const Report& it) {
                            return OnWrite(device, it);
                          }};
@@ -123,8 +131,9 @@ void Session::Run() {
   UsbServer_SetBatteryOptimizeEnable(0);
   CS_UsbServer_SetThreadSleepTime(1);
   Pass(1);
-  while (!input_.Empty())
+  while (!input_.Empty() && passes_ < kMostPasses)
     TakeStep();
+  input_.Bytes(SIZE_MAX);  // from now on the device is honest
   Drain();
   loop_.End();
   Require(platform::Bus().OpenConnections() == 0, "the loop's end closes the device");
@@ -171,6 +180,7 @@ void Session::TakeLoopStep(LoopStep step) {
 }
 
 void Session::Pass(size_t count) {
+  passes_ += count;
   for (size_t i = 0; i < count; ++i) {
     loop_.RunOnePass();
     Sleep(1);
@@ -201,6 +211,19 @@ void Session::ReadLayer(uint8_t layer) {
   Require(keys.empty() || keys.size() == whole, "a layer is read whole or not at all");
 }
 
+// Leaves as many frames as shall be answered. A full read goes on beyond them.
+size_t Session::CutQueue() {
+  const ServerState::Queues queues = ServerState::Instance().LockQueues();
+  bool reads_all = false;
+  for (size_t i = 0; i < queues.commands.Size(); ++i)
+    reads_all = reads_all || queues.commands.At(i).continuation != 0;
+  if (queues.commands.Size() > kMostDrained || (reads_all && PERILINK_FUZZ_BOUNDED)) {
+    queues.replies.Clear();
+    queues.commands.Clear();
+  }
+  return queues.commands.Size();
+}
+
 void Session::Drain() {
   device_.Unplug();
   device_.Plug();
@@ -208,7 +231,7 @@ void Session::Drain() {
   // A frame is sent and answered in ten passes at most: an optimiser with steps of a millisecond
   // ends each wait after one. And a full read's first frames, which are queued, bring up to thirty
   // times as many.
-  const size_t queued = ServerState::Instance().LockQueues().commands.Size();
+  const size_t queued = CutQueue();
   for (size_t left = 20'000 + 300 * queued; left > 0; --left) {
     Pass(1);
     if (ServerState::Instance().NothingQueued()) return;

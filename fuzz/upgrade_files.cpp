@@ -1,5 +1,8 @@
 // Upgrade files: the library's parser, its cutting of images, and perictl's check of a file, which
-// must agree with it. An input is a file.
+// must agree with it. An input makes a file: flags (bit 0: two images, bit 1: no checksum is made
+// right, bit 2: its end is cut off, bit 3: the changes are those of the second image, bits 4 to 7:
+// their number), the lengths of both payloads, the gap between the images, and for each change its
+// address (2), its length and its bytes; then how much is cut off (2).
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -20,8 +23,6 @@
 #include "upgrade/file_split.h"
 #include "upgrade/log.h"
 #include "upgrade/upgrade_record.h"
-
-extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t max_size);
 
 namespace perilink::fuzz {
 namespace {
@@ -158,39 +159,74 @@ void CheckReader(Bytes bytes, Bytes main, Bytes slave) {
   if (two) Require(slave.size() == file.images[1].Size(), "the library finds the slave's end");
 }
 
-// ---- Mutation ----------------------------------------------------------------------------------
+// ---- The input ---------------------------------------------------------------------------------
 
-uint32_t ReadNumber(const uint8_t* bytes) {
-  uint32_t number = 0;
-  std::memcpy(&number, bytes, sizeof(number));
-  return number;
+void Store(std::span<uint8_t> file, size_t offset, uint32_t number) {
+  std::memcpy(file.data() + offset, &number, sizeof(number));
 }
 
 // Most changes break the checksum. This repairs it, or there would be little to see behind it.
 void SealImage(std::span<uint8_t> file, size_t offset) {
   if (offset > file.size() || file.size() - offset < kUpgradeHeaderSize) return;
   const std::span<uint8_t> image = file.subspan(offset);
-  const uint32_t checksum =
-      sim::UpgradeFileBuilder::ChecksumOf(image, ReadNumber(image.data() + 4));
-  std::memcpy(image.data(), &checksum, sizeof(checksum));
+  uint32_t checked_length = 0;
+  std::memcpy(&checked_length, image.data() + 4, sizeof(checked_length));
+  Store(image, 0, sim::UpgradeFileBuilder::ChecksumOf(image, checked_length));
+}
+
+sim::Bytes TakeFile(Input& input) {
+  const uint8_t flags = input.Byte();
+  const size_t payload = input.Byte();
+  const size_t slave_payload = input.Byte();
+  const size_t gap = input.Byte() % 16;
+  const size_t slave = kUpgradeHeaderSize + payload + gap;
+  const bool two = (flags & 1) != 0;
+  sim::Bytes file(two ? slave + kUpgradeHeaderSize + slave_payload : slave - gap);
+  for (size_t i = 0; i < file.size(); ++i)
+    file[i] = static_cast<uint8_t>(i * 7);
+  const auto make_image = [&](size_t offset, size_t length) {
+    std::fill_n(file.begin() + static_cast<ptrdiff_t>(offset), kUpgradeHeaderSize, uint8_t{0});
+    Store(file, offset + 4, kUpgradeHeaderSize);
+    Store(file, offset + 8, static_cast<uint32_t>(length));
+  };
+  make_image(0, payload);
+  if (two) {
+    make_image(slave, slave_payload);
+    Store(file, 12, static_cast<uint32_t>(slave));
+  }
+  for (int changes = flags >> 4; changes > 0; --changes) {
+    // Most of a header block is read by nobody.
+    const size_t address = input.Below(1024) + (two && (flags & 8) != 0 ? slave : 0);
+    const auto bytes = input.Bytes(input.Byte());
+    const size_t count = std::min(bytes.size(), file.size() - address);
+    std::copy_n(bytes.begin(), count, file.begin() + static_cast<ptrdiff_t>(address));
+  }
+  if ((flags & 2) == 0) {
+    if (two) SealImage(file, slave);
+    SealImage(file, 0);
+  }
+  // As often as not, to its end.
+  if ((flags & 4) != 0) file.resize(file.size() - std::min<size_t>(file.size(), input.Word()));
+  return file;
+}
+
+void Check(const ExactCopy& file) {
+  const Bytes main = CheckSplit(file, 0);
+  const Bytes slave = CheckSplit(file, 1);
+  Require(slave.empty() || !main.empty(), "no slave image without its main image");
+  if (!main.empty() && (!slave.empty() || ReadImageHeader(file.data()).slave_offset == 0)) {
+    RequireWideSplit(file, 0, main);
+    if (!slave.empty()) RequireWideSplit(file, 1, slave);
+  }
+  CheckReader(file.span(), main, slave);
+  if (file.size() < kUpgradeHeaderSize) return;
+  SAFEARRAY* const devices = CS_UsbUpgrade_FindBootDevices(file.data());
+  Require(devices != nullptr, "a search gives an array");
+  SafeArrayDestroy(devices);
 }
 
 }  // namespace
 }  // namespace perilink::fuzz
-
-extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t max_size,
-                                          unsigned seed) {
-  using namespace perilink::fuzz;
-  size = LLVMFuzzerMutate(data, size, max_size);
-  const std::span<uint8_t> file(data, size);
-  if (size < kUpgradeHeaderSize || seed % 4 == 0) return size;
-  // As often as not, a payload that reaches to the end of the file.
-  const auto rest = static_cast<uint32_t>(size - kUpgradeHeaderSize);
-  if (seed % 4 == 1) std::memcpy(data + 8, &rest, sizeof(rest));
-  if (seed % 4 != 1) SealImage(file, ReadNumber(data + 12));
-  SealImage(file, 0);
-  return size;
-}
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   perilink::fuzz::EnterWorld();
@@ -202,21 +238,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace perilink::fuzz;
-  const ExactCopy file({data, size});
-  const Bytes main = CheckSplit(file, 0);
-  const Bytes slave = CheckSplit(file, 1);
-  Require(slave.empty() || !main.empty(), "no slave image without its main image");
-  if (!main.empty() &&
-      (!slave.empty() || perilink::ReadImageHeader(file.data()).slave_offset == 0)) {
-    RequireWideSplit(file, 0, main);
-    if (!slave.empty()) RequireWideSplit(file, 1, slave);
-  }
-  CheckReader(file.span(), main, slave);
-  if (size >= kUpgradeHeaderSize) {
-    SAFEARRAY* const devices = CS_UsbUpgrade_FindBootDevices(file.data());
-    Require(devices != nullptr, "a search gives an array");
-    SafeArrayDestroy(devices);
-  }
+  Input input(data, size);
+  Check(ExactCopy(TakeFile(input)));
   perilink::ResetUpgradeLog();
   return 0;
 }

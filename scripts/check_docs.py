@@ -38,7 +38,7 @@ TIMEOUT = 120
 # Commands that are only looked for, and why. Stages that a line names exist.
 NOT_RUN = {
     "./test": "it runs this check",
-    "scripts/fuzz.sh": "it runs for as long as one likes; its brief form is a stage of ./test",
+    "scripts/fuzz.sh": "it runs for as long as one likes; the replay of its corpus is a stage of ./test",
     "scripts/simulate.sh": "it runs as many seeds as one likes; some thousands are tests",
     "scripts/coverage.sh": "it runs all tests, in a build of its own",
     "scripts/package.sh": "it builds all once more; the stage package runs it",

@@ -33,9 +33,6 @@ enum class DeviceStep : uint8_t {
 // else the request with ones for data.
 CommandFrame RightAnswer(const CommandFrame& request, const sim::FlashImage& flash);
 
-// Makes every check byte of the configuration right, where its slot has one.
-void SealAll(sim::FlashImage& flash);
-
 }  // namespace perilink::fuzz
 
 #endif  // PERILINK_FUZZ_SUPPORT_DEVICE_STEPS_H_

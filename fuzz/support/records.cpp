@@ -3,12 +3,10 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
-#include <span>
 
 #include "support/require.h"
 
 namespace perilink::fuzz {
-namespace {
 
 void RequireEventsInRange(std::span<const KeyEvent> events, uint32_t most_delay) {
   for (const KeyEvent& event : events) {
@@ -18,7 +16,15 @@ void RequireEventsInRange(std::span<const KeyEvent> events, uint32_t most_delay)
   }
 }
 
-}  // namespace
+void RequireMacroInRange(const MacroKey& macro) {
+  Require(macro.name_length <= sizeof(macro.name), "a macro's name fits");
+  Require(std::all_of(macro.name + macro.name_length, std::end(macro.name),
+                      [](uint8_t b) { return !b; }),
+          "a macro's name ends with zeros");
+  Require(macro.count == 0 || (macro.count >= 2 && macro.count <= 70),
+          "a macro has 0 or 2 to 70 events");
+  RequireEventsInRange(macro.events, 0xFFFF);
+}
 
 void RequireInRange(const ProtocolData& record) {
   for (const uint8_t value :
@@ -28,13 +34,8 @@ void RequireInRange(const ProtocolData& record) {
     Require(it.count == 0 || (it.count >= 2 && it.count <= 6), "a shortcut has 0 or 2 to 6 events");
     RequireEventsInRange(it.events, 0);
   }
-  for (const MacroKey& it : record.macros) {
-    Require(it.name_length <= sizeof(it.name), "a macro's name fits");
-    Require(std::all_of(it.name + it.name_length, std::end(it.name), [](uint8_t b) { return !b; }),
-            "a macro's name ends with zeros");
-    Require(it.count == 0 || (it.count >= 2 && it.count <= 70), "a macro has 0 or 2 to 70 events");
-    RequireEventsInRange(it.events, 0xFFFF);
-  }
+  for (const MacroKey& it : record.macros)
+    RequireMacroInRange(it);
 }
 
 ProtocolData Canonical(ProtocolData record) {

@@ -2,12 +2,16 @@
 #ifndef PERILINK_FUZZ_SUPPORT_RECORDS_H_
 #define PERILINK_FUZZ_SUPPORT_RECORDS_H_
 
+#include <span>
+
 #include "perilink/records.h"
 
 namespace perilink::fuzz {
 
 // Requires every value to be one that the public headers name.
 void RequireInRange(const ProtocolData& record);
+void RequireMacroInRange(const MacroKey& macro);
+void RequireEventsInRange(std::span<const KeyEvent> events, uint32_t most_delay);
 
 // The record without events beyond the count and name bytes beyond the length, which devices can't
 // hold and updates need not clear.
