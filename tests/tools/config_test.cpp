@@ -72,6 +72,13 @@ TEST(ConfigJsonTest, LoadsTheFirstVersion) {
   EXPECT_TRUE(ConfigDifferences(file.record, record).empty());
 }
 
+TEST(ConfigJsonTest, LeavesALengthWithoutItsListAlone) {
+  const ConfigFile file = LoadConfig(
+      R"({"format": "perilink-configuration", "version": 2, "shortcuts": [{"count": 2}]})");
+  EXPECT_TRUE(file.known.none());
+  EXPECT_EQ(file.record.shortcuts[0].count, 0);
+}
+
 TEST(ConfigJsonTest, RefusesWhatNoDeviceHoldsAndNamesTheField) {
   struct Case {
     const char* pointer;

@@ -116,16 +116,27 @@ class Reader {
     for (const auto& item : value.items()) {
       if (FindMember(members, item.key()) == nullptr) AddStranger(Joined(path, item.key()));
     }
+    const auto tells = [&value](const std::string& name) {
+      const auto found = value.find(name);
+      return found != value.end() && !found->is_null();
+    };
     for (const Member& member : members) {
-      const auto found = value.find(member.name);
-      const bool is_there = found != value.end() && !found->is_null();
-      if (is_there) ReadMember(members, member, *found, Joined(path, member.name), offset);
-      if (!is_there && member.measures.empty()) file_.missing.Add(Joined(path, member.name));
+      if (!member.measures.empty()) continue;
+      const std::string name = Joined(path, member.name);
+      if (!tells(member.name)) {
+        file_.missing.Add(name);
+      } else {
+        ReadMember(members, member, value[member.name], name, offset);
+      }
     }
+    // The length of what is not there tells nothing.
     for (const Member& member : members) {
-      const bool is_told = value.contains(member.name) && value.contains(member.measures);
-      if (!member.measures.empty() && is_told) {
-        ReadLength(members, member, value[member.name], Joined(path, member.name), offset);
+      if (member.measures.empty() || !tells(member.name)) continue;
+      const std::string name = Joined(path, member.name);
+      if (tells(member.measures)) {
+        ReadLength(members, member, value[member.name], name, offset);
+      } else if (strangers_ == Strangers::kAreRefused) {
+        Refuse(name, "tells nothing without '" + member.measures + "'");
       }
     }
   }
