@@ -24,15 +24,16 @@ if(PERILINK_SANITIZE)
     -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${PERILINK_SANITIZE})
 endif()
-# A library names all that it needs. With clang, what the sanitizers call is in the program.
+# A library names all that it needs. With clang, what sanitizers and counters call is in the program.
 set(perilink_no_undefined -Wl,--no-undefined)
-if(PERILINK_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+if(PERILINK_FUZZ OR (PERILINK_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL Clang))
   set(perilink_no_undefined "")
 endif()
 # What steers a fuzzer: the edges that run in the code that reads foreign bytes. Those of the fuzz
 # targets, the platform and the virtual devices would only slow it down and lead it astray.
 if(PERILINK_FUZZ AND NOT PERILINK_SANITIZE)
-  set(perilink_fuzz_counters -fsanitize-coverage=inline-8bit-counters,pc-table)
+  set(perilink_fuzz_counters -fsanitize-coverage=inline-8bit-counters,pc-table
+    -fsanitize-coverage-ignorelist=${PROJECT_SOURCE_DIR}/fuzz/not_counted.txt)
 endif()
 
 option(PERILINK_COVERAGE "Count which lines and branches run" OFF)

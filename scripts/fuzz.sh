@@ -4,7 +4,7 @@
 #   scripts/fuzz.sh [--keep] --runs N [TARGET...]    each for so many inputs
 #   scripts/fuzz.sh --replay [TARGET...]             the corpus in fuzz/corpus alone
 # Runs are those of a fast build, and start from the corpus and from what earlier ones have learnt,
-# which stays in build/fuzz-fast/corpus. What they know is then replayed with sanitizers, as the
+# which stays in build/fuzz/corpus. What they know is then replayed with sanitizers, as the
 # corpus is by --replay. --keep makes the smallest corpus that runs the same code of it, and puts it
 # into fuzz/corpus.
 # As many targets run at a time as there are processors. What is found stays in build/fuzz/crashes.
@@ -16,9 +16,9 @@ set -uo pipefail
 parsers=(saved_record registry_text report_descriptor flash_image compare key_events reply_matching
   upgrade_files config_json model_json phrases)
 rooms=(dispatcher server_loop download registry_records config_record config_words)
-fast=$root/build/fuzz-fast
-sanitized=$root/build/fuzz
-crashes=$sanitized/crashes
+fast=$root/build/fuzz
+sanitized=$root/build/asan
+crashes=$fast/crashes
 runner=()
 texts=(registry_text config_json model_json phrases config_words)
 
@@ -153,12 +153,12 @@ main() {
   scratch=$(mktemp -d -p "$([[ -w /dev/shm ]] && echo /dev/shm || echo "${TMPDIR:-/tmp}")")
   trap 'rm -rf "$scratch"' EXIT
   quiet fuzz-setup install_missing "${run_packages[@]}" "${fuzz_packages[@]}" || exit 1
-  quiet fuzz-build build_preset fuzz "${targets[@]/#/fuzz_}" || exit 1
+  quiet fuzz-replay-build build_preset asan "${targets[@]/#/fuzz_}" || exit 1
   if [[ $mode == replay ]]; then
     each replay_corpus
     return
   fi
-  quiet fuzz-fast-build build_preset fuzz-fast "${targets[@]/#/fuzz_}" || exit 1
+  quiet fuzz-build build_preset fuzz "${targets[@]/#/fuzz_}" || exit 1
   each fuzz "$bound" || failed=1
   each replay_known || failed=1
   if [[ $keep == yes ]]; then each keep || failed=1; fi
