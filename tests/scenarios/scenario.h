@@ -86,7 +86,7 @@ class Scenario : public ::testing::Test {
           Present().size() == collections && UsbFinderC_OpenDevice(Narrow(PathOf(device)).c_str());
       UsbFinderC_CloseDevice();
       return opens;
-    }));
+    })) << ::testing::PrintToString(Present());
   }
   void Unplug() {
     mouse.Unplug();
