@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Compiles every public header alone, without a warning: with every compiler as C11 and C++20, with
-# one of them as the oldest standards that hosts have, C99 and C++14; for Windows also after the
-# system's own headers, whose names they share. An internal header is compiled alone once, unless it
+# one of them as the oldest standards that hosts have, C99 and C++14; for Windows also all of them
+# after the system's own headers, whose names they share. An internal header is compiled alone once, unless it
 # is the first that a source includes: then every build does so.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -47,12 +47,13 @@ list_compilations() {
     for compiler in g++ clang++-14 $mingw-g++-posix; do
       echo "$compiler c++ c++20 $header"
     done
-    echo "$mingw-gcc-posix c c11 windows.h oleauto.h $header"
-    echo "$mingw-g++-posix c++ c++17 windows.h oleauto.h $header"
   done
+  header=$(cd include && echo perilink/*.h)
+  echo "$mingw-gcc-posix c c11 windows.h oleauto.h $header"
+  echo "$mingw-g++-posix c++ c++17 windows.h oleauto.h $header"
   # What Windows programs host, too.
   git ls-files --cached --others --exclude-standard 'sim/include/*.h' 'sim/wine/*.h' |
-    sed "s/^/$mingw-g++-posix c++ c++20 windows.h /"
+    paste -sd ' ' | sed "s/^/$mingw-g++-posix c++ c++20 windows.h /"
   list_internal 'src/*.h' 'portable/*.h' 'sim/*.h' ':!sim/wine' |
     sed 's/^/g++ c++ c++20 /'
 }
