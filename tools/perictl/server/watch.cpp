@@ -124,9 +124,9 @@ void Watch::Begin() {
     return TellState("absent", "no device" + (what.empty() ? "" : " " + what) +
                                    " is plugged in; waiting for one");
   }
-  const DeviceEntry device = DeviceToRead(context_);
-  TakeLink(AskLink(device.path));
-  Connect(device);
+  device_ = DeviceToRead(context_);
+  TakeLink(AskLink(device_.path));
+  Connect(device_);
 }
 
 uint64_t Watch::LeftMs() const {
