@@ -89,21 +89,22 @@ def write_tree(changes):
 
 
 def build(changes):
-    """Builds the tests of the rooms and the scenarios, without the changes that don't compile;
-    returns those that do."""
+    """Builds the tests of the rooms, the scenarios and the fuzz targets, without the changes that
+    don't compile; returns those that do."""
     excluded_file = WORK / 'excluded.json'
     excluded = set(json.loads(excluded_file.read_text())) if excluded_file.exists() else set()
     # What is undefined in a container is an end here, not a chance.
     flags = (f'-O1 -w -Wno-narrowing -DNDEBUG -D_GLIBCXX_ASSERTIONS '
              f'-include {ROOT}/scripts/mutate/mutant.h')
     targets = [f'tests/{path.name}/all' for path in (ROOT / 'src').iterdir() if path.is_dir()]
-    targets.append('scenarios_test')
+    targets += ['scenarios_test', 'fuzz_targets']
     while True:
         changes = [change for change in changes if change.key not in excluded]
         write_tree(changes)
         if not (BUILD / 'build.ninja').exists():
             subprocess.run(['cmake', '-S', TREE, '-B', BUILD, '-G', 'Ninja', '-DPERILINK_BENCH=OFF',
-                            '-DCMAKE_BUILD_TYPE=None', f'-DCMAKE_CXX_FLAGS={flags}'], check=True,
+                            '-DPERILINK_REPLAY=ON', '-DCMAKE_BUILD_TYPE=None',
+                            f'-DCMAKE_CXX_FLAGS={flags}'], check=True,
                            stdout=subprocess.DEVNULL)
         done = subprocess.run(['cmake', '--build', BUILD, '--parallel', str(JOBS), '--target',
                                *targets, '--', '-k', '0'],
