@@ -8,12 +8,15 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "perictl/exit_codes.h"
 #include "perictl/firmware/upgrade_file.h"
 #include "perictl/terminal/text.h"
 #include "perilink/upgrade.h"
+#include "platform/ansi_text.h"
 #include "platform/win32.h"
 #include "sim/mouse.h"
 #include "sim/upgrade_file.h"
@@ -32,45 +35,63 @@ using Bytes = std::span<const uint8_t>;
 
 // ---- One image ---------------------------------------------------------------------------------
 
-void RequireTexts(const UsbUpgradeFile& record) {
-  for (const std::wstring* text :
-       {&record.chip_name, &record.file_id, &record.boot_input_key, &record.boot_output_key,
-        &record.normal_input_key, &record.normal_output_key, &record.sensor_name,
-        &record.product_name})
-    Require(text->size() <= sizeof(TextField), "a text is no longer than its field");
+// Each up to its end, or all of its field.
+void RequireTexts(const UsbUpgradeFile& record, const UpgradeFileHeader& header) {
+  const std::pair<const TextField&, const std::wstring&> texts[] = {
+      {header.chip_name, record.chip_name},
+      {header.file_id, record.file_id},
+      {header.boot_input_key, record.boot_input_key},
+      {header.boot_output_key, record.boot_output_key},
+      {header.normal_input_key, record.normal_input_key},
+      {header.normal_output_key, record.normal_output_key},
+      {header.sensor_name, record.sensor_name},
+      {header.product_name, record.product_name}};
+  for (const auto& [field, text] : texts)
+    Require(text == NarrowToWide(std::string(field, strnlen(field, sizeof(field)))),
+            "a text is what its field holds");
 }
 
-// The packets carry the payload, the whole of it and nothing else.
-void RequirePackets(const UsbUpgradeFile& record, Bytes payload) {
-  constexpr size_t kPart = PERILINK_PACKET_PAYLOAD_SIZE;
+// The start command goes first. The others carry the payload, the whole of it and nothing else,
+// each at its address, which wraps; behind the payload they are what the first one is.
+void RequirePackets(const UsbUpgradeFile& record, const UpgradeFileHeader& header, Bytes payload) {
+  constexpr size_t kPart = 32;
   Require(record.packets.size() == 1 + (payload.size() + kPart - 1) / kPart,
           "as many packets as it takes");
+  sim::Bytes wanted(PERILINK_PACKET_SIZE);
+  const UpgradeFileCommand& start = header.start_command;
+  std::copy_n(start.data, std::min<size_t>(start.length, sizeof(start.data)), wanted.begin());
+  const uint8_t* const sample = header.packet_template.data;
+  uint32_t address = uint32_t{sample[5]} << 24 | sample[6] << 16 | sample[7] << 8 | sample[8];
   for (size_t i = 0; i < record.packets.size(); ++i) {
     const UpgradePacket& packet = record.packets[i];
     const bool last = i + 1 == record.packets.size();
+    if (i > 0) {
+      const Bytes part =
+          payload.subspan(kPart * (i - 1)).first(std::min(kPart, payload.size() - kPart * (i - 1)));
+      std::fill_n(wanted.begin(), 17, uint8_t{0});
+      wanted[0] = sample[0];
+      wanted[1] = 0xB1;
+      wanted[2] = last ? 0xC1 : 0xC0;
+      wanted[3] = static_cast<uint8_t>(part.size());
+      for (size_t j = 0; j < 4; ++j)
+        wanted[5 + j] = static_cast<uint8_t>(address >> (24 - 8 * j));
+      std::fill_n(wanted.begin() + 17, kPart, uint8_t{0xFF});
+      std::ranges::copy(part, wanted.begin() + 17);
+      address += kPart;
+    }
+    Require(std::ranges::equal(wanted, packet.data), "a packet carries its part");
     Require(packet.pending == 1 && packet.is_last == (last ? 1 : 0), "the last packet is marked");
-    if (i == 0) continue;
-    const Bytes part =
-        payload.subspan(kPart * (i - 1), std::min(kPart, payload.size() - kPart * (i - 1)));
-    Require(packet.data[PERILINK_PACKET_LENGTH_OFFSET] == part.size(),
-            "a packet says how much it carries");
-    Require(std::equal(part.begin(), part.end(), packet.data + PERILINK_PACKET_PAYLOAD_OFFSET),
-            "a packet carries its part");
   }
 }
 
-void RequireSoundImage(Bytes image) {
-  Require(image.size() >= kUpgradeHeaderSize, "an image has a header");
-  const UpgradeFileHeader header = ReadImageHeader(image.data());
-  Require(image.size() == kUpgradeHeaderSize + header.payload_length, "an image has its payload");
-  Require(header.checksum == sim::UpgradeFileBuilder::ChecksumOf(image, header.checked_length),
-          "an image has its checksum");
+void CheckImage(Bytes image) {
   UsbUpgradeFile record;
   const ExactCopy copy(image);
   ParseUpgradeImage(record, copy.data(), nullptr, 1000, copy.size());
   Require(record.valid, "an image that was found parses");
-  RequireTexts(record);
-  RequirePackets(record, image.subspan(kUpgradeHeaderSize));
+  const UpgradeFileHeader header = ReadImageHeader(image.data());
+  RequireTexts(record, header);
+  RequirePackets(record, header, image.subspan(kUpgradeHeaderSize));
 }
 
 // ---- The file ----------------------------------------------------------------------------------
@@ -92,24 +113,36 @@ void RequireManagedSplit(const ExactCopy& file, int32_t which, Bytes image) {
   SafeArrayDestroy(array);
 }
 
-// The wide split is told no length: for files in which everything that the header names was found.
-void RequireWideSplit(const ExactCopy& file, int32_t which, Bytes image) {
-  ExactCopy out({}, image.size());
-  uint32_t length = 0;
-  Require(UsbUpgrade_FileSplit(file.data(), 0, out.data(), &length, which), "the wide split finds");
-  Require(length == image.size() && std::ranges::equal(out.span(), image),
-          "the wide split gives the same image");
+// A header with the right checksum; then the whole image, if it is there.
+bool HasHeader(Bytes file, size_t offset) {
+  if (offset > file.size() || file.size() - offset < kUpgradeHeaderSize) return false;
+  const UpgradeFileHeader header = ReadImageHeader(file.data() + offset);
+  return header.checksum ==
+         sim::UpgradeFileBuilder::ChecksumOf(file.subspan(offset), header.checked_length);
+}
+Bytes ImageAt(Bytes file, size_t offset) {
+  if (!HasHeader(file, offset)) return {};
+  const size_t length =
+      kUpgradeHeaderSize + size_t{ReadImageHeader(file.data() + offset).payload_length};
+  if (length > file.size() - offset) return {};
+  return file.subspan(offset, length);
 }
 
-Bytes CheckSplit(const ExactCopy& file, int32_t which) {
+// The wide split is told no length: for files in which everything that the headers name is there.
+void CheckWideSplit(const ExactCopy& file, int32_t which, Bytes image) {
+  ExactCopy out({}, std::max<size_t>(image.size(), 1), 0xEE);
+  uint32_t length = 0xEE;
+  const bool found = UsbUpgrade_FileSplit(file.data(), 0, out.data(), &length, which);
+  Require(found == !image.empty() && length == image.size(), "the wide split finds the same");
+  Require(image.empty() || std::ranges::equal(out.span(), image), "the wide split gives the same");
+}
+
+void CheckSplit(const ExactCopy& file, int32_t which, Bytes expected) {
   const Bytes image = FindImage(file.data(), file.size(), which);
+  Require(image.data() == expected.data() && image.size() == expected.size(),
+          "an image that is whole and has its checksum is found, and no other");
   RequireManagedSplit(file, which, image);
-  if (image.empty()) return image;
-  const auto offset = static_cast<size_t>(image.data() - file.data());
-  Require(offset <= file.size() && image.size() <= file.size() - offset,
-          "an image lies in its file");
-  RequireSoundImage(image);
-  return image;
+  if (!image.empty()) CheckImage(image);
 }
 
 // ---- perictl's reader --------------------------------------------------------------------------
@@ -211,12 +244,16 @@ sim::Bytes TakeFile(Input& input) {
 }
 
 void Check(const ExactCopy& file) {
-  const Bytes main = CheckSplit(file, 0);
-  const Bytes slave = CheckSplit(file, 1);
-  Require(slave.empty() || !main.empty(), "no slave image without its main image");
-  if (!main.empty() && (!slave.empty() || ReadImageHeader(file.data()).slave_offset == 0)) {
-    RequireWideSplit(file, 0, main);
-    if (!slave.empty()) RequireWideSplit(file, 1, slave);
+  const Bytes main = ImageAt(file.span(), 0);
+  const size_t offset = main.empty() ? 0 : ReadImageHeader(file.data()).slave_offset;
+  const Bytes slave = offset == 0 ? Bytes() : ImageAt(file.span(), offset);
+  CheckSplit(file, 0, main);
+  for (const int32_t which : {1, -1})
+    CheckSplit(file, which, slave);
+  const bool has_header = file.size() >= kUpgradeHeaderSize;
+  if (main.empty() ? has_header && !HasHeader(file.span(), 0) : offset == 0 || !slave.empty()) {
+    CheckWideSplit(file, 0, main);
+    CheckWideSplit(file, 1, slave);
   }
   CheckReader(file.span(), main, slave);
   if (file.size() < kUpgradeHeaderSize) return;

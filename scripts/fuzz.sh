@@ -102,8 +102,10 @@ keep() {
     count=$(find "$merged" -type f | wc -l)
     ((count <= most)) && break
   done
-  mkdir -p "$root/fuzz/corpus"
-  rm -rf "${root:?}/fuzz/corpus/$target" && cp -r "$merged" "$root/fuzz/corpus/$target"
+  # Inputs that somebody has named stay, whatever edges they run.
+  mkdir -p "$root/fuzz/corpus/$target"
+  find "$root/fuzz/corpus/$target" -type f -regextype egrep -regex '.*/[0-9a-f]{40}' -delete
+  cp -r "$merged/." "$root/fuzz/corpus/$target"
   printf '%-17s %10d inputs in fuzz/corpus\n' "$target" "$count"
 }
 

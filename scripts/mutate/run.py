@@ -89,8 +89,8 @@ def write_tree(changes):
 
 
 def build(changes):
-    """Builds the tests of the rooms, the scenarios and the fuzz targets, without the changes that
-    don't compile; returns those that do."""
+    """Builds the tests of the rooms, the scenarios and the fuzz targets of the rooms, without the
+    changes that don't compile; returns those that do."""
     excluded_file = WORK / 'excluded.json'
     excluded = set(json.loads(excluded_file.read_text())) if excluded_file.exists() else set()
     # What is undefined in a container is an end here, not a chance.
