@@ -80,18 +80,6 @@ inline Image BuildImage(ProtocolData record) {
   return Image(flash.bytes().begin(), flash.bytes().begin() + PERILINK_FLASH_IMAGE_SIZE);
 }
 
-// What a function writes into `size` bytes, which it finds filled and between bytes that it must
-// not touch.
-inline constexpr uint8_t kCanary = 0xAB;
-template <typename Write>
-Image Guarded(size_t size, Write write) {
-  Image buffer(size + 32, kCanary);
-  write(buffer.data() + 16);
-  EXPECT_EQ(std::count(buffer.begin(), buffer.begin() + 16, kCanary), 16);
-  EXPECT_EQ(std::count(buffer.end() - 16, buffer.end(), kCanary), 16);
-  return Image(buffer.begin() + 16, buffer.end() - 16);
-}
-
 inline uint8_t RandomByte(Random& random, unsigned below = 256) {
   return static_cast<uint8_t>(random() % below);
 }
