@@ -33,9 +33,9 @@ std::vector<SlotEvent> SlotEvents(const KeyEvent* events, size_t count) {
   return slot_events;
 }
 
-// What an event is read as: any other bits than two are the third kind.
+// What an event is read as: bits 7 and 6 say its kind.
 KeyEvent EventOf(uint8_t head, uint8_t key, uint8_t other_key, int delay) {
-  const int bits = head & 0xF0;
+  const int bits = head & 0xC0;
   const uint8_t kind = bits == 0x80 ? 0 : bits == 0x40 ? 1 : 2;
   return {kind, static_cast<uint8_t>(head & 15), {key, other_key}, static_cast<uint32_t>(delay)};
 }

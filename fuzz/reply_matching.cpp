@@ -63,11 +63,17 @@ sim::ScriptedDevice& Device() {
 // ---- The rules ---------------------------------------------------------------------------------
 
 // Reports that a try leaves unread are the next one's.
-std::optional<CommandFrame> ExpectedReply(const CommandFrame& request, size_t& writes) {
+struct Expected {
+  std::optional<CommandFrame> reply;
+  size_t writes = 0;
+  size_t waits = 0;  // tries that end with their time
+};
+Expected ExpectedReply(const CommandFrame& request) {
+  Expected expected;
   std::deque<CommandFrame> arrived;
   bool names_addresses = false;
   for (const auto& reports : g_replies.by_write) {
-    ++writes;
+    ++expected.writes;
     arrived.insert(arrived.end(), reports.begin(), reports.end());
     std::optional<CommandFrame> nameless;
     bool lost = false;
@@ -78,7 +84,10 @@ std::optional<CommandFrame> ExpectedReply(const CommandFrame& request, size_t& w
           report.checksum == FrameChecksum(report) && report.command == request.command;
       const bool right = request.command != PERILINK_COMMAND_READ_MEMORY ||
                          FrameAddress(report) == FrameAddress(request);
-      if (fits && right) return report;
+      if (fits && right) {
+        expected.reply = report;
+        return expected;
+      }
       if (!fits) {
         lost = !nameless;
       } else if (FrameAddress(report) == 0) {
@@ -87,9 +96,13 @@ std::optional<CommandFrame> ExpectedReply(const CommandFrame& request, size_t& w
         names_addresses = true;
       }
     }
-    if (nameless && !names_addresses) return nameless;
+    expected.waits += lost ? 0 : 1;
+    if (nameless && !names_addresses) {
+      expected.reply = nameless;
+      break;
+    }
   }
-  return std::nullopt;
+  return expected;
 }
 
 void CheckExchange(Input& input) {
@@ -104,15 +117,17 @@ void CheckExchange(Input& input) {
     for (size_t count = input.Byte() % (kMostReports + 1); count > 0; --count)
       reports.push_back(TakeReport(input, request));
   }
-  size_t writes = 0;
-  const std::optional<CommandFrame> expected = ExpectedReply(request, writes);
+  const Expected expected = ExpectedReply(request);
   CommandFrame reply;
   std::memset(&reply, 0xA5, sizeof(reply));
+  const uint64_t start_micros = platform::NowMicros();
   const bool taken = ExchangeFrame(Device().Path(), request, reply, retries, kTimeoutMs);
-  const CommandFrame wanted = expected.value_or(CommandFrame{});
-  Require(taken == expected.has_value() && std::memcmp(&reply, &wanted, sizeof(reply)) == 0,
+  Require((platform::NowMicros() - start_micros) / 1000 == expected.waits * kTimeoutMs,
+          "a try ends with a stray report or with its time");
+  const CommandFrame wanted = expected.reply.value_or(CommandFrame{});
+  Require(taken == expected.reply.has_value() && std::memcmp(&reply, &wanted, sizeof(reply)) == 0,
           "the reply that is taken is the one by the rules");
-  Require(g_replies.writes == writes, "the request is written as often as it takes");
+  Require(g_replies.writes == expected.writes, "the request is written as often as it takes");
   Require(platform::Bus().OpenConnections() == 0, "the device is closed");
   Device().ClearWrites();
 }
