@@ -2,10 +2,15 @@
 // that which a host makes in its record (support/images.h).
 #include "protocol/compare.h"
 
+#include <algorithm>
 #include <array>
+#include <cstring>
 #include <vector>
 
+#include "perilink/config_layout.h"
 #include "perilink/protocol_data.h"
+#include "sim/flash_image.h"
+#include "sim/report.h"
 #include "support/images.h"
 #include "support/records.h"
 #include "support/require.h"
@@ -14,6 +19,41 @@ namespace perilink::fuzz {
 namespace {
 
 constexpr size_t kImage = PERILINK_FLASH_IMAGE_SIZE;
+
+// Fields that differ are written as the public table has them, each by itself and in its order;
+// then come the slots. What is no field stays as it was.
+std::vector<FlashWrite> Compare(ProtocolData& record, ProtocolData& previous) {
+  ProtocolData expected = previous;
+  const std::vector<FlashWrite> writes = CompareProtocolData(record, previous);
+  auto write = writes.begin();
+  for (const ConfigGroup& group : kConfigGroups) {
+    for (size_t i = 0; i < size_t{group.count} * group.field_count; ++i) {
+      const ConfigField& field = group.fields[i % group.field_count];
+      const size_t entry = i / group.field_count;
+      const size_t at = group.record_offset + entry * group.record_stride + field.record_offset;
+      const uint8_t* const value = &record.report_rate + at;
+      uint8_t* const old_value = &expected.report_rate + at;
+      if (std::memcmp(value, old_value, field.width) == 0) continue;
+      std::memcpy(old_value, value, field.width);
+      sim::Bytes bytes(value, value + field.width);
+      if (field.rule == FieldRule::kNormalizedSwitch) bytes[0] = bytes[0] != 0 ? 1 : 0;
+      bytes.push_back(sim::CheckOf(bytes));
+      Require(write != writes.end() &&
+                  write->address == field.flash_address + entry * field.flash_stride &&
+                  std::ranges::equal(write->bytes(), bytes),
+              "a field that differs is written");
+      ++write;
+    }
+  }
+  Require(std::memcmp(&previous, &expected, offsetof(ProtocolData, shortcuts)) == 0,
+          "the previous record takes the new fields, and no more");
+  for (size_t least = sim::ShortcutAddress(0); write != writes.end(); ++write) {
+    Require(write->address >= least && write->address < sim::MacroAddress(sim::kSlotCount),
+            "slots are written in their order, and fields that are as they were are not");
+    least = write->address + size_t{1};
+  }
+  return writes;
+}
 
 // Writes what an update wants written into the image, each byte at most once.
 void Apply(const std::vector<FlashWrite>& writes, std::span<uint8_t> image) {
@@ -40,7 +80,7 @@ void CheckUpdate(const uint8_t* held_image, const uint8_t* wanted_image) {
   const ProtocolData wanted = Parse(wanted_image);
   ProtocolData record = wanted;
   ProtocolData previous = held;
-  const std::vector<FlashWrite> writes = CompareProtocolData(record, previous);
+  const std::vector<FlashWrite> writes = Compare(record, previous);
   Require(Same(record, wanted), "a compare leaves a sound record alone");
   Require(Same(Canonical(previous), Canonical(wanted)), "the previous record takes the new values");
 
@@ -57,13 +97,13 @@ void CheckUpdate(const uint8_t* held_image, const uint8_t* wanted_image) {
 void CheckHostsRecord(const uint8_t* held_image, ProtocolData record) {
   ProtocolData previous = Parse(held_image);
   ExactCopy image({held_image, kImage});
-  Apply(CompareProtocolData(record, previous), {image.data(), kImage});
-  Require(CompareProtocolData(record, previous).empty(), "a second compare finds nothing to write");
+  Apply(Compare(record, previous), {image.data(), kImage});
+  Require(Compare(record, previous).empty(), "a second compare finds nothing to write");
 
   // The other way round, from what no device can hold.
   ProtocolData back = Parse(held_image);
-  Apply(CompareProtocolData(back, record), {image.data(), kImage});
-  Require(CompareProtocolData(back, record).empty(), "nor one against what the host had");
+  Apply(Compare(back, record), {image.data(), kImage});
+  Require(Compare(back, record).empty(), "nor one against what the host had");
 }
 
 }  // namespace
