@@ -80,7 +80,7 @@ void RunSeed(uint64_t seed) {
   TheNotes().digest = 0;
   platform::StartVirtual(seed);
   RenewLibrary();
-  std::make_unique<Hosts>(seed)->Run();
+  RunHosts(seed);
 }
 
 // What a worker tells its parent.

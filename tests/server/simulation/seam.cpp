@@ -6,11 +6,12 @@
 
 #include "server/state.h"
 #include "support/failing_new.h"
+#include "watch.h"
 
 namespace perilink::testing {
 
-SeamEar*& TheEar() {
-  static SeamEar* ear = nullptr;
+Watch*& TheEar() {
+  static Watch* ear = nullptr;
   return ear;
 }
 
@@ -24,7 +25,7 @@ Function* System(const char* name) {
 
 // Tells the ear, whose own calls leave no error behind.
 template <typename... Parameters, typename... Arguments>
-void Tell(void (SeamEar::*what)(Parameters...), Arguments&&... arguments) {
+void Tell(void (Watch::*what)(Parameters...), Arguments&&... arguments) {
   if (TheEar() == nullptr) return;
   const DWORD error = GetLastError();
   (TheEar()->*what)(std::forward<Arguments>(arguments)...);
@@ -33,9 +34,9 @@ void Tell(void (SeamEar::*what)(Parameters...), Arguments&&... arguments) {
 
 template <typename Wait>
 DWORD TellWait(Wait wait) {
-  Tell(&SeamEar::OnPause, std::nullopt);
+  Tell(&Watch::OnPause, std::nullopt);
   const DWORD result = wait();
-  Tell(&SeamEar::OnResume);
+  Tell(&Watch::OnResume);
   return result;
 }
 
@@ -58,21 +59,20 @@ HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTE
                    DWORD creation, DWORD flags, HANDLE pattern) {
   PERILINK_SYSTEM(CreateFileW);
   const HANDLE handle = system(path, access, share, attributes, creation, flags, pattern);
-  Tell(&SeamEar::OnOpened, path, handle, (flags & FILE_FLAG_OVERLAPPED) != 0);
+  Tell(&Watch::OnOpened, path, handle, (flags & FILE_FLAG_OVERLAPPED) != 0);
   return handle;
 }
 
 BOOL CloseHandle(HANDLE handle) {
   PERILINK_SYSTEM(CloseHandle);
-  Tell(&SeamEar::OnClosing, handle);
+  Tell(&Watch::OnClosing, handle);
   return system(handle);
 }
 
 BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD size, LPDWORD written, LPOVERLAPPED overlapped) {
   PERILINK_SYSTEM(WriteFile);
   const BOOL result = system(file, buffer, size, written, overlapped);
-  Tell(&SeamEar::OnWritten, file, static_cast<const uint8_t*>(buffer), size_t{size},
-       result != FALSE);
+  Tell(&Watch::OnWritten, file, static_cast<const uint8_t*>(buffer), size_t{size}, result != FALSE);
   return result;
 }
 
@@ -80,14 +80,14 @@ BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD read, LPOVERLAPPED
   PERILINK_SYSTEM(ReadFile);
   const BOOL result = system(file, buffer, size, read, overlapped);
   if (result != FALSE || GetLastError() == ERROR_IO_PENDING)
-    Tell(&SeamEar::OnReadPosted, file, static_cast<uint8_t*>(buffer));
+    Tell(&Watch::OnReadPosted, file, static_cast<uint8_t*>(buffer));
   return result;
 }
 
 BOOL GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD bytes, BOOL wait) {
   PERILINK_SYSTEM(GetOverlappedResult);
   const BOOL result = system(file, overlapped, bytes, wait);
-  Tell(&SeamEar::OnReadTaken, file, result != FALSE);
+  Tell(&Watch::OnReadTaken, file, result != FALSE);
   return result;
 }
 
@@ -97,14 +97,14 @@ void perilink::testing::SleepUnheard(DWORD milliseconds) {
 }
 
 void Sleep(DWORD milliseconds) {
-  Tell(&SeamEar::OnPause, std::optional(milliseconds));
+  Tell(&Watch::OnPause, std::optional(milliseconds));
   SleepUnheard(milliseconds);
-  Tell(&SeamEar::OnResume);
+  Tell(&Watch::OnResume);
 }
 
 extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) {
   PERILINK_SYSTEM(pthread_mutex_lock);
-  if (TheEar() != nullptr && !FailingNew::Paused() && IsServerLock(mutex)) Tell(&SeamEar::OnLock);
+  if (TheEar() != nullptr && !FailingNew::Paused() && IsServerLock(mutex)) Tell(&Watch::OnLock);
   return system(mutex);
 }
 
@@ -122,7 +122,7 @@ HANDLE CreateWaitableTimerExW(LPSECURITY_ATTRIBUTES attributes, LPCWSTR name, DW
                               DWORD access) {
   PERILINK_SYSTEM(CreateWaitableTimerExW);
   const HANDLE timer = system(attributes, name, flags, access);
-  Tell(&SeamEar::OnLoopBegins, timer);
+  Tell(&Watch::OnLoopBegins, timer);
   return timer;
 }
 

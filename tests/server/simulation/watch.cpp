@@ -6,6 +6,7 @@
 
 #include "note.h"
 #include "perilink_platform/world.h"
+#include "seam.h"
 #include "support/failing_new.h"
 #include "transport/frame.h"
 
@@ -55,6 +56,9 @@ Watch::Watch(std::mt19937_64& random) : random_(random) {
   for (size_t i = 0; i < devices.size(); ++i)
     devices[i] = std::make_unique<Device>(i, random);
   TheEar() = this;
+}
+Watch::~Watch() {
+  TheEar() = nullptr;
 }
 
 // ---- Hosts ------------------------------------------------------------------------------------

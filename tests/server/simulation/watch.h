@@ -14,7 +14,7 @@
 #include "battery_model.h"
 #include "config_model.h"
 #include "devices.h"
-#include "seam.h"
+#include "platform/win32.h"
 #include "server_model.h"
 
 namespace perilink::testing {
@@ -23,10 +23,10 @@ namespace perilink::testing {
 // their letters, and which of the two it is: the library says on whose behalf it opens what.
 std::wstring MarkedPath(std::wstring path, StartNumber start, bool output);
 
-class Watch : public SeamEar {
+class Watch {
  public:
   explicit Watch(std::mt19937_64& random);
-  ~Watch() override { TheEar() = nullptr; }
+  ~Watch();
 
   std::array<std::unique_ptr<Device>, 2> devices;
   ConfigModel config;
@@ -58,16 +58,23 @@ class Watch : public SeamEar {
   bool Idle() const { return !loop_runs_ && handles_.empty(); }
 
   // ---- The seam ------------------------------------------------------------------------------
+  //
+  // Called on the thread that makes the system call, and after it unless said otherwise.
 
-  void OnOpened(const wchar_t* path, HANDLE handle, bool overlapped) override;
-  void OnClosing(HANDLE handle) override;
-  void OnWritten(HANDLE handle, const uint8_t* report, size_t size, bool written) override;
-  void OnReadPosted(HANDLE handle, uint8_t* buffer) override;
-  void OnReadTaken(HANDLE handle, bool success) override;
-  void OnPause(std::optional<DWORD> sleep_ms) override;
-  void OnResume() override;
-  void OnLock() override;
-  void OnLoopBegins(HANDLE timer) override;
+  // INVALID_HANDLE_VALUE: the open has failed.
+  void OnOpened(const wchar_t* path, HANDLE handle, bool overlapped);
+  void OnClosing(HANDLE handle);  // before
+  void OnWritten(HANDLE handle, const uint8_t* report, size_t size, bool written);
+  void OnReadPosted(HANDLE handle, uint8_t* buffer);
+  // The library has asked what became of a completed read, and was told a success or a failure.
+  void OnReadTaken(HANDLE handle, bool success);
+  // A thread is about to wait, or to sleep for so long; it has waited.
+  void OnPause(std::optional<DWORD> sleep_ms);
+  void OnResume();
+  // The library is about to take the server's lock. None is held by the thread.
+  void OnLock();
+  // A run of the server loop begins. It ends when its timer is closed.
+  void OnLoopBegins(HANDLE timer);
 
  private:
   enum class Role { kServerOutput, kServerInput, kPoll, kHost };
