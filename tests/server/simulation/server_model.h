@@ -83,7 +83,6 @@ class ServerModel {
   // None: it isn't the head's answer. Otherwise whether it may be another read's.
   std::optional<bool> JudgeRead(const Sent& sent);
   void CompleteRequest();
-  void CheckReadData() const;
   void OnImage(std::span<const uint8_t> data);
   void TakeSteps(ServerState::Queues& queues);
   void CheckQueue() const;
