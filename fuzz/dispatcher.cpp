@@ -72,6 +72,13 @@ bool SameHead(const QueueView& before, const QueueView& after) {
          std::memcmp(&before.head, &after.head, sizeof(before.head)) == 0;
 }
 
+CommandFrame Blank(uint8_t command) {
+  CommandFrame frame{};
+  frame.report_id = PERILINK_REPORT_ID;
+  frame.command = command;
+  return frame;
+}
+
 class Session {
  public:
   Session(Input& input, bool with_callback) : input_(input), with_callback_(with_callback) {}
@@ -246,8 +253,7 @@ void Session::RequireAnswer(CommandFrame request, const std::vector<Call>& calls
 void Session::RequireImage(const std::vector<Call>& calls) {
   Require(with_callback_ && calls.size() == 1, "an image is reported once");
   const Call& call = calls.front();
-  const CommandFrame expected{.report_id = PERILINK_REPORT_ID,
-                              .command = PERILINK_COMMAND_READ_MEMORY};
+  const CommandFrame expected = Blank(PERILINK_COMMAND_READ_MEMORY);
   Require(SameFrame(call.frame, expected) && call.data.size() == PERILINK_FLASH_IMAGE_SIZE,
           "an image is reported whole");
   image_ = call.data;
@@ -282,7 +288,7 @@ void Session::TakeDeviceStep(DeviceStep step) {
       return Deliver(report);
     }
     case DeviceStep::kEvent: {
-      CommandFrame report{.report_id = PERILINK_REPORT_ID, .command = PERILINK_COMMAND_EVENT};
+      CommandFrame report = Blank(PERILINK_COMMAND_EVENT);
       input_.Fill(report.data);
       return Deliver(report);
     }

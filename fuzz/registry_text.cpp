@@ -14,6 +14,17 @@ namespace {
 using platform::RegistryTree;
 using platform::RegistryValue;
 
+// Lines that say nothing, each in a way of its own.
+constexpr std::string_view kDamaged[] = {
+    "?",
+    "key \"\\\\",
+    "value \"x\" text \"no end",
+    "value \"x\" text \"\\x{zz}\"",
+    "value \"x\" 1 0g",
+    "value \"x\" 1 012",
+    "value \"x\" 99999999999 00",
+};
+
 void CheckText(std::string_view text) {
   RegistryTree tree;
   if (tree.FromText(text)) {
@@ -21,6 +32,10 @@ void CheckText(std::string_view text) {
     RegistryTree again;
     Require(again.FromText(written), "a registry that was written can be read");
     Require(again.ToText() == written, "nothing of a registry is lost");
+    for (const std::string_view line : kDamaged) {
+      Require(again.FromText(written + std::string(line) + "\n") && again.ToText() == written,
+              "a damaged line costs no more than itself");
+    }
     // A line without its end has been cut off.
     again.FromText(written.substr(0, written.size() - 1));
     Require(written.starts_with(again.ToText()), "what stands before a cut is there");
