@@ -7,6 +7,7 @@
 #include <span>
 
 #include "devices.h"
+#include "perilink/protocol.h"
 #include "perilink/records.h"
 
 namespace perilink::testing {

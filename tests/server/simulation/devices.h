@@ -62,8 +62,6 @@ class Device {
 
   const std::wstring& path() const { return path_; }
   bool present() const { return mouse.mode() == sim::Mode::kNormal; }
-  // Counts the changes of its mode: an open handle is of no use after the next one.
-  uint64_t generation() const { return generation_; }
   // When its command interface went, while it is not there.
   uint64_t gone_micros() const { return gone_micros_; }
 
