@@ -51,7 +51,7 @@ TEST(VoltageTable, NoTableYieldsMoreThanFull) {
   EXPECT_EQ(VoltageToPercent(falling, 3000, 0), 1);
 }
 
-// ---- The saved record, which the fuzz targets read -----------------------------------------------
+// ---- The saved record, which the fuzz targets read ----------------------------------------------
 
 constexpr DeviceAddress kDevice = {0x1A, 0x2B, 0x3C};
 
