@@ -61,7 +61,9 @@ void RequirePackets(const UsbUpgradeFile& record, const UpgradeFileHeader& heade
   const UpgradeFileCommand& start = header.start_command;
   std::copy_n(start.data, std::min<size_t>(start.length, sizeof(start.data)), wanted.begin());
   const uint8_t* const sample = header.packet_template.data;
-  uint32_t address = uint32_t{sample[5]} << 24 | sample[6] << 16 | sample[7] << 8 | sample[8];
+  uint32_t address = 0;
+  for (size_t i = 5; i < 9; ++i)
+    address = address << 8 | sample[i];
   for (size_t i = 0; i < record.packets.size(); ++i) {
     const UpgradePacket& packet = record.packets[i];
     const bool last = i + 1 == record.packets.size();
