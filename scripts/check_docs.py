@@ -59,7 +59,7 @@ FILE = re.compile(r"`((?:bench|cmake|docs|examples|fuzz|include|portable|scripts
                   r"[\w./]*)`")
 TIME = re.compile(r"\d+(?:\\\.\d+)?(\\ m?s\b)")
 WINDOWS_HEADERS = "#include <windows.h>\n#include <hidsdi.h>\n"
-ANNOUNCEMENT = re.compile(r"^perictl: using a virtual .*\n", re.MULTILINE)
+ANNOUNCEMENT = re.compile(r"^perictl: using (a )?virtual .*\n", re.MULTILINE)
 
 
 class Failed(Exception):

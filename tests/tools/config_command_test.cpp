@@ -119,7 +119,7 @@ TEST_F(ConfigCommand, BadInputIsRefusedAndNothingWritten) {
       {"set hue=1", 2, "hue: there is no such field"},
       {"set setting4=1 setting3=-1", 2, "setting3: -1 is out of range"},
       {"set dpi=99999", 2, "50 to 6400 dpi is possible"},
-      {"set report_rate=7", 2, "'7' is none of 125 Hz, 250 Hz, 500 Hz, 1000 Hz"},
+      {"set report_rate=7", 2, "'7' is not one of 125 Hz, 250 Hz, 500 Hz, 1000 Hz"},
       {"set color=rde", 2, "did you mean 'red'?"},
       {"set lights=maybe", 2, "neither on nor off"},
       {"set --raw dpi_level_count=99", 2, "dpi_level_count: no device keeps 99; 1 to 8"},

@@ -35,7 +35,7 @@ TEST_F(Perictl, EveryWayToFailHasItsCodeAndOneLine) {
       {"lsit", 2, "there is no command 'lsit'; did you mean 'list'?"},
       {"config sav x", 2, "did you mean 'save'? ('perictl config --help' helps)"},
       {"config", 2, "a command is missing behind 'perictl config': get"},
-      {"list extra", 2, "'extra' is too much: perictl list takes options alone"},
+      {"list extra", 2, "'extra' is too much: perictl list takes only options"},
       {"info --jsn", 2, "there is no option '--jsn'; did you mean '--json'?"},
       {"config load", 2, "FILE is missing behind 'perictl config load'"},
       {"upgrade run x --log", 2, "--log needs a value: FILE"},
@@ -45,11 +45,11 @@ TEST_F(Perictl, EveryWayToFailHasItsCodeAndOneLine) {
       {"info --vid 12", 2, "'12' is not four hexadecimal digits, as in --vid 1a2b"},
       {"info --pid 1234", 2, "requires --vid"},
       {"battery --for 1", 2, "requires --watch"},
-      {"battery --watch --count 0", 2, "'0' is no whole number from 1, as in --count 10"},
-      {"events --for -1", 2, "'-1' is no number of seconds above 0"},
+      {"battery --watch --count 0", 2, "'0' is not a whole number from 1, as in --count 10"},
+      {"events --for -1", 2, "'-1' is not a number of seconds above 0"},
       {"upgrade run x --timeout 5", 2, "from 1000 to 3600000"},
-      {"macro show 16", 2, "'16' is no whole number from 0 to 15"},
-      {"config save x --format yaml", 2, "'yaml' is none of json, image"},
+      {"macro show 16", 2, "'16' is not a whole number from 0 to 15"},
+      {"config save x --format yaml", 2, "'yaml' is not one of json, image"},
   };
   for (const PerictlStep& step : steps) {
     SCOPED_TRACE(step.arguments);

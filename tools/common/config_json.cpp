@@ -85,6 +85,8 @@ class Writer {
 }
 
 uint32_t NumberFromJson(const InputJson& value, uint32_t most, const std::string& path) {
+  if (value.is_string())
+    Refuse(path, "'" + Quotable(value.get<std::string>()) + "' is not a whole number");
   if (!value.is_number_integer()) Refuse(path, "a whole number is wanted");
   const bool negative = !value.is_number_unsigned() && value.get<int64_t>() < 0;
   if (negative || value.get<uint64_t>() > most) {

@@ -185,10 +185,12 @@ void RequireHoldable(const ProtocolData& record) {
   const std::vector<Difference> differences = ConfigDifferences(record, read_back);
   if (differences.empty()) return;
   const Difference& first = differences.front();
-  const bool unnamed = first.field.rfind("macros[", 0) == 0;
-  throw ConfigError(
-      first.field + ": " + first.before.dump() + " would be read back as " + first.after.dump() +
-      (unnamed ? ": a macro with events needs a name" : ": it does not go with the other values"));
+  if (first.field.rfind("macros[", 0) == 0) {
+    throw ConfigError(first.field.substr(0, first.field.find('.')) +
+                      ": a macro with events needs a name");
+  }
+  throw ConfigError(first.field + ": " + first.before.dump() + " would be read back as " +
+                    first.after.dump() + ": it does not go with the other values");
 }
 
 DeviceConfig DeviceConfigFromImage(std::span<const uint8_t> image) {

@@ -130,7 +130,9 @@ void PrepareDevices(Context& context) {
   const bool implied = !choice.fault.empty() || !choice.memory.empty() || choice.virtual_time;
   if (choice.models.empty() && implied) choice.models = "mouse";
   if (choice.models.empty()) return;
-  Tell("using a virtual " + choice.models + (choice.fault.empty() ? "" : ", " + choice.fault));
+  const bool several = choice.models.find(',') != std::string::npos;
+  Tell((several ? "using virtual devices: " : "using a virtual ") + choice.models +
+       (choice.fault.empty() ? "" : " (" + choice.fault + ")"));
   PlugVirtualDevices(choice);
   LoadMemory(context);
 }

@@ -4,7 +4,7 @@ namespace perictl {
 namespace {
 
 constexpr ExitCodeRow kRows[] = {
-    {ExitCode::kSuccess, "success", "success"},
+    {ExitCode::kSuccess, "success", "what was asked is done"},
     {ExitCode::kInternal, "internal", "perictl itself failed"},
     {ExitCode::kUsage, "usage", "the command line makes no sense"},
     {ExitCode::kNoDevice, "no-device", "no such device is plugged in"},

@@ -75,7 +75,7 @@ class WordReader {
     const std::string_view kind_text = TakeUntil(':');
     const auto* const kind = std::find(std::begin(kKinds), std::end(kKinds), kind_text);
     if (kind == std::end(kKinds)) {
-      Refuse("'" + Quotable(kind_text) + "' is none of press, release and other");
+      Refuse("'" + Quotable(kind_text) + "' is not one of press, release and other");
     }
     const bool numbered = rest_.find(':') != std::string_view::npos;
     const Key key = numbered ? NumberedKey() : NamedKey(TakeUntil('+'));
@@ -130,7 +130,7 @@ class WordReader {
         error == std::errc::result_out_of_range || (error == std::errc() && stop == end);
     if (!digits) {
       Refuse(std::string(what) + " '" + Quotable(text) +
-             "' is no number; right is, for example, "
+             "' is not a number; right is, for example, "
              "press:1:0400+10");
     }
     if (error != std::errc() || value > most) {

@@ -184,7 +184,7 @@ WordingType ParseType(const Node& node) {
   for (const auto& [type_name, type] : types) {
     if (name == type_name) return type;
   }
-  node.Refuse("'" + name + "' is none of number, switch, color, choice and bytes");
+  node.Refuse("'" + name + "' is not one of number, switch, color, choice and bytes");
 }
 
 std::vector<uint8_t> ParseChoiceBytes(const Node& node, size_t count) {

@@ -146,8 +146,11 @@ std::vector<std::string> Vocabulary::Names() const {
 }
 
 void Vocabulary::RefuseName(std::string_view name) const {
+  if (name.empty()) throw ConfigError("a field's name is empty; one is, for example, report_rate");
   const std::vector<std::string> names = Names();
-  throw ConfigError(Quotable(name) + ": there is no such field" + DidYouMean(name, names));
+  throw ConfigError(Quotable(name) + ": there is no such field" +
+                    (model_ == nullptr ? " without a description of the model" : "") +
+                    DidYouMean(name, names));
 }
 
 // Replaces an alias by what it stands for, and the name of a number in brackets by that number.

@@ -105,7 +105,7 @@ std::vector<uint8_t> NumberFromWords(const Wording& wording, std::string_view te
   } else {
     const auto [stop, error] = std::from_chars(word.data(), word.data() + word.size(), number);
     if (error != std::errc() || stop != word.data() + word.size() || !std::isfinite(number)) {
-      Refuse(name, "'" + Quotable(text) + "' is no number" +
+      Refuse(name, "'" + Quotable(text) + "' is not a number" +
                        (wording.unit.empty() ? "" : " of " + wording.unit) + ", as in " +
                        NumberText(wording.least.value_or(wording.offset)) + wording.unit);
     }
@@ -148,7 +148,7 @@ std::vector<uint8_t> ChoiceFromWords(const Wording& wording, std::string_view te
     names.push_back(choice.name);
     all += (all.empty() ? "" : ", ") + ChoiceText(choice, wording);
   }
-  Refuse(name, "'" + Quotable(text) + "' is none of " + all + DidYouMean(word, names));
+  Refuse(name, "'" + Quotable(text) + "' is not one of " + all + DidYouMean(word, names));
 }
 
 }  // namespace
@@ -198,7 +198,7 @@ void FromWords(const Wording& wording, std::string_view text, const std::string&
       const std::optional<Color> color = ColorFromText(Lower(Trimmed(text)));
       const std::vector<std::string> names = ColorNames();
       if (!color) {
-        Refuse(name, "'" + Quotable(text) + "' is no colour, as #ff8000 or red are" +
+        Refuse(name, "'" + Quotable(text) + "' is not a colour, as in #ff8000 or red" +
                          DidYouMean(text, names));
       }
       bytes.assign(color->begin(), color->end());

@@ -106,17 +106,17 @@ std::string CommandLine::ExplainWord(const CLI::App& command, const std::string&
            (nearest.empty() ? ", but " + Joined(commands, ", ") : nearest);
   }
   return "'" + word + "' is too much: " + FullName(command) + " takes " +
-         (Operands(command).empty() ? "options alone" : "no more than its operands");
+         (Operands(command).empty() ? "only options" : "no more than its operands");
 }
 
 std::string CommandLine::WhatIsMissing(const CLI::App& command) const {
   const std::vector<std::string> commands = CommandNames(command);
   if (!commands.empty()) {
-    return "a command is missing behind '" + FullName(command) + "': " + Joined(commands, ", ");
+    return "a command is missing after '" + FullName(command) + "': " + Joined(commands, ", ");
   }
   for (const CLI::Option* operand : Operands(command)) {
     if (operand->get_required() && operand->count() == 0) {
-      return operand->get_name(true) + " is missing behind '" + FullName(command) + "'";
+      return operand->get_name(true) + " is missing after '" + FullName(command) + "'";
     }
   }
   for (const CLI::Option* option : command.get_options()) {
@@ -149,7 +149,7 @@ CLI::Validator Check(std::function<std::string(std::string&)> check) {
 CLI::Validator OneOf(std::vector<std::string> words) {
   return Check([words = std::move(words)](std::string& text) -> std::string {
     if (std::find(words.begin(), words.end(), text) != words.end()) return "";
-    return "'" + text + "' is none of " + Joined(words, ", ") + DidYouMean(text, words);
+    return "'" + text + "' is not one of " + Joined(words, ", ") + DidYouMean(text, words);
   });
 }
 
@@ -159,7 +159,7 @@ CLI::Validator WholeNumber(uint64_t least, uint64_t most, const std::string& exa
     const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     const bool whole = error == std::errc() && stop == text.data() + text.size() && !text.empty();
     if (whole && number >= least && number <= most) return "";
-    return "'" + text + "' is no whole number from " + std::to_string(least) +
+    return "'" + text + "' is not a whole number from " + std::to_string(least) +
            (most == UINT64_MAX ? "" : " to " + std::to_string(most)) + ", as in " + example;
   });
 }
@@ -171,7 +171,7 @@ CLI::Validator Seconds() {
     const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
     const bool number = error == std::errc() && stop == text.data() + text.size();
     if (number && seconds >= 0.001 && seconds <= kMost) return "";
-    return "'" + text + "' is no number of seconds above 0, as in --for 2.5";
+    return "'" + text + "' is not a number of seconds above 0, as in --for 2.5";
   });
 }
 

@@ -88,10 +88,10 @@ struct Assignment {
 Assignment ParseAssignment(const std::string& text) {
   const size_t equals = text.find('=');
   if (equals == std::string::npos) {
-    throw tools::ConfigError("'" + text + "' is not FIELD=VALUE, as in report_rate=4");
+    throw tools::ConfigError("'" + text + "' is not FIELD=VALUE, as in current_dpi_level=2");
   }
   if (equals == 0) {
-    throw tools::ConfigError("a field's name is missing in '" + text + "', as in report_rate=4");
+    throw tools::ConfigError("a field's name is missing in '" + text + "', as in current_dpi_level=2");
   }
   return {text.substr(0, equals), text.substr(equals + 1)};
 }
@@ -293,7 +293,7 @@ void AddLoad(CommandLine& line, CLI::App& group, Context& context) {
        "write to a device what differs in a file",
        {"A backup of what the device holds is kept first, and its file named. Each change is "
         "shown, written, acknowledged and read back. What the file does not have, or not soundly, "
-        "the device keeps. Ctrl-C ends it behind a write and says what was written."},
+        "the device keeps. Ctrl-C ends it after a write and says what was written."},
        {{"perictl config load mine.json", "write it"},
         {"perictl config load --dry-run mine.json", "only show what would change"}}});
   AddFile(command, *options, "JSON, or an image of 6960 bytes");

@@ -2,32 +2,22 @@
 #include "commands/demo_steps.h"
 #include "device/online.h"
 #include "exit_codes.h"
+#include "firmware/target.h"
 #include "firmware/upgrade_file.h"
 #include "firmware/upgrade_run.h"
 #include "perilink/finder.h"
 #include "selection/virtual_devices.h"
-#include "system.h"
 #include "terminal/text.h"
 
 namespace perictl {
 namespace {
 
 constexpr uint32_t kTimeoutMs = 5000;
-constexpr uint64_t kReturnMs = 5000;
-constexpr uint32_t kPollMs = 50;
 
 int32_t ReadVersion(const std::string& path) {
   const int32_t version = UsbFinderC_GetVersion(path.c_str());
   if (version == 0) FailUnanswered(path, "its version");
   return version;
-}
-
-// The device restarts with its new firmware, and its interfaces come back somewhat later.
-DeviceEntry AwaitReturn(const Context& context) {
-  const uint64_t start_ms = GetTickCount64();
-  while (SelectedDevices(context).empty() && GetTickCount64() - start_ms < kReturnMs)
-    Sleep(kPollMs);
-  return DeviceToWrite(context);
 }
 
 }  // namespace
@@ -48,7 +38,8 @@ void DemoUpgrade(DemoState& state) {
   RunUpgrade(file, kTimeoutMs, bar, [&report](const std::string& text, const Json& value) {
     if (value["event"] != "progress") report.Item("events", text, value);
   });
-  state.device = AwaitReturn(state.context);
+  AwaitReturn(state.context, file, {});
+  state.device = DeviceToWrite(state.context);
   const int32_t after = ReadVersion(state.device.path);
   if (after == before) {
     throw Failure(ExitCode::kUpgrade,

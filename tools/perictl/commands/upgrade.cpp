@@ -13,8 +13,10 @@
 #include "firmware/target.h"
 #include "firmware/upgrade_file.h"
 #include "firmware/upgrade_run.h"
+#include "perilink/finder.h"
 #include "perilink/upgrade.h"
 #include "selection/interfaces.h"
+#include "system.h"
 #include "terminal/text.h"
 
 namespace perictl {
@@ -189,6 +191,28 @@ void RequireConsent(const Report& report, const UpgradeTarget& target,
   throw Failure(ExitCode::kDeclined, "not upgraded: the answer was no");
 }
 
+// The next command finds the device again.
+void TellReturn(const Context& context, Report& report, const UpgradeTarget& target,
+                const UpgradeFile& file, uint64_t start_ms) {
+  const std::optional<DeviceEntry> device = AwaitReturn(context, file, target.others);
+  int32_t version = 0;
+  if (device) {
+    Address(*device);
+    version = UsbFinderC_GetVersion(device->path.c_str());
+  }
+  if (report.json()) {
+    return report.Event("", {{"at_ms", GetTickCount64() - start_ms},
+                             {"event", "return"},
+                             {"device", device ? ToJson(*device) : Json(nullptr)},
+                             {"version", version == 0 ? Json(nullptr) : Json(VersionText(version))}});
+  }
+  if (!device) {
+    report.Line("firmware", "unknown: the device is not back yet; 'perictl list' shows when it is");
+  } else {
+    report.Line("firmware", version == 0 ? "not told" : VersionText(version) + " now");
+  }
+}
+
 void Run(Context& context, const UpgradeOptions& options) {
   Report& report = context.report;
   report.BeginEvents();
@@ -202,6 +226,7 @@ void Run(Context& context, const UpgradeOptions& options) {
   KeepBackupOf(report, target, options);
 
   std::optional<Failure> failure;
+  const uint64_t start_ms = GetTickCount64();
   try {
     const UpgradeBar bar = report.json() ? UpgradeBar::kNone : UpgradeBar::kOnTerminal;
     RunUpgrade(file, options.timeout_ms, bar,
@@ -219,6 +244,7 @@ void Run(Context& context, const UpgradeOptions& options) {
     }
   }
   if (failure) throw Failure(*failure);
+  TellReturn(context, report, target, file, start_ms);
 }
 
 }  // namespace

@@ -7,12 +7,16 @@
 #include "exit_codes.h"
 #include "perilink/finder.h"
 #include "selection/interfaces.h"
+#include "system.h"
 #include "terminal/text.h"
 
 namespace perictl {
 namespace {
 
 constexpr uint8_t kLowBattery = 20;
+
+constexpr uint64_t kReturnMs = 10'000;
+constexpr uint32_t kReturnPollMs = 50;
 
 std::string KeyText(const UpgradeText& field) {
   return std::string(TextOf(field));
@@ -99,6 +103,10 @@ UpgradeTarget FindUpgradeTarget(const Context& context, UpgradeFile& file, bool 
   std::vector<DeviceEntry> fitting = selected;
   std::erase_if(fitting, [&](const DeviceEntry& device) { return !IsFor(file, device); });
   if (fitting.size() > 1) FailSeveral(fitting);
+  for (const DeviceEntry& device : ListDevices(context)) {
+    const bool meant = fitting.size() == 1 && device.path == fitting.front().path;
+    if (!meant && IsFor(file, device)) target.others.push_back(device.path);
+  }
   const UpgradeFileHeader& main = file.images.front().header;
   if (fitting.size() == 1) {
     target.device = fitting.front();
@@ -114,7 +122,8 @@ UpgradeTarget FindUpgradeTarget(const Context& context, UpgradeFile& file, bool 
                   "no device that the file is for" + (what.empty() ? "" : " " + what) +
                       " is plugged in, neither in normal mode ('" +
                       KeyText(NormalHeader(file).normal_input_key) + "') nor in boot mode ('" +
-                      KeyText(main.boot_input_key) + "')");
+                      KeyText(main.boot_input_key) + "')" +
+                      (selected.empty() ? "" : "; --device with --force takes another one"));
   } else {
     if (selected.size() > 1) FailSeveral(selected);
     if (!force) {
@@ -129,6 +138,19 @@ UpgradeTarget FindUpgradeTarget(const Context& context, UpgradeFile& file, bool 
   }
   LookAtDevice(target, force);
   return target;
+}
+
+std::optional<DeviceEntry> AwaitReturn(const Context& context, const UpgradeFile& file,
+                                       const std::vector<std::string>& others) {
+  const uint64_t start_ms = GetTickCount64();
+  while (true) {
+    for (const DeviceEntry& device : ListDevices(context)) {
+      const bool other = std::find(others.begin(), others.end(), device.path) != others.end();
+      if (!other && IsFor(file, device)) return device;
+    }
+    if (GetTickCount64() - start_ms >= kReturnMs) return std::nullopt;
+    Sleep(kReturnPollMs);
+  }
 }
 
 }  // namespace perictl

@@ -20,6 +20,8 @@ struct UpgradeTarget {
   std::optional<BatteryLevel> battery;
   // The file was for devices with other ids.
   bool forced = false;
+  // The paths of other devices that the file is for.
+  std::vector<std::string> others;
 
   std::string Title() const { return device ? device->Title() : "in boot mode: " + boot_path; }
 };
@@ -29,6 +31,11 @@ struct UpgradeTarget {
 // kSeveral, what RequireOnline throws, and without `force` kDeclined for a chosen device that the
 // file is not for, and for a battery below 20 percent that is not being charged.
 UpgradeTarget FindUpgradeTarget(const Context& context, UpgradeFile& file, bool force);
+
+// A device restarts after an upgrade, and its interfaces come back somewhat later. Waits for one
+// that the file is for and that is none of the others. Nothing when it has not come in ten seconds.
+std::optional<DeviceEntry> AwaitReturn(const Context& context, const UpgradeFile& file,
+                                       const std::vector<std::string>& others);
 
 }  // namespace perictl
 

@@ -173,7 +173,7 @@ void SetNormalKeys(UpgradeFile& file, const std::string& input, const std::strin
 
 void RequireSound(const UpgradeFile& file, const std::string& name) {
   if (file.problem.empty()) return;
-  throw Failure(ExitCode::kDamagedFile, name + " is no sound upgrade file: " + file.problem);
+  throw Failure(ExitCode::kDamagedFile, name + " is not a sound upgrade file: " + file.problem);
 }
 
 }  // namespace perictl

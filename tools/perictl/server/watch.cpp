@@ -165,13 +165,13 @@ void Watch::FollowDevice() {
   const bool here = std::find(paths.begin(), paths.end(), device_.path) != paths.end();
   if (present_ && !here) {
     present_ = false;
-    Tell("removal", device_.path, {{"path", device_.path}});
+    Tell("removal", device_.Title(), {{"path", device_.path}});
   }
   if (!present_) {
     const std::optional<DeviceEntry> found = FindDevice();
     if (!found) return;
     Connect(*found);
-    Tell("arrival", device_.path,
+    Tell("arrival", device_.Title(),
          {{"path", device_.path}, {"name", device_.name}, {"virtual", device_.is_virtual}});
   } else if (suspect_ && arrived) {
     // It may have been away too briefly to be missed, but the server's handles have died of it.
