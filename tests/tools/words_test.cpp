@@ -39,7 +39,7 @@ TEST(ModelTest, RefusesWhatMakesNoSenseAndNamesThePlace) {
       {Described("\"report_rate\": {\"min\": 3, \"max\": 2}"), "'min' is above 'max'"},
       {Described("\"report_rate\": {\"bytes\": [1]}"), "fields.report_rate.bytes[0]: a whole"},
       {Described("\"report_rate\": {\"type\": \"color\"}"), "a colour has 3 bytes"},
-      {Described("\"report_rate\": {\"type\": \"colour\"}"), "none of number, switch, color"},
+      {Described("\"report_rate\": {\"type\": \"colour\"}"), "not one of number, switch, color"},
       {Described("\"report_rate\": {\"choices\": {\"a\": 256}}"),
        "choices.a: a whole number, 0 to"},
       {Described("\"report_rate\": {\"choices\": {\"a\": 1, \"b\": 1}}"),

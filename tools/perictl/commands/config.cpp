@@ -91,7 +91,8 @@ Assignment ParseAssignment(const std::string& text) {
     throw tools::ConfigError("'" + text + "' is not FIELD=VALUE, as in current_dpi_level=2");
   }
   if (equals == 0) {
-    throw tools::ConfigError("a field's name is missing in '" + text + "', as in current_dpi_level=2");
+    throw tools::ConfigError("a field's name is missing in '" + text +
+                             "', as in current_dpi_level=2");
   }
   return {text.substr(0, equals), text.substr(equals + 1)};
 }

@@ -201,10 +201,11 @@ void TellReturn(const Context& context, Report& report, const UpgradeTarget& tar
     version = UsbFinderC_GetVersion(device->path.c_str());
   }
   if (report.json()) {
-    return report.Event("", {{"at_ms", GetTickCount64() - start_ms},
-                             {"event", "return"},
-                             {"device", device ? ToJson(*device) : Json(nullptr)},
-                             {"version", version == 0 ? Json(nullptr) : Json(VersionText(version))}});
+    return report.Event("",
+                        {{"at_ms", GetTickCount64() - start_ms},
+                         {"event", "return"},
+                         {"device", device ? ToJson(*device) : Json(nullptr)},
+                         {"version", version == 0 ? Json(nullptr) : Json(VersionText(version))}});
   }
   if (!device) {
     report.Line("firmware", "unknown: the device is not back yet; 'perictl list' shows when it is");
