@@ -40,19 +40,30 @@ inline std::string Narrow(const std::wstring& text) {
   return narrow;
 }
 
+inline Paths Find(const std::string& key) {
+  Paths paths;
+  UsbFinder_FindHidDevicesByKey({key.begin(), key.end()}, paths);
+  return paths;
+}
 // Of the virtual devices' vendor, in whichever mode they are.
 inline Paths Present() {
-  Paths paths;
-  UsbFinder_FindHidDevicesByKey(L"vid_1234", paths);
-  return paths;
+  return Find("vid_1234");
 }
 
 // Where the device takes commands; empty when it doesn't.
 inline std::wstring PathOf(const sim::Device& device) {
-  const std::string key = device.CommandKey();
-  Paths found;
-  UsbFinder_FindHidDevicesByKey({key.begin(), key.end()}, found);
+  const Paths found = Find(device.CommandKey());
   return found.empty() ? L"" : found.front();
+}
+
+inline bool IsComplete(const sim::Device& device) {
+  const sim::UsbShape& shape = device.shape(device.mode());
+  for (size_t i = 0; i < shape.interfaces.size(); ++i) {
+    for (size_t k = 0; k < shape.interfaces[i].collections.size(); ++k) {
+      if (Find(shape.Key({i, k})).empty()) return false;
+    }
+  }
+  return true;
 }
 
 inline Bytes FlashOf(sim::Device& device, size_t address = 0,
@@ -77,13 +88,10 @@ class Scenario : public ::testing::Test {
 
   // Ends when all of it is there and takes commands.
   static void Plug(sim::Device& device) {
-    size_t collections = Present().size();
-    for (const sim::InterfaceShape& shape : device.shape(sim::Mode::kNormal).interfaces)
-      collections += shape.collections.size();
     device.Plug();
     ASSERT_TRUE(Eventually([&] {
       const bool opens =
-          Present().size() == collections && UsbFinderC_OpenDevice(Narrow(PathOf(device)).c_str());
+          IsComplete(device) && UsbFinderC_OpenDevice(Narrow(PathOf(device)).c_str());
       UsbFinderC_CloseDevice();
       return opens;
     })) << ::testing::PrintToString(Present());

@@ -191,6 +191,17 @@ static NTSTATUS Send(const User* user, const HidBusReport* report) {
   return status;
 }
 
+static NTSTATUS CountLeaving(ULONG* count) {
+  *count = 0;
+  ExAcquireFastMutex(&lock);
+  for (LIST_ENTRY* entry = children.Flink; entry != &children; entry = entry->Flink) {
+    const Child* child = CONTAINING_RECORD(entry, Child, entry);
+    if (child->user == NULL) ++*count;
+  }
+  ExReleaseFastMutex(&lock);
+  return STATUS_SUCCESS;
+}
+
 /* ---- What the host writes ------------------------------------------------------------------- */
 
 /* Tells the user of the oldest report that it has not heard of, if it waits for one. */
@@ -315,7 +326,8 @@ static NTSTATUS NTAPI OnControl(DEVICE_OBJECT* device, IRP* irp) {
   const ULONG code = stack->Parameters.DeviceIoControl.IoControlCode;
   const ULONG in = stack->Parameters.DeviceIoControl.InputBufferLength;
   const ULONG out = stack->Parameters.DeviceIoControl.OutputBufferLength;
-  const void* buffer = irp->AssociatedIrp.SystemBuffer;
+  void* buffer = irp->AssociatedIrp.SystemBuffer;
+  ULONG_PTR information = 0;
   NTSTATUS status = STATUS_INVALID_PARAMETER;
   if (device != bus) return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
   if (code == HID_BUS_NEXT && in == sizeof(HidBusAnswer) && out == sizeof(HidBusReport))
@@ -324,7 +336,11 @@ static NTSTATUS NTAPI OnControl(DEVICE_OBJECT* device, IRP* irp) {
   if (code == HID_BUS_SEND && in == sizeof(HidBusReport)) status = Send(user, buffer);
   if (code == HID_BUS_UNPLUG && in == sizeof(ULONG)) status = Unplug(user, *(const ULONG*)buffer);
   if (code == HID_BUS_LEAVE) status = Leave(user);
-  return Complete(irp, status, 0);
+  if (code == HID_BUS_LEAVING && in == sizeof(ULONG) && out == sizeof(ULONG)) {
+    status = CountLeaving(buffer);
+    information = sizeof(ULONG);
+  }
+  return Complete(irp, status, information);
 }
 
 /* ---- What the system asks ------------------------------------------------------------------- */

@@ -19,6 +19,9 @@
 #define HID_BUS_UNPLUG HID_BUS_CODE(3)
 /* Ends the pending HID_BUS_NEXT, and every later one, with STATUS_CANCELLED. */
 #define HID_BUS_LEAVE HID_BUS_CODE(4)
+/* ULONG in and out, the latter how many children, of any user, have been unplugged and are still
+ * known to the system. One that is unplugged while its stack is built shows up before it goes. */
+#define HID_BUS_LEAVING HID_BUS_CODE(5)
 
 #define HID_BUS_TEXT 64
 

@@ -12,6 +12,7 @@ namespace perilink::sim {
 namespace {
 
 constexpr ULONG kUsbDevice = 0;  // the number of its child
+constexpr ULONGLONG kLeavingMs = 10'000;
 
 template <size_t size>
 void SetText(WCHAR (&to)[size], const std::string& text) {
@@ -43,7 +44,16 @@ WinePort::~WinePort() {
   server_.join();
 }
 
+// Until those that have been unplugged, by whomever, are gone for the system too.
+void WinePort::AwaitLeaving() const {
+  const ULONGLONG end = GetTickCount64() + kLeavingMs;
+  ULONG leaving = 0;
+  while (driver_.Call(HID_BUS_LEAVING, leaving, leaving) && leaving != 0 && GetTickCount64() < end)
+    Sleep(1);
+}
+
 void WinePort::Attach(Device& device, const UsbShape& shape) {
+  AwaitLeaving();
   device_ = &device;
   shape_ = &shape;
   HidBusChild usb = Describe(shape, kUsbDevice, UsbKind(shape));

@@ -21,6 +21,7 @@ class WinePort final : public Port {
   void SendInput(CollectionAt from, std::span<const uint8_t> report) override;
 
  private:
+  void AwaitLeaving() const;
   void Serve();
   uint32_t Hand(const HidBusReport& written);
 
