@@ -52,6 +52,9 @@ std::vector<FlashWrite> Compare(ProtocolData& record, ProtocolData& previous) {
             "slots are written in their order, and fields that are as they were are not");
     least = write->address + size_t{1};
   }
+  for (const ProtocolData* it : {&record, &previous})
+    for (const ShortcutKey& shortcut : it->shortcuts)
+      Require(shortcut.count <= 6 && shortcut.count != 1, "a shortcut is sound or is emptied");
   return writes;
 }
 
@@ -95,6 +98,9 @@ void CheckUpdate(const uint8_t* held_image, const uint8_t* wanted_image) {
 
 // Whatever a host makes of its record.
 void CheckHostsRecord(const uint8_t* held_image, ProtocolData record) {
+  ProtocolData same = record;
+  ProtocolData copy = record;
+  Require(Compare(same, copy).empty(), "equal records give no writes");
   ProtocolData previous = Parse(held_image);
   ExactCopy image({held_image, kImage});
   Apply(Compare(record, previous), {image.data(), kImage});
