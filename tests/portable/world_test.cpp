@@ -41,7 +41,7 @@ std::string InterleavingOf(uint64_t seed) {
   static std::string letters;
   letters.clear();
   std::vector<HANDLE> threads;
-  for (const uintptr_t letter : {'a', 'b', 'c'}) {
+  for (const uintptr_t letter : {uintptr_t{'a'}, uintptr_t{'b'}, uintptr_t{'c'}}) {
     const auto write = [](void* it) -> DWORD {
       for (int i = 0; i < 12; ++i) {
         letters += static_cast<char>(reinterpret_cast<uintptr_t>(it));
