@@ -129,8 +129,13 @@ class Stress : public RegistryTest {};
 
 TEST_F(Stress, HostsAndDevicesAtOnce) {
   const uint64_t handles = platform::OpenHandleCount();
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(3);
-  const auto running = [&] { return std::chrono::steady_clock::now() < end; };
+  // Long enough for the library to have been at work, on a slow machine too.
+  constexpr uint32_t kEnoughReports = 11;
+  const auto start = std::chrono::steady_clock::now();
+  const auto running = [&] {
+    const auto passed = std::chrono::steady_clock::now() - start;
+    return passed < std::chrono::seconds(reports < kEnoughReports ? 30 : 3);
+  };
   sim::Mouse mouse;
   mouse.SetLogging(false);
   mouse.Plug();
@@ -187,7 +192,7 @@ TEST_F(Stress, HostsAndDevicesAtOnce) {
   for (int i = 0; i < 500 && platform::OpenHandleCount() > handles; ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_EQ(platform::OpenHandleCount(), handles);
-  EXPECT_GT(reports.load(), 10u);
+  EXPECT_GE(reports.load(), kEnoughReports);
 }
 
 // The server works without a pause: the device answers at once, or refuses every write. It is not
