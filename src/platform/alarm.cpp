@@ -43,9 +43,7 @@ Alarm::Cause Alarm::Wait(HANDLE object, Deadline deadline) {
     const int64_t whole_ms = (left + kMicrosPerMs - 1) / kMicrosPerMs;
     auto wait_ms = static_cast<DWORD>(std::min(whole_ms, kLongestWaitMs));
     if (deadline.precise && left > 0) {
-      // The last moment is spun.
-      const int64_t asleep = left - TimerLatenessMicros();
-      if (asleep > 0 && SetTimer(asleep)) {
+      if (SetTimer(left)) {
         add(timer_.Get(), Cause::kTime);
       } else {
         wait_ms = 0;

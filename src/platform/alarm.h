@@ -11,8 +11,8 @@ namespace perilink {
 // A moment on the clock of MonotonicMicros().
 struct Deadline {
   int64_t at_micros;
-  // The wait ends within a tenth of a millisecond, and may spin for half of one. Otherwise it may
-  // end a step of the system's clock later, up to 16 ms.
+  // The wait ends within a fraction of a millisecond. Otherwise it may end a step of the system's
+  // clock later, up to 16 ms.
   bool precise = false;
 };
 

@@ -11,9 +11,6 @@ namespace perilink {
 // GetTickCount64 moves in steps of up to 16 ms.
 int64_t MonotonicMicros();
 
-// How late the system's timers may be.
-int64_t TimerLatenessMicros();
-
 // Seconds of calendar time since 1970.
 int64_t CalendarTime();
 

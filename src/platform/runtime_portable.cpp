@@ -13,9 +13,6 @@ namespace perilink {
 int64_t MonotonicMicros() {
   return platform::MonotonicMicros();
 }
-int64_t TimerLatenessMicros() {
-  return 0;
-}
 int64_t CalendarTime() {
   return platform::CalendarTime();
 }

@@ -31,11 +31,6 @@ int64_t MonotonicMicros() {
          ticks.QuadPart % frequency * kMicrosPerSecond / frequency;
 }
 
-// They are rounded to half a millisecond where they are good.
-int64_t TimerLatenessMicros() {
-  return 500;
-}
-
 int64_t CalendarTime() {
   return _time64(nullptr);
 }
